@@ -1,0 +1,183 @@
+#include "platform/linux/PropertyListBundle.h"
+
+#include <plist/plist.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+namespace veltrin::platform {
+
+namespace {
+
+using PropertyList = std::unique_ptr<void, decltype(&plist_free)>;
+
+/// Far more than any real table; keeps a stray giant file from being read whole.
+constexpr std::uintmax_t largestFile = std::uintmax_t{16} * 1024 * 1024;
+
+std::optional<std::string> readSmallFile(const std::filesystem::path &path, std::string &problem) {
+    std::error_code error;
+    // A pipe or a device at the name would be waited for; only plain files hold tables.
+    if (!std::filesystem::is_regular_file(path, error)) {
+        problem = "is not a file";
+        return std::nullopt;
+    }
+    if (std::filesystem::file_size(path, error) > largestFile || error) {
+        problem = "is too large";
+        return std::nullopt;
+    }
+    std::ifstream file(path, std::ios::binary);
+    std::string contents{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    if (!file.is_open() || file.bad()) {
+        problem = "cannot be read";
+        return std::nullopt;
+    }
+    return contents;
+}
+
+/// The text form of a value: a string as it stands, a boolean as "true" or "false"; other kinds have none.
+std::optional<std::string> textOf(plist_t value) {
+    switch (plist_get_node_type(value)) {
+    case PLIST_STRING: {
+        std::uint64_t length = 0;
+        const char *text = plist_get_string_ptr(value, &length);
+        return text != nullptr ? std::string(text, length) : std::string();
+    }
+    case PLIST_BOOLEAN: {
+        std::uint8_t flag = 0;
+        plist_get_bool_val(value, &flag);
+        return flag != 0 ? "true" : "false";
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+/// Reads a property list whose root is a dictionary. Nothing with `problem` set where there is none to be
+/// had.
+std::optional<std::map<std::string, std::string>> readDictionary(const std::filesystem::path &path,
+                                                                 std::string &problem) {
+    const std::optional<std::string> contents = readSmallFile(path, problem);
+    if (!contents) {
+        return std::nullopt;
+    }
+    plist_t root = nullptr;
+    plist_from_xml(contents->data(), static_cast<std::uint32_t>(contents->size()), &root);
+    const PropertyList owner(root, plist_free);
+    if (root == nullptr || plist_get_node_type(root) != PLIST_DICT) {
+        problem = "is not an XML property list with a dictionary";
+        return std::nullopt;
+    }
+
+    std::map<std::string, std::string> table;
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(root, &iterator);
+    const std::unique_ptr<void, decltype(&std::free)> iteratorOwner(iterator, std::free);
+    while (true) {
+        char *key = nullptr;
+        plist_t value = nullptr;
+        plist_dict_next_item(root, iterator, &key, &value);
+        const std::unique_ptr<char, decltype(&std::free)> keyOwner(key, std::free);
+        if (key == nullptr || value == nullptr) {
+            return table;
+        }
+        if (std::optional<std::string> text = textOf(value)) {
+            table.insert_or_assign(key, std::move(*text));
+        }
+    }
+}
+
+} // namespace
+
+std::vector<std::string> languagesToTry(const std::string &language) {
+    std::vector<std::string> names;
+    const auto add = [&names](const std::string &name) {
+        const bool staysInside = name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+        if (!name.empty() && staysInside && std::find(names.begin(), names.end(), name) == names.end()) {
+            names.push_back(name);
+        }
+    };
+    add(language);
+    add(language.substr(0, language.find('.')));
+    add(language.substr(0, language.find_first_of("._-@")));
+    add("en");
+    return names;
+}
+
+PropertyListBundle::PropertyListBundle(std::vector<std::filesystem::path> whereToLook)
+    : directories(std::move(whereToLook)) {}
+
+void PropertyListBundle::loadInfoDictionary() {
+    if (std::exchange(infoDictionaryLoaded, true)) {
+        return;
+    }
+    for (const std::filesystem::path &directory : directories) {
+        const std::filesystem::path path = directory / "Info.plist";
+        std::error_code error;
+        if (!std::filesystem::exists(path, error)) {
+            continue;
+        }
+        std::string problem;
+        if (auto table = readDictionary(path, problem)) {
+            infoDictionary = std::move(*table);
+        } else {
+            infoProblem = path.string() + " " + problem;
+        }
+        return;
+    }
+    infoProblem = "there is no Info.plist";
+    for (const std::filesystem::path &directory : directories) {
+        *infoProblem += (&directory == &directories.front() ? " in " : " or ") + directory.string();
+    }
+}
+
+std::optional<std::string> PropertyListBundle::objectForInfoDictionaryKey(const std::string &key) {
+    loadInfoDictionary();
+    const auto entry = infoDictionary.find(key);
+    return entry != infoDictionary.end() ? std::optional(entry->second) : std::nullopt;
+}
+
+std::optional<std::string> PropertyListBundle::infoDictionaryProblem() {
+    loadInfoDictionary();
+    return infoProblem;
+}
+
+void PropertyListBundle::setPreferredLanguage(const std::string &language) {
+    preferredLanguage = language;
+    stringTablesLoaded = false;
+    stringTables.clear();
+}
+
+void PropertyListBundle::loadStringTables() {
+    if (std::exchange(stringTablesLoaded, true)) {
+        return;
+    }
+    for (const std::string &language : languagesToTry(preferredLanguage)) {
+        for (const std::filesystem::path &directory : directories) {
+            std::string problem;
+            if (auto table =
+                    readDictionary(directory / (language + ".lproj") / "Localizable.strings", problem)) {
+                stringTables.push_back(std::move(*table));
+                break;
+            }
+        }
+    }
+}
+
+std::string PropertyListBundle::localizedStringForKey(const std::string &key,
+                                                      const std::string &defaultText) {
+    loadStringTables();
+    for (const Table &table : stringTables) {
+        if (const auto entry = table.find(key); entry != table.end()) {
+            return entry->second;
+        }
+    }
+    return defaultText.empty() ? key : defaultText;
+}
+
+} // namespace veltrin::platform

@@ -1,0 +1,65 @@
+#include "tests/support/PrivateTmp.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+namespace veltrin::test {
+
+namespace {
+
+constexpr const char *outerTmp = "/tmp/.outer";
+
+bool fail(std::string &problem, const char *step) {
+    problem = std::string(step) + ": " + std::strerror(errno);
+    return false;
+}
+
+bool enterNamespaces(std::string &problem) {
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (user == 0) {
+        return unshare(CLONE_NEWNS) == 0 || fail(problem, "unshare(CLONE_NEWNS)");
+    }
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+        return fail(problem, "unshare(CLONE_NEWUSER | CLONE_NEWNS)");
+    }
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
+    std::ofstream("/proc/self/gid_map") << group << ' ' << group << " 1";
+    return true;
+}
+
+} // namespace
+
+bool enterPrivateTmp(std::string &problem) {
+    if (!enterNamespaces(problem)) {
+        return false;
+    }
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        return fail(problem, "make the mounts private");
+    }
+    const int outer = open("/tmp", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (outer == -1 || mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") != 0) {
+        return fail(problem, "mount a private /tmp");
+    }
+    const std::string outerLink = "/proc/self/fd/" + std::to_string(outer);
+    if (mkdir(outerTmp, 0700) != 0 ||
+        mount(outerLink.c_str(), outerTmp, nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+        return fail(problem, "keep the machine's /tmp in sight");
+    }
+    close(outer);
+    return true;
+}
+
+std::string hostPath(const std::string &path) {
+    return path.rfind("/tmp/", 0) == 0 ? outerTmp + path.substr(4) : path;
+}
+
+} // namespace veltrin::test

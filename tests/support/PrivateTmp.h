@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+namespace veltrin::test {
+
+/// Gives this process, and every process it starts, an empty /tmp of its own that goes with the process.
+///
+/// The product uses fixed names in /tmp; this way two test runs never meet there, and a test sees exactly
+/// what the program under test left behind. Returns false (with `problem` set) where the system allows no
+/// mount namespace.
+[[nodiscard]] bool enterPrivateTmp(std::string &problem);
+
+/// Where a file of the machine is seen from inside the private /tmp: a build tree may itself lie in /tmp.
+[[nodiscard]] std::string hostPath(const std::string &path);
+
+} // namespace veltrin::test
