@@ -1,0 +1,112 @@
+#include "driver/SendPlan.h"
+
+#include "driver/PageStream.h"
+
+namespace veltrin {
+
+namespace {
+
+using Send = std::function<void(const PlannedPage &)>;
+
+/// The instance of the middle page that carries the pause: the one with this number (from 0) among its
+/// copies. Odd numbers of copies round down, so 2 and 3 copies pause at the first instance, 4 and 5 at the
+/// second. One copy has only the first.
+std::uint32_t pausingInstance(std::uint32_t copies) {
+    return copies == 1 ? 0 : copies / 2 - 1;
+}
+
+void sendUncollated(const SendJob &job, const Send &send) {
+    std::uint8_t tray = pagesOwnTray;
+    for (std::uint32_t index = 0; index < job.pathCount; ++index) {
+        for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
+            const bool pause =
+                job.duplex && index == job.pathCount / 2 && copy == pausingInstance(job.copies);
+            if (pause && job.duplexBypass) {
+                tray = bypassTray;
+            }
+            send({.index = index, .typeBits = pause ? pageTypePause : std::uint8_t{0}, .tray = tray});
+        }
+    }
+}
+
+void sendUncollatedDuplexUnit(const SendJob &job, const Send &send) {
+    for (std::uint32_t index = 0; index < job.pathCount; index += 2) {
+        for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
+            send({.index = index, .typeBits = pageTypeFirstOfSheet});
+            if (index + 1 < job.pathCount) {
+                send({.index = index + 1, .typeBits = pageTypeSecondOfSheet});
+            }
+        }
+    }
+}
+
+void sendCollated(const SendJob &job, const Send &send) {
+    for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
+        for (std::uint32_t index = 0; index < job.pathCount; ++index) {
+            send({.index = index});
+        }
+    }
+}
+
+void sendCollatedByHand(const SendJob &job, const Send &send) {
+    const std::uint32_t half = job.pathCount / 2;
+    for (std::uint32_t copy = 0; half > 0 && copy < job.copies; ++copy) {
+        for (std::uint32_t index = 0; index < half; ++index) {
+            send({.index = index});
+        }
+    }
+    const std::uint8_t tray = job.duplexBypass ? bypassTray : pagesOwnTray;
+    for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
+        for (std::uint32_t index = half; index < job.pathCount; ++index) {
+            const bool pause = copy == 0 && index == half;
+            send({.index = index,
+                  .typeBits = pause ? pageTypePause : std::uint8_t{0},
+                  .tray = tray,
+                  .secondPass = true});
+        }
+    }
+}
+
+void sendCollatedDuplexUnit(const SendJob &job, const Send &send) {
+    for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
+        for (std::uint32_t index = 0; index < job.pathCount; ++index) {
+            send({.index = index, .typeBits = index % 2 == 0 ? pageTypeFirstOfSheet : pageTypeSecondOfSheet});
+        }
+    }
+}
+
+} // namespace
+
+SendBranch sendBranch(const SendJob &job) {
+    if (!job.collate) {
+        return job.duplexInstalled ? SendBranch::uncollatedDuplexUnit : SendBranch::uncollated;
+    }
+    if (!job.duplex) {
+        return SendBranch::collated;
+    }
+    return job.duplexInstalled ? SendBranch::collatedDuplexUnit : SendBranch::collatedByHand;
+}
+
+void forEachPlannedPage(const SendJob &job, const Send &send) {
+    if (job.pathCount == 0) {
+        return;
+    }
+    switch (sendBranch(job)) {
+    case SendBranch::uncollated:
+        return sendUncollated(job, send);
+    case SendBranch::uncollatedDuplexUnit:
+        return sendUncollatedDuplexUnit(job, send);
+    case SendBranch::collated:
+        return sendCollated(job, send);
+    case SendBranch::collatedByHand:
+        return sendCollatedByHand(job, send);
+    case SendBranch::collatedDuplexUnit:
+        return sendCollatedDuplexUnit(job, send);
+    }
+}
+
+std::uint16_t duplexJobSetting(bool manualDuplex, bool duplexInstalled) {
+    return manualDuplex && !duplexInstalled ? jobSettingManualDuplex : jobSettingDuplex;
+}
+
+} // namespace veltrin
