@@ -1,0 +1,184 @@
+#include "platform/linux/PropertyListBundle.h"
+
+#include "tests/support/Files.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace veltrin::platform {
+namespace {
+
+using test::writeFile;
+using testing::ElementsAre;
+
+constexpr const char *beside = "/tmp/beside";
+constexpr const char *installed = "/tmp/installed";
+
+std::string dictionaryOf(const std::string &entries) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+           "<plist version=\"1.0\">\n<dict>\n" +
+           entries + "</dict>\n</plist>\n";
+}
+
+std::string entry(const std::string &key, const std::string &value) {
+    return "<key>" + key + "</key><string>" + value + "</string>\n";
+}
+
+class PropertyListBundleTest : public testing::Test {
+  protected:
+    PropertyListBundleTest() {
+        std::filesystem::create_directories(beside);
+        std::filesystem::create_directories(installed);
+    }
+
+    ~PropertyListBundleTest() override {
+        std::filesystem::remove_all(beside);
+        std::filesystem::remove_all(installed);
+    }
+
+    static void writeInfo(const std::string &directory, const std::string &contents) {
+        writeFile(directory + "/Info.plist", contents);
+    }
+
+    static void writeStrings(const std::string &directory, const std::string &language,
+                             const std::string &contents) {
+        writeFile(directory + "/" + language + ".lproj/Localizable.strings", contents);
+    }
+
+    PropertyListBundle bundle{{beside, installed}};
+};
+
+TEST_F(PropertyListBundleTest, ReadsStringsAndBooleansOfTheInformationDictionary) {
+    writeInfo(beside,
+              dictionaryOf(entry("VeltrinDuplexOrder", "642135") + entry("Empty", "") +
+                           entry("Escaped", "&lt;&amp;&#228;") +
+                           "<key>Yes</key><true/><key>No</key><false/><key>Number</key><integer>3</integer>"
+                           "<key>List</key><array><string>x</string></array>"));
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("VeltrinDuplexOrder"), "642135");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("Empty"), "");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("Escaped"), "<&\xc3\xa4");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("Yes"), "true");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("No"), "false");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("Number"), std::nullopt);
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("List"), std::nullopt);
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("veltrinduplexorder"), std::nullopt);
+    EXPECT_EQ(bundle.infoDictionaryProblem(), std::nullopt);
+}
+
+TEST_F(PropertyListBundleTest, TheDictionaryBesideTheExecutableWinsWhole) {
+    writeInfo(beside, dictionaryOf(entry("a", "beside")));
+    writeInfo(installed, dictionaryOf(entry("a", "installed") + entry("b", "installed")));
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), "beside");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("b"), std::nullopt);
+}
+
+TEST_F(PropertyListBundleTest, TheInstalledDictionaryServesWhereNoneIsBesideTheExecutable) {
+    writeInfo(installed, dictionaryOf(entry("a", "installed")));
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), "installed");
+}
+
+TEST_F(PropertyListBundleTest, AMissingDictionaryIsNone) {
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), std::nullopt);
+    EXPECT_EQ(bundle.infoDictionaryProblem(), "there is no Info.plist in /tmp/beside or /tmp/installed");
+}
+
+TEST_F(PropertyListBundleTest, ABrokenDictionaryIsNoneEvenWhereAnotherIsInstalled) {
+    writeInfo(installed, dictionaryOf(entry("a", "installed")));
+    const std::vector<std::string> broken = {
+        "",
+        "\0\0\0\0",
+        "VeltrinDuplexOrder = 642135\n",
+        "<?xml version=\"1.0\"?>",
+        "<plist version=\"1.0\"><array><string>x</string></array></plist>",
+        "<plist version=\"1.0\"><string>x</string></plist>",
+        "<plist version=\"1.0\"><dict><key>a</key><string>x",
+        std::string(1000, '<'),
+        "bplist00",
+    };
+    for (const std::string &contents : broken) {
+        writeInfo(beside, contents);
+        PropertyListBundle fresh{{beside, installed}};
+        EXPECT_EQ(fresh.objectForInfoDictionaryKey("a"), std::nullopt) << contents;
+        EXPECT_EQ(fresh.infoDictionaryProblem(),
+                  "/tmp/beside/Info.plist is not an XML property list with a dictionary")
+            << contents;
+    }
+}
+
+TEST_F(PropertyListBundleTest, WhatIsNoFileIsNoDictionaryAndIsNotWaitedFor) {
+    ASSERT_EQ(mkfifo("/tmp/beside/Info.plist", 0600), 0);
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), std::nullopt);
+    EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist is not a file");
+}
+
+TEST_F(PropertyListBundleTest, AFileBeyondReasonIsNotRead) {
+    writeInfo(beside, dictionaryOf(entry("a", "x")));
+    std::filesystem::resize_file("/tmp/beside/Info.plist", std::uintmax_t{1} << 32);
+    EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist is too large");
+}
+
+TEST(LanguagesToTry, AreTheRawValueWithoutEncodingTheBareLanguageAndEnglish) {
+    EXPECT_THAT(languagesToTry("de_DE.UTF-8"), ElementsAre("de_DE.UTF-8", "de_DE", "de", "en"));
+    EXPECT_THAT(languagesToTry("en.UTF-8"), ElementsAre("en.UTF-8", "en"));
+    EXPECT_THAT(languagesToTry("pt_BR"), ElementsAre("pt_BR", "pt", "en"));
+    EXPECT_THAT(languagesToTry("zh-Hans"), ElementsAre("zh-Hans", "zh", "en"));
+    EXPECT_THAT(languagesToTry("de_AT@euro"), ElementsAre("de_AT@euro", "de", "en"));
+    EXPECT_THAT(languagesToTry("C"), ElementsAre("C", "en"));
+    EXPECT_THAT(languagesToTry(""), ElementsAre("en"));
+}
+
+TEST(LanguagesToTry, NeverLeadOutOfTheBundle) {
+    EXPECT_THAT(languagesToTry("../../tmp/evil"), ElementsAre("en"));
+    EXPECT_THAT(languagesToTry("/tmp/evil.UTF-8"), ElementsAre("en"));
+    EXPECT_THAT(languagesToTry("de/../x.UTF-8"), ElementsAre("en"));
+    EXPECT_THAT(languagesToTry("de_DE/x"), ElementsAre("de", "en"));
+}
+
+TEST_F(PropertyListBundleTest, TextsFollowTheLanguageFromTheMostToTheLeastParticular) {
+    writeStrings(installed, "en", dictionaryOf(entry("k", "english")));
+    writeStrings(installed, "de", dictionaryOf(entry("k", "deutsch")));
+    bundle.setPreferredLanguage("de_DE.UTF-8");
+    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "deutsch");
+    writeStrings(installed, "de_DE", dictionaryOf(entry("k", "deutsch (Deutschland)")));
+    bundle.setPreferredLanguage("de_DE.UTF-8");
+    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "deutsch (Deutschland)");
+    writeStrings(installed, "de_DE.UTF-8", dictionaryOf(entry("k", "roh")));
+    bundle.setPreferredLanguage("de_DE.UTF-8");
+    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "roh");
+    bundle.setPreferredLanguage("fr_FR.UTF-8");
+    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "english");
+}
+
+TEST_F(PropertyListBundleTest, ATableBesideTheExecutableWins) {
+    writeStrings(installed, "de", dictionaryOf(entry("k", "installed")));
+    writeStrings(beside, "de", dictionaryOf(entry("k", "beside")));
+    bundle.setPreferredLanguage("de");
+    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "beside");
+}
+
+TEST_F(PropertyListBundleTest, AMissingTextIsItsDefaultAndWithoutOneItsKey) {
+    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "default");
+    EXPECT_EQ(bundle.localizedStringForKey("k", ""), "k");
+    writeStrings(beside, "en", dictionaryOf(entry("other", "x")));
+    bundle.setPreferredLanguage("en");
+    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "default");
+    EXPECT_EQ(bundle.localizedStringForKey("k", ""), "k");
+}
+
+TEST_F(PropertyListBundleTest, ADamagedTableIsNoTable) {
+    writeStrings(beside, "de", "\"k\" = \"deutsch\";\n");
+    writeStrings(beside, "en", dictionaryOf(entry("k", "english")));
+    bundle.setPreferredLanguage("de_DE.UTF-8");
+    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "english");
+}
+
+} // namespace
+} // namespace veltrin::platform
