@@ -134,6 +134,9 @@ inline constexpr std::uint8_t pageTypeSecondOfSheet = 0x04;
 inline constexpr std::uint8_t pageTypeFirstOfSheet = 0x0C;
 inline constexpr std::uint8_t pageTypePause = 0x10;
 
+/// Bit of `BandHeader::dwBandSetting`: this band ends its page.
+inline constexpr std::uint32_t bandSettingLastOfPage = 0x2;
+
 /// Band header, tag "GDIB"; dwKSize + dwYSize + dwMSize + dwCSize bytes of raster data follow it.
 struct BandHeader {
     WireTag MagicNumber;
@@ -148,8 +151,7 @@ struct BandHeader {
     std::uint8_t bPageSet;
     std::uint8_t bRevFlag1;
 
-    /// The band ends its page.
-    [[nodiscard]] bool isLastOfPage() const { return (dwBandSetting & 0x2U) != 0; }
+    [[nodiscard]] bool isLastOfPage() const { return (dwBandSetting & bandSettingLastOfPage) != 0; }
 
     /// The bytes of raster data that follow, in the format's 32-bit arithmetic: the sum wraps, and a result
     /// from 2^31 on is negative, which no stream of a real renderer holds.
