@@ -2,9 +2,11 @@
 
 #include "platform/Bundle.h"
 #include "platform/Clock.h"
+#include "platform/NotificationCenter.h"
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace veltrin::platform {
 
@@ -24,6 +26,11 @@ class Platform {
     /// the system's error number and leaves `version` alone. A system without such a version of its own gives
     /// one whose renderer repeats both sides of a sheet together (0x1040 or later), as today's renderers do.
     [[nodiscard]] virtual std::int32_t systemVersion(std::uint32_t &version) = 0;
+
+    /// Connects to the system's notification service for one channel. Null, with `problem` saying why, where
+    /// it cannot be reached or does not let us in; that takes a few seconds at most.
+    [[nodiscard]] virtual std::unique_ptr<NotificationCenter>
+    makeNotificationCenter(NotificationCenterClient client, std::string &problem) = 0;
 };
 
 /// The platform that this build is made for.

@@ -36,6 +36,12 @@ class LinuxPlatform final : public Platform {
         return 0;
     }
 
+    [[nodiscard]] std::unique_ptr<NotificationCenter>
+    makeNotificationCenter(NotificationCenterClient /*client*/, std::string &problem) override {
+        problem = "this build has no notification center";
+        return nullptr;
+    }
+
   private:
     PropertyListBundle mainBundle{bundleDirectories()};
 };

@@ -1,38 +1,15 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "tests/support/FakeClock.h"
+#include "tests/support/FakeNotificationCenter.h"
 
-#include <functional>
 #include <map>
+#include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace veltrin::test {
-
-/// A clock that only goes on when somebody sleeps.
-class FakeClock final : public platform::Clock {
-  public:
-    [[nodiscard]] std::optional<std::chrono::microseconds> timeOfDay() const override {
-        return fails ? std::nullopt : std::optional(now);
-    }
-
-    [[nodiscard]] std::time_t wholeSeconds() const override {
-        return static_cast<std::time_t>(std::chrono::duration_cast<std::chrono::seconds>(now).count()) -
-               secondsBehind;
-    }
-
-    void sleepFor(std::chrono::microseconds duration) override;
-
-    std::chrono::microseconds now{};
-    std::time_t secondsBehind = 0;
-    bool fails = false;
-
-    /// Every sleep so far, in order.
-    std::vector<std::chrono::microseconds> sleeps;
-
-    /// Called after each sleep, so that a test can end a wait.
-    std::function<void()> afterSleep = [] {};
-};
 
 /// A bundle kept in maps. Without an entry a text is its default, else its key.
 class FakeBundle final : public platform::Bundle {
@@ -60,8 +37,14 @@ class FakePlatform final : public platform::Platform {
 
     [[nodiscard]] std::int32_t systemVersion(std::uint32_t &version) override;
 
+    [[nodiscard]] std::unique_ptr<platform::NotificationCenter>
+    makeNotificationCenter(platform::NotificationCenterClient client, std::string &problem) override {
+        return fakeNotificationCenter.connect(std::move(client), problem);
+    }
+
     FakeClock fakeClock;
     FakeBundle fakeBundle;
+    FakeNotificationCenter fakeNotificationCenter{fakeClock};
     std::uint32_t fakeSystemVersion = 0x1040;
     std::int32_t systemVersionError = 0;
 };

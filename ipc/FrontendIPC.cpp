@@ -1,0 +1,213 @@
+#include "ipc/FrontendIPC.h"
+
+#include "filter/DebugLog.h"
+
+#include <chrono>
+#include <exception>
+#include <utility>
+
+namespace veltrin {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Objects of the notifications, the channel's vocabulary. The odd spelling is what backends listen for.
+constexpr const char *frontendAlive = "fronted-alive";
+constexpr const char *frontendByebye = "frontend-byebye";
+constexpr const char *backendAlive = "backend-alive";
+constexpr const char *backendByebye = "backend-byebye";
+constexpr const char *readPipe = "readPipe";
+constexpr const char *writePipe = "writePipe";
+
+constexpr std::chrono::microseconds waitingTurn = 300ms;
+constexpr std::chrono::microseconds commandTurn = 100ms;
+constexpr std::chrono::microseconds dataTurn = 10ms;
+
+constexpr int backendTurns = 100;
+constexpr int replyTurns = 20;
+
+// The initialiser waits under the same words as `sendData`; those who read the logs know them by heart.
+constexpr const char *sendWaitsForBackend = "FrontendIPC sendData: waiting for backend alive...";
+constexpr const char *readWaitsForBackend = "FrontendIPC waiting for backend alive...";
+
+} // namespace
+
+FrontendIPC::FrontendIPC(const std::string &portName, FrontendIPCDelegate *owner)
+    : frontendServerName(portName + ".frontend"), backendServerName(portName + ".backend"), delegate(owner) {}
+
+std::unique_ptr<FrontendIPC> FrontendIPC::initWithPortName(const std::string &portName,
+                                                           FrontendIPCDelegate *delegate, double /*timeout*/,
+                                                           platform::Platform &platform,
+                                                           std::function<bool()> isCancelled) {
+    CPSDebugLog("FrontendIPC initWithPortName: port name is: %s", portName.c_str());
+    std::unique_ptr<FrontendIPC> ipc(new FrontendIPC(portName, delegate));
+    try {
+        if (!ipc->announce(platform, std::move(isCancelled))) {
+            return nullptr;
+        }
+    } catch (const std::exception &exception) {
+        CPSDebugLog("FrontendIPC initWithPortName: %s", exception.what());
+        return nullptr;
+    }
+    return ipc;
+}
+
+bool FrontendIPC::announce(platform::Platform &platform, std::function<bool()> isCancelled) {
+    std::string problem;
+    center = platform.makeNotificationCenter(
+        {std::move(isCancelled),
+         [](const std::string &line) { CPSDebugLog("FrontendIPC: %s", line.c_str()); }},
+        problem);
+    if (!center) {
+        CPSDebugLog("FrontendIPC initWithPortName: no notification center: %s", problem.c_str());
+        return false;
+    }
+    center->startObserving(
+        frontendServerName, {backendAlive, backendByebye},
+        [this](const platform::Notification &notification) { handleNotification(notification); });
+    postNotificationCommand(frontendAlive);
+    if (!waitForBackend(sendWaitsForBackend)) {
+        stop();
+        return false;
+    }
+    return true;
+}
+
+FrontendIPC::~FrontendIPC() {
+    CPSDebugLog("FrontendIPC server exit: %s", frontendServerName.c_str());
+    CPSDebugLog("FrontendIPC dealloc:");
+    if (center) {
+        center->stopObserving();
+    }
+}
+
+/// Returns false when the turns are used up, even where the backend came back in the last of them.
+bool FrontendIPC::waitForBackend(const char *line) {
+    int turns = 0;
+    while (!isStopped && !isBackendAlive && turns < backendTurns) {
+        CPSDebugLog("%s", line);
+        center->turn(waitingTurn);
+        ++turns;
+    }
+    return turns != backendTurns;
+}
+
+bool FrontendIPC::sendData(std::span<const std::byte> block) {
+    try {
+        if (!waitForBackend(sendWaitsForBackend) || isStopped) {
+            return false;
+        }
+        const bool posted = postNotificationSendData(block);
+        CPSDebugLog("FrontendIPC sendData: sending %d bytes to backend", static_cast<int>(block.size()));
+        return posted;
+    } catch (const std::exception &) {
+        CPSDebugLog("FrontendIPC sendData: Catch Exception!");
+        return false;
+    }
+}
+
+bool FrontendIPC::readData(std::optional<std::vector<std::byte>> &record) {
+    CPSDebugLog("FrontendIPC readData");
+    record.reset();
+    isDataArrived = false;
+    try {
+        if (waitForBackend(readWaitsForBackend) && !isStopped) {
+            if (requestData()) {
+                record = recvData;
+            } else {
+                CPSDebugLog("FrontendIPC readData failed!");
+            }
+        }
+        CPSDebugLog("FrontendIPC readData Completed");
+    } catch (const std::exception &) {
+        CPSDebugLog("FrontendIPC readData: Catch Exception!");
+        record.reset();
+    }
+    return record.has_value();
+}
+
+/// Returns false when the turns are used up, even where the reply came in the last of them.
+bool FrontendIPC::requestData() {
+    postNotificationCommand(readPipe);
+    int turns = 0;
+    while (!isStopped && !isDataArrived && turns < replyTurns) {
+        CPSDebugLog("FrontendIPC waiting data...");
+        center->turn(waitingTurn);
+        ++turns;
+    }
+    return turns != replyTurns && !isStopped && isDataArrived && !recvData.empty();
+}
+
+bool FrontendIPC::waitForDelivery() {
+    try {
+        return center->waitForDelivery();
+    } catch (const std::exception &) {
+        CPSDebugLog("FrontendIPC waitForDelivery: Catch Exception!");
+        return false;
+    }
+}
+
+void FrontendIPC::stop() {
+    isStopped = true;
+    postNotificationCommand(frontendByebye);
+}
+
+bool FrontendIPC::sendAck() const {
+    return true;
+}
+
+bool FrontendIPC::eojAck() const {
+    return sendAck();
+}
+
+void FrontendIPC::handleNotification(const platform::Notification &notification) {
+    try {
+        CPSDebugLog("FrontendIPC::handleNotification");
+        handleCommand(notification);
+    } catch (const std::exception &) {
+        CPSDebugLog("FrontendIPC handleNotification: Catch Exception!");
+    }
+}
+
+void FrontendIPC::handleCommand(const platform::Notification &notification) {
+    if (notification.object == readPipe) {
+        if (!isStopped) {
+            const std::span<const std::byte> data = notification.data.value_or(std::span<const std::byte>());
+            recvData.assign(data.begin(), data.end());
+            isDataArrived = true;
+        }
+    } else if (notification.object == backendAlive) {
+        CPSDebugLog("FrontendIPC::handleNotification:backend-alive");
+        isBackendAlive = true;
+        if (delegate != nullptr && !isStopped) {
+            center->performLater([this] { delegate->ipcReady(*this); });
+        }
+    } else if (notification.object == backendByebye) {
+        isBackendAlive = false;
+        CPSDebugLog("FrontendIPC::handleNotification:backend-byebye");
+    }
+}
+
+void FrontendIPC::postNotificationCommand(const std::string &command) {
+    try {
+        center->post(backendServerName, command, std::nullopt);
+        center->turn(commandTurn);
+    } catch (const std::exception &) {
+        CPSDebugLog("FrontendIPC postNotificationCommand: Catch Exception!");
+    }
+}
+
+/// Returns false where the block, or an earlier one, is lost.
+bool FrontendIPC::postNotificationSendData(std::span<const std::byte> block) {
+    try {
+        center->post(backendServerName, writePipe, block);
+        center->turn(dataTurn);
+        return true;
+    } catch (const std::exception &) {
+        CPSDebugLog("FrontendIPC postNotificationSendData: Catch Exception!");
+        return false;
+    }
+}
+
+} // namespace veltrin

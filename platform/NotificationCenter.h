@@ -1,0 +1,90 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+namespace veltrin::platform {
+
+/// What a notification brings besides its name.
+struct Notification {
+    /// The object; nothing where it is not a text.
+    std::optional<std::string> object;
+
+    /// The block under "data" in the user info, if there is one. Valid only while the observer runs.
+    std::optional<std::span<const std::byte>> data;
+};
+
+/// The two objects by which the other end comes and goes. A notification center needs to know them because
+/// an end may also go without a word, and another one may take its place.
+struct PeerCommands {
+    std::string announcement;
+    std::string farewell;
+};
+
+/// A notification center could not do what it was asked; `what()` says why.
+class NotificationError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The system's service of named notifications between processes, as one end of a channel sees it.
+///
+/// Everything happens on the calling thread: notifications come in, and queued functions run, only while that
+/// thread turns its run loop (`turn`) or waits inside `post` and `waitForDelivery`.
+///
+/// The channel catches what these methods throw; nobody else has to do with them.
+class NotificationCenter {
+  public:
+    using Observer = std::function<void(const Notification &)>;
+
+    NotificationCenter() = default;
+    NotificationCenter(const NotificationCenter &) = delete;
+    NotificationCenter &operator=(const NotificationCenter &) = delete;
+
+    /// Sends what is still unsent, for a short time at most, and takes leave of the service.
+    virtual ~NotificationCenter() = default;
+
+    /// Has `observer` called with every notification of this name from now on; one name at a time. A peer
+    /// that vanishes without its farewell is reported as if it had sent one.
+    /// Throws NotificationError where the name cannot be carried.
+    virtual void startObserving(const std::string &name, const PeerCommands &peer, Observer observer) = 0;
+
+    /// The observer is not called again.
+    virtual void stopObserving() noexcept = 0;
+
+    /// Posts a notification, with a block under "data" in its user info or without any user info. While the
+    /// peer is slow to take earlier ones this waits, unless the job is cancelled. The block is not kept.
+    ///
+    /// Throws NotificationError where the notification cannot be posted, and also, after posting it, where an
+    /// earlier one of its kind (with or without data) has turned out to be undelivered since: a lost block is
+    /// the failure of one post, that one's or a later one's.
+    virtual void post(const std::string &name, const std::string &object,
+                      std::optional<std::span<const std::byte>> data) = 0;
+
+    /// Turns the run loop: runs the functions queued before, then waits until one notification has been
+    /// delivered or `length` has passed. Throws NotificationError where the system gives up on it.
+    virtual void turn(std::chrono::microseconds length) = 0;
+
+    /// Queues a function to a later turn.
+    virtual void performLater(std::function<void()> function) = 0;
+
+    /// Waits until the peer has taken every block posted so far, as long as it takes; ends early when the job
+    /// is cancelled. Returns false where a block was not delivered and no post has said so yet.
+    [[nodiscard]] virtual bool waitForDelivery() = 0;
+};
+
+/// What a notification center asks of, and tells, the program it works for.
+struct NotificationCenterClient {
+    /// Whether the job is cancelled, which ends the waits for a slow peer.
+    std::function<bool()> isCancelled;
+
+    /// Takes one line for the diagnostic log: why something was dropped, refused or lost.
+    std::function<void(const std::string &line)> report;
+};
+
+} // namespace veltrin::platform
