@@ -23,7 +23,6 @@ namespace {
 
 using test::CapturedLog;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 using Bytes = std::vector<std::uint8_t>;
@@ -376,6 +375,164 @@ TEST_F(VeltrinReverseDataTest, DumpNamesThePort) {
         ASSERT_EQ(messages.size(), 34U);
         EXPECT_EQ(messages[1], "ReverseData: port:\t" + (port < names.size() ? names[port] : "Unknown"));
     }
+}
+
+// The names
+
+struct DetectedStatus {
+    std::string text;
+    std::int32_t severity;
+};
+
+class StatusStringTest : public VeltrinReverseDataTest {
+  protected:
+    DetectedStatus detect(std::uint8_t status, std::uint8_t subStatus1, std::uint8_t subStatus2) {
+        store({{36, status}, {37, subStatus1}, {59, subStatus2}});
+        DetectedStatus detected{"", -7};
+        detected.text = data.statusString(detected.severity);
+        return detected;
+    }
+
+    void expect(std::uint8_t status, std::uint8_t subStatus1, std::uint8_t subStatus2,
+                const std::string &text, std::int32_t severity) {
+        const DetectedStatus detected = detect(status, subStatus1, subStatus2);
+        EXPECT_EQ(detected.text, text)
+            << unsigned{status} << '/' << unsigned{subStatus1} << '/' << unsigned{subStatus2};
+        EXPECT_EQ(detected.severity, severity)
+            << unsigned{status} << '/' << unsigned{subStatus1} << '/' << unsigned{subStatus2};
+    }
+};
+
+TEST_F(StatusStringTest, GivesTextAndSeverity) {
+    expect(0, 0, 0, "Ready", 0);
+    expect(1, 255, 255, "Ready", 0);
+    expect(2, 0, 0, "Warming up", 0);
+    expect(13, 1, 0, R"(Downloading controller firmware\U2026)", 0);
+    expect(42, 3, 0, "K toner cartridge at end of life", 0);
+    expect(49, 6, 3, "Service call - Laser Error - LD1 Error", 2);
+    expect(255, 0, 0, "Power off or cable problem", 2);
+}
+
+TEST_F(StatusStringTest, AlwaysWritesTheSeverityEvenWithoutAText) {
+    expect(8, 0, 0, "", 0);
+    expect(30, 5, 0, "", 0);
+    expect(57, 0, 0, "", 0);
+    expect(254, 0, 0, "", 0);
+    expect(49, 1, 4, "", 2);
+    expect(49, 0, 1, "", 2);
+    expect(49, 8, 1, "", 2);
+    expect(54, 3, 0, "", 2);
+}
+
+TEST_F(StatusStringTest, NamesThePaperOfTheSecondSubStatus) {
+    expect(17, 2, 9, "Paper size A4 mismatch on Tray 2", 0);
+    expect(17, 9, 70, "Paper size A6 mismatch", 0);
+    expect(17, 1, 2, "Paper size Unknown paper size - do not translate mismatch on Tray 1", 0);
+    expect(19, 3, 0, "Paper type Plain Recycled mismatch on MP Tray", 0);
+    expect(19, 4, 11, "Paper type OHP mismatch", 0);
+    expect(26, 1, 255, "Paper size Custom illegal in Bypass Tray", 0);
+    expect(26, 2, 1, "Paper size Letter illegal in MP  Tray", 0);
+    expect(26, 3, 1, "Paper size Letter illegal in  Tray 1", 0);
+    expect(26, 0, 1, "Paper size Letter illegal", 0);
+    expect(37, 4, 17, "Paper type Unknown paper type - do not translate illegal in MP tray", 0);
+    expect(38, 3, 254, "Paper size Any Size illegal in Bypass tray", 0);
+}
+
+TEST_F(StatusStringTest, IllegalPaperInAnUnknownTrayHasNoTextWhateverTheTablesHold) {
+    bundle.strings[""] = "the text under the empty key %@";
+    for (const std::uint8_t tray : {std::uint8_t{0}, std::uint8_t{5}, std::uint8_t{255}}) {
+        expect(37, tray, 1, "", 0);
+        expect(38, tray, 1, "", 0);
+    }
+    expect(8, 0, 0, "", 0);
+}
+
+TEST_F(StatusStringTest, TakesTextAndNameFromTheTranslation) {
+    bundle.strings = {{"SizeMismatch2", "Papierformat %1$@ passt nicht zu Fach 2"},
+                      {"gdiPaperSizeA4", "DIN A4"},
+                      {"Ready", "Bereit: 100%, %@ %s"},
+                      {"CoverOpen", ""}};
+    expect(17, 2, 9, "Papierformat DIN A4 passt nicht zu Fach 2", 0);
+    expect(0, 0, 0, "Bereit: 100%, %@ %s", 0);
+    expect(33, 0, 0, "", 0);
+}
+
+TEST_F(StatusStringTest, ATranslationOfTheSharedKeyServesBothItsTexts) {
+    bundle.strings["TypeMismatchUnknown"] = "Papier %@ passt nicht";
+    expect(19, 9, 8, "Papier Bond passt nicht", 0);
+    expect(26, 9, 8, "Papier A3 passt nicht", 0);
+}
+
+TEST_F(StatusStringTest, AHarmfulTranslationDoesNoHarm) {
+    bundle.strings["SizeMismatch1"] = "%s%n%99999999d %2$@ %";
+    expect(17, 1, 9, "%s%n%99999999d %2$@ %", 0);
+}
+
+TEST_F(StatusStringTest, LogsWhatItDetects) {
+    store({{36, 1}});
+    const CapturedLog log;
+    std::int32_t severity = 0;
+    EXPECT_EQ(data.statusString(severity), "Ready");
+    EXPECT_THAT(log.messages(), ElementsAre("ReverseData: detected status: Ready"));
+    EXPECT_EQ(data.statusString(severity), "Ready");
+    EXPECT_THAT(log.messages(),
+                ElementsAre("ReverseData: detected status: Ready", "ReverseData: detected status: Ready"));
+}
+
+TEST_F(StatusStringTest, LogsNothingWhereThereIsNoText) {
+    const std::vector<std::uint8_t> silent = {8,  11, 12, 16, 20, 32, 36, 45, 46,
+                                              47, 48, 49, 50, 51, 52, 54, 57, 254};
+    for (const std::uint8_t status : silent) {
+        store({{36, status}});
+        const CapturedLog log;
+        std::int32_t severity = 0;
+        EXPECT_EQ(data.statusString(severity), "");
+        EXPECT_THAT(log.messages(), IsEmpty()) << unsigned{status};
+    }
+}
+
+TEST_F(VeltrinReverseDataTest, NamesOfPaperAndTraysAreTranslatedAndNeedNoRecord) {
+    EXPECT_EQ(data.paperSizeString(9), "A4");
+    EXPECT_EQ(data.paperSizeString(256), "Unknown paper size - do not translate");
+    EXPECT_EQ(data.paperTypeString(0), "Plain Recycled");
+    EXPECT_EQ(data.paperTypeString(253), "Unknown paper type - do not translate");
+    EXPECT_EQ(data.paperTrayString(3), "MP Tray");
+    EXPECT_EQ(data.paperTrayString(6), "Unknown paper tray - do not translate");
+    bundle.strings = {
+        {"gdiPaperSizeA4", "DIN A4"}, {"gdiPaperTypePlainRecycled", "Recycling"}, {"Tray3", "Fach"}};
+    EXPECT_EQ(data.paperSizeString(9), "DIN A4");
+    EXPECT_EQ(data.paperTypeString(0), "Recycling");
+    EXPECT_EQ(data.paperTrayString(3), "Fach");
+}
+
+TEST_F(VeltrinReverseDataTest, MediaTypesAreNeverTranslated) {
+    bundle.strings = {{"gdiPaperTypeThick160", "Dick"}, {"Thick160", "Dick"}, {"Plain", "Normal"}};
+    EXPECT_EQ(data.mediaTypeString(13), "Thick160");
+    EXPECT_EQ(data.mediaTypeString(0), "Plain");
+    EXPECT_EQ(data.mediaTypeString(-1), "Plain");
+}
+
+TEST_F(VeltrinReverseDataTest, TheModelHasNoNameBeforeTheFirstRecord) {
+    bundle.strings = {{"ModelQM7-K2a", "a model"}, {"", "no model"}};
+    EXPECT_EQ(data.modelInfoString(), "");
+    EXPECT_EQ(data.modelInfoDescription(), "");
+}
+
+TEST_F(VeltrinReverseDataTest, NamesTheModel) {
+    const std::vector<std::pair<std::string, std::string>> names = {
+        {"QM7-K2a", "Morvex LX 410N"},
+        {"QM7-K2b", "QM7-K2b"},
+        {"TM7-K2a", "Morvex LX 520N"},
+        {"Unknown model - do not translate", "Unknown description - do not translate"}};
+    for (std::size_t model = 0; model < names.size(); ++model) {
+        store({{9, static_cast<std::uint8_t>(model << 6 | 0x3F)}});
+        EXPECT_EQ(data.modelInfoString(), names[model].first);
+        EXPECT_EQ(data.modelInfoDescription(), names[model].second);
+    }
+    bundle.strings = {{"ModelTM7-K2a", "translated"}, {"ModelTM7-K2aDesc", "translated, too"}};
+    store({{9, 0x80}});
+    EXPECT_EQ(data.modelInfoString(), "translated");
+    EXPECT_EQ(data.modelInfoDescription(), "translated, too");
 }
 
 } // namespace
