@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -17,8 +18,10 @@ namespace {
 
 using PropertyList = std::unique_ptr<void, decltype(&plist_free)>;
 
-/// Far more than any real table; keeps a stray giant file from being read whole.
-constexpr std::uintmax_t largestFile = std::uintmax_t{16} * 1024 * 1024;
+/// In bytes, far more than any real table. Keeps a stray giant file from being read whole, and one that nests
+/// without end from exhausting the stack: the parser's recursion takes some 50 bytes for each 7 of such a
+/// file.
+constexpr std::uintmax_t largestFile = std::uintmax_t{256} * 1024;
 
 std::optional<std::string> readSmallFile(const std::filesystem::path &path, std::string &problem) {
     std::error_code error;
@@ -58,6 +61,34 @@ std::optional<std::string> textOf(plist_t value) {
     }
 }
 
+/// Whether a text may be passed on as UTF-8 and as a C string, which the parser leaves to its caller:
+/// well-formed (no overlong form, no half of a surrogate pair, nothing above U+10FFFF) and without a zero
+/// byte.
+bool isPlainUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const auto lead = static_cast<unsigned char>(text.front());
+        const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        if (lead == 0 || (lead >= 0x80 && lead < 0xC2) || lead > 0xF4 || text.size() < length) {
+            return false;
+        }
+        std::uint32_t character = length == 1 ? lead : lead & (0x7FU >> length);
+        for (const char continuation : text.substr(1, length - 1)) {
+            const auto byte = static_cast<unsigned char>(continuation);
+            if ((byte & 0xC0U) != 0x80) {
+                return false;
+            }
+            character = character << 6 | (byte & 0x3FU);
+        }
+        const bool overlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
+        const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
+        if (overlong || surrogate || character > 0x10FFFF) {
+            return false;
+        }
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
 /// Reads a property list whose root is a dictionary. Nothing with `problem` set where there is none to be
 /// had.
 std::optional<std::map<std::string, std::string>> readDictionary(const std::filesystem::path &path,
@@ -87,6 +118,10 @@ std::optional<std::map<std::string, std::string>> readDictionary(const std::file
             return table;
         }
         if (std::optional<std::string> text = textOf(value)) {
+            if (!isPlainUtf8(key) || !isPlainUtf8(*text)) {
+                problem = "holds text that is not UTF-8";
+                return std::nullopt;
+            }
             table.insert_or_assign(key, std::move(*text));
         }
     }

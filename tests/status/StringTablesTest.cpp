@@ -1,0 +1,243 @@
+#include "platform/linux/PropertyListBundle.h"
+#include "tests/support/Files.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace veltrin::platform {
+namespace {
+
+using test::writeFile;
+using testing::ElementsAre;
+
+const std::string tableStart = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                               "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+                               "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+                               "<plist version=\"1.0\">\n<dict>\n";
+const std::string tableEnd = "</dict>\n</plist>\n";
+
+std::string entry(const std::string &key, const std::string &text) {
+    return "<key>" + key + "</key><string>" + text + "</string>\n";
+}
+
+class StringTablesTest : public testing::Test {
+  protected:
+    ~StringTablesTest() override {
+        std::filesystem::remove_all(first);
+        std::filesystem::remove_all(second);
+    }
+
+    static std::filesystem::path tablePath(const std::filesystem::path &directory,
+                                           const std::string &language) {
+        return directory / (language + ".lproj") / "Localizable.strings";
+    }
+
+    void writeTable(const std::string &language, const std::string &entries) {
+        writeFile(tablePath(first, language), tableStart + entries + tableEnd);
+    }
+
+    /// The text under "Ready", by default "default", for somebody with this LANG.
+    std::string ready(const std::string &language) {
+        PropertyListBundle bundle({first, second});
+        bundle.setPreferredLanguage(language);
+        return bundle.localizedStringForKey("Ready", "default");
+    }
+
+    const std::filesystem::path first = "/tmp/first";
+    const std::filesystem::path second = "/tmp/second";
+};
+
+TEST(LanguagesToTry, FromTheRawValueDownToEnglish) {
+    EXPECT_THAT(languagesToTry("de_DE.UTF-8"), ElementsAre("de_DE.UTF-8", "de_DE", "de", "en"));
+    EXPECT_THAT(languagesToTry("de_AT@euro"), ElementsAre("de_AT@euro", "de", "en"));
+    EXPECT_THAT(languagesToTry("pt-BR"), ElementsAre("pt-BR", "pt", "en"));
+    EXPECT_THAT(languagesToTry("de"), ElementsAre("de", "en"));
+    EXPECT_THAT(languagesToTry("en.UTF-8"), ElementsAre("en.UTF-8", "en"));
+    EXPECT_THAT(languagesToTry("C"), ElementsAre("C", "en"));
+    EXPECT_THAT(languagesToTry(""), ElementsAre("en"));
+    EXPECT_THAT(languagesToTry(".UTF-8"), ElementsAre(".UTF-8", "en"));
+}
+
+TEST(LanguagesToTry, NeverLeavesTheBundle) {
+    EXPECT_THAT(languagesToTry("../../etc/de"), ElementsAre("en"));
+    EXPECT_THAT(languagesToTry("/etc"), ElementsAre("en"));
+    EXPECT_THAT(languagesToTry("de.x/y"), ElementsAre("de", "en"));
+    EXPECT_THAT(languagesToTry(std::string("d\0e", 3)), ElementsAre("en"));
+}
+
+TEST_F(StringTablesTest, TheNearestLanguageThatHasTheKeyWins) {
+    writeTable("en", entry("Ready", "English"));
+    EXPECT_EQ(ready("de_DE.UTF-8"), "English");
+    writeTable("de", entry("Ready", "bare language"));
+    EXPECT_EQ(ready("de_DE.UTF-8"), "bare language");
+    writeTable("de_DE", entry("Ready", "without encoding"));
+    EXPECT_EQ(ready("de_DE.UTF-8"), "without encoding");
+    writeTable("de_DE.UTF-8", entry("Ready", "raw"));
+    EXPECT_EQ(ready("de_DE.UTF-8"), "raw");
+
+    EXPECT_EQ(ready("de_DE"), "without encoding");
+    EXPECT_EQ(ready("de_AT.UTF-8"), "bare language");
+    EXPECT_EQ(ready("de"), "bare language");
+    EXPECT_EQ(ready("fr_FR.UTF-8"), "English");
+    EXPECT_EQ(ready("C"), "English");
+    EXPECT_EQ(ready(""), "English");
+}
+
+TEST_F(StringTablesTest, AKeyMissingFromTheNearestTableIsLookedUpInTheNext) {
+    writeTable("de_DE", entry("Other", "anders"));
+    writeTable("de", entry("Another", "noch anders"));
+    writeTable("en", entry("Ready", "English"));
+    EXPECT_EQ(ready("de_DE.UTF-8"), "English");
+}
+
+TEST_F(StringTablesTest, AMissingKeyGivesTheDefaultAndTheKeyWhereThatIsEmpty) {
+    writeTable("en", entry("Other", "other"));
+    PropertyListBundle bundle({first});
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", "default"), "default");
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "Ready");
+    EXPECT_EQ(bundle.localizedStringForKey("", ""), "");
+    EXPECT_EQ(bundle.localizedStringForKey("Other", ""), "other");
+}
+
+TEST_F(StringTablesTest, WithoutAnyTableTheDefaultsHold) {
+    EXPECT_EQ(ready("de_DE.UTF-8"), "default");
+    PropertyListBundle nowhere({});
+    EXPECT_EQ(nowhere.localizedStringForKey("Ready", "default"), "default");
+    EXPECT_EQ(nowhere.localizedStringForKey("Ready", ""), "Ready");
+}
+
+TEST_F(StringTablesTest, WithoutALanguageTheTextsAreEnglish) {
+    writeTable("en", entry("Ready", "English"));
+    PropertyListBundle bundle({first});
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", "default"), "English");
+}
+
+TEST_F(StringTablesTest, AnotherLanguageMayBeChosenLater) {
+    writeTable("de", entry("Ready", "Bereit"));
+    writeTable("en", entry("Ready", "English"));
+    PropertyListBundle bundle({first});
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "English");
+    bundle.setPreferredLanguage("de_DE.UTF-8");
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "Bereit");
+    bundle.setPreferredLanguage("C");
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "English");
+}
+
+TEST_F(StringTablesTest, TheFirstDirectoryThatHasTheLanguageWins) {
+    writeFile(tablePath(second, "de"), tableStart + entry("Ready", "installed") + tableEnd);
+    writeTable("en", entry("Ready", "English"));
+    EXPECT_EQ(ready("de"), "installed");
+    writeTable("de", entry("Ready", "beside the program"));
+    EXPECT_EQ(ready("de"), "beside the program");
+}
+
+TEST_F(StringTablesTest, TextsComeOutAsTheyAreWritten) {
+    writeTable("en", entry("blank", "with a blank at its end ") + entry("empty", "") +
+                         "<key>empty, too</key><string/>" +
+                         entry("escaped", "a &amp; b &lt;c&gt; &quot;d&quot;") +
+                         entry("six characters", "firmware\\U2026") + entry("UTF-8", "Größe … 用紙 😀") +
+                         entry("percent", "%@ %1$@ %%"));
+    PropertyListBundle bundle({first});
+    EXPECT_EQ(bundle.localizedStringForKey("blank", ""), "with a blank at its end ");
+    EXPECT_EQ(bundle.localizedStringForKey("empty", "default"), "");
+    EXPECT_EQ(bundle.localizedStringForKey("empty, too", "default"), "");
+    EXPECT_EQ(bundle.localizedStringForKey("escaped", ""), "a & b <c> \"d\"");
+    EXPECT_EQ(bundle.localizedStringForKey("six characters", ""), "firmware\\U2026");
+    EXPECT_EQ(bundle.localizedStringForKey("UTF-8", ""), "Größe … 用紙 😀");
+    EXPECT_EQ(bundle.localizedStringForKey("percent", ""), "%@ %1$@ %%");
+}
+
+TEST_F(StringTablesTest, AValueThatIsNoTextIsAMissingKey) {
+    writeTable("en", "<key>Ready</key><integer>3</integer>" + entry("Other", "other"));
+    EXPECT_EQ(ready("en"), "default");
+    PropertyListBundle bundle({first});
+    EXPECT_EQ(bundle.localizedStringForKey("Other", ""), "other");
+}
+
+TEST_F(StringTablesTest, ADamagedTableIsNoTable) {
+    const std::string good = tableStart + entry("Ready", "Bereit") + entry("Last", "zuletzt") + tableEnd;
+    const auto inPlaceOf = [&good](const std::string &old, const std::string &text) {
+        std::string damaged = good;
+        return damaged.replace(damaged.find(old), old.size(), text);
+    };
+    const std::vector<std::pair<std::string, std::string>> damages = {
+        {"empty", ""},
+        {"cut within a key", good.substr(0, good.find("Last") + 2)},
+        {"cut between entries", good.substr(0, good.find("<key>Last"))},
+        {"cut before the end of the dictionary", good.substr(0, good.find("</dict>"))},
+        {"not a property list", "Ready = Bereit\n"},
+        {"a table in the older notation", "\"Ready\" = \"Bereit\";\n"},
+        {"a binary property list", "bplist00\xD1\x01\x02" + good},
+        {"a list in place of the dictionary",
+         "<plist version=\"1.0\"><array><string>Ready</string></array></plist>"},
+        {"tags that do not match", inPlaceOf("</string>", "</strin>")},
+        {"a key without a text", inPlaceOf("<string>Bereit</string>", "")},
+        {"an unknown entity", inPlaceOf("Bereit", "&bereit;")},
+        {"an unknown element", inPlaceOf("<string>Bereit</string>", "<text>Bereit</text>")},
+        {"Latin-1", inPlaceOf("zuletzt", "f\xFCr")},
+        {"a stray continuation byte", inPlaceOf("zuletzt", "\x80")},
+        {"an overlong form of two bytes", inPlaceOf("zuletzt", "\xC1\x81")},
+        {"an overlong form of three bytes", inPlaceOf("zuletzt", "\xE0\x81\x81")},
+        {"an overlong form of four bytes", inPlaceOf("zuletzt", "\xF0\x80\x81\x81")},
+        {"half of a surrogate pair", inPlaceOf("zuletzt", "&#xD800;")},
+        {"above the last character", inPlaceOf("zuletzt", "\xF4\x90\x80\x80")},
+        {"a lead byte without a meaning", inPlaceOf("zuletzt", "\xF8\x88\x80\x80")},
+        {"a character that breaks off", inPlaceOf("zuletzt", "\xE2\x82")},
+        {"a key that is not UTF-8", inPlaceOf("Last", "\xFF")},
+        {"a zero byte", inPlaceOf("zuletzt", std::string("zu\0letzt", 8))},
+    };
+    writeTable("en", entry("Ready", "English"));
+    for (const auto &[name, contents] : damages) {
+        writeFile(tablePath(first, "de"), contents);
+        EXPECT_EQ(ready("de"), "English") << name;
+    }
+    writeFile(tablePath(first, "de"), good);
+    EXPECT_EQ(ready("de"), "Bereit");
+}
+
+TEST_F(StringTablesTest, BehindADamagedTableTheInstalledOneCounts) {
+    writeFile(tablePath(first, "de"), "damaged");
+    writeFile(tablePath(second, "de"), tableStart + entry("Ready", "installed") + tableEnd);
+    EXPECT_EQ(ready("de"), "installed");
+}
+
+TEST_F(StringTablesTest, AGiantTableIsNoTable) {
+    writeTable("de", entry("Ready", "Bereit") + std::string(std::size_t{256} * 1024, ' '));
+    EXPECT_EQ(ready("de"), "default");
+}
+
+TEST_F(StringTablesTest, ATableThatNestsWithoutEndDoesNoHarm) {
+    std::string nested = tableStart + entry("Ready", "Bereit") + "<key>deep</key>";
+    while (nested.size() < std::size_t{255} * 1024) {
+        nested += "<array>";
+    }
+    writeFile(tablePath(first, "de"), nested);
+    EXPECT_EQ(ready("de"), "default");
+}
+
+TEST_F(StringTablesTest, WhatIsNoFileIsNoTable) {
+    const std::filesystem::path path = tablePath(first, "de");
+    std::filesystem::create_directories(path);
+    EXPECT_EQ(ready("de"), "default") << "a directory";
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(ready("de"), "default") << "a pipe, whose writer nobody waits for";
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink("Localizable.strings", path);
+    EXPECT_EQ(ready("de"), "default") << "a link to itself";
+}
+
+TEST_F(StringTablesTest, ALanguageOfAnyLengthIsHarmless) {
+    writeTable("en", entry("Ready", "English"));
+    EXPECT_EQ(ready(std::string(100'000, 'x')), "English");
+}
+
+} // namespace
+} // namespace veltrin::platform
