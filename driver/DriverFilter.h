@@ -1,0 +1,187 @@
+#pragma once
+
+#include "driver/MemoryEstimate.h"
+#include "driver/PageStream.h"
+#include "driver/ReadAhead.h"
+#include "filter/CUPSFilter.h"
+#include "ipc/FrontendIPC.h"
+#include "ipc/FrontendIPCDelegate.h"
+#include "status/VeltrinReverseData.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace veltrin {
+
+/// `wBandNo` of the last page header that was copied, loaded as it is stored on the wire in little-endian
+/// order. Nothing reads it; it is there for a debugger.
+extern std::uint32_t pageBandNumber;
+
+/// The printer driver: the whole job from the input page stream to the printer.
+///
+/// Its methods are spread over a few files by subject: the job sequence (DriverFilter.cpp), the stream's
+/// input and output (DriverFilterIO.cpp), page copying (DriverFilterPages.cpp), spooling
+/// (DriverFilterSpool.cpp), unspooling (DriverFilterUnspool.cpp), and the printer's status and memory
+/// (DriverFilterStatus.cpp).
+///
+/// All methods that return a boolean return true on success; a failure is logged where it is found.
+class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
+  public:
+    using CUPSFilter::CUPSFilter;
+    ~DriverFilter() override;
+
+    /// Opens the channel to the printer's backend, unless the device URI's scheme is "file", and allocates
+    /// the data buffer.
+    [[nodiscard]] bool init() override;
+
+    /// The whole job. True when it was printed.
+    [[nodiscard]] bool run() override;
+
+  protected:
+    /// \name Job sequence
+    /// \{
+    [[nodiscard]] bool openChannel();
+    [[nodiscard]] bool printJob();
+    [[nodiscard]] bool preparePrinter();
+    [[nodiscard]] bool waitForPort();
+    [[nodiscard]] bool readIdentifier();
+    [[nodiscard]] bool printTwoSided();
+    [[nodiscard]] bool awaitEndOfJob();
+    [[nodiscard]] std::int32_t readRetryCount() override;
+    /// \}
+
+    /// \name Stream input and output
+    /// \{
+    /// Reads exactly `size` bytes.
+    [[nodiscard]] bool readFromFD(int fd, void *buffer, std::int32_t size);
+
+    /// Writes exactly `size` bytes, or hands them to the channel where there is one and `fd` is standard
+    /// output. A failure is shown to the user until the job is cancelled.
+    [[nodiscard]] bool writeToFD(int fd, const void *buffer, std::int32_t size);
+
+    /// Reads one header. `size` becomes its size in bytes; 0 where no known tag could be read.
+    [[nodiscard]] bool readHeader(StreamHeader &header, std::int32_t &size, int fromFD);
+
+    /// Reads the data that belongs to `header` into `dataBuffer`. `size` becomes its size in bytes; 0 on
+    /// failure.
+    [[nodiscard]] bool readHeaderData(const StreamHeader &header, std::int32_t &size, int fromFD);
+
+    [[nodiscard]] bool allocateDataBuffer(std::int32_t size);
+    /// \}
+
+    /// \name Page copying
+    /// \{
+    /// Copies from where `from` stands up to and including the last band of a page, or up to the end-of-job
+    /// mark, which sets `eoj` and is not written. `additionalType` is ORed into the page's type; `paperTray`
+    /// replaces its tray unless it is `pagesOwnTray`.
+    [[nodiscard]] bool copyPageFrom(int from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
+                                    bool &eoj);
+
+    /// Copies the page in the file `path`.
+    [[nodiscard]] bool copyPageFromPath(const std::string &path, int to, std::uint32_t additionalType,
+                                        std::uint8_t paperTray);
+
+    /// Sends the job straight from the input to the printer.
+    [[nodiscard]] bool sendPages();
+
+    /// Whether the job's name asks for a tray; `settings.priorityTray` becomes that tray if it does.
+    [[nodiscard]] bool isSDCJob();
+
+    void overrideTrayAndMedia(PageHeader &page);
+    [[nodiscard]] bool readFileHeaders();
+    [[nodiscard]] bool writeFileHeaders();
+    [[nodiscard]] bool sendEndOfJob();
+    /// \}
+
+    /// \name Spooling
+    /// \{
+    /// Copies every page of the input into a temporary file of its own and selects those that make up one
+    /// copy. True where the whole input was spooled up to its end-of-job mark.
+    [[nodiscard]] bool spoolPages();
+
+    /// Removes the spooled pages' files.
+    void cleanupSpoolFiles();
+
+    /// Whether a copy with an odd number of pages needs a blank page more. Nothing in the filter asks.
+    [[nodiscard]] bool includeBlankPage() const;
+
+    [[nodiscard]] bool spoolEveryPage(bool &eoj);
+    void selectPagesOfOneCopy();
+    /// \}
+
+    /// \name Unspooling
+    /// \{
+    /// Reorders `paths` for two-sided printing. Never fails: an odd number of pages or an unknown order
+    /// leaves the pages as they are.
+    [[nodiscard]] bool duplex(const std::string &order);
+
+    /// Sends the pages in `paths` to the printer, as often as the job's copies ask for.
+    [[nodiscard]] bool unspoolPages();
+
+    void markJobAsDuplex();
+    [[nodiscard]] bool sendPlannedPages(bool headersSent);
+    /// \}
+
+    /// \name Printer status and memory
+    /// \{
+    /// Waits until the printer has room for a header and its data. True at once without a channel.
+    [[nodiscard]] bool checkHeaderSize(std::uint32_t headerSize, std::uint32_t dataSize, bool isDuplex);
+
+    /// Reads a status record and shows the status to the user. False where none could be read or the status
+    /// is an error. True at once without a channel.
+    [[nodiscard]] bool checkStatus();
+
+    /// Writes one status line for the scheduler; an error is repeated until the job is cancelled.
+    void postCUPSStatus(std::int32_t severity, const std::string &text);
+
+    [[nodiscard]] bool isUsableStatusReply(const std::optional<std::vector<std::byte>> &reply) const;
+
+    /// A field of the status record, or what an all-zero record would give as long as none has arrived: an
+    /// accessor would then wait for ever, on the one thread that could end the wait.
+    template <typename Value, typename... Arguments>
+    [[nodiscard]] Value recorded(Value (VeltrinReverseData::*accessor)(Arguments...) const,
+                                 Arguments... arguments) const {
+        return reverseData->hasRecord() ? (reverseData.get()->*accessor)(arguments...) : Value{};
+    }
+
+    [[nodiscard]] bool duplexInstalled() const { return recorded(&VeltrinReverseData::duplexInstalled); }
+
+    /// \}
+
+    /// The channel to the printer's backend; null where the job goes to standard output.
+    std::unique_ptr<FrontendIPC> ipc;
+
+    /// The printer's latest status record.
+    std::unique_ptr<VeltrinReverseData> reverseData;
+
+    /// Room for the data of one band; grows to what the largest needs. Null after an allocation has failed.
+    std::unique_ptr<std::byte[]> dataBuffer;
+    std::int64_t dataBufferSize = 0;
+
+    /// What the printer is thought to have free, and when it was last asked in the ordinary course of a job.
+    MemoryEstimate printerMemory;
+    std::optional<std::chrono::microseconds> lastCheckTime;
+
+    /// The job's headers as read from the input.
+    StreamHeader fileHeader;
+    StreamHeader fileHeaderEx;
+
+    /// Spool files in the order written; each is removed at the end of the job.
+    std::vector<std::string> origPaths;
+
+    /// The pages of one copy in the order to be sent, out of `origPaths`.
+    std::vector<std::string> paths;
+
+    /// Pages spooled.
+    std::uint32_t pageCount = 0;
+
+  private:
+    ReadAhead readAhead;
+};
+
+} // namespace veltrin

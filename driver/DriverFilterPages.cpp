@@ -1,0 +1,163 @@
+// DriverFilter: copying single pages, and sending a job straight through.
+
+#include "driver/DriverFilter.h"
+#include "driver/PriorityTray.h"
+#include "driver/SendPlan.h"
+#include "filter/DebugLog.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <bit>
+
+namespace veltrin {
+
+std::uint32_t pageBandNumber = 0;
+
+namespace {
+
+/// A page with both bits counts as two-sided for the printer's memory.
+bool isDuplexedPage(std::uint32_t additionalType) {
+    return (additionalType & pageTypeFirstOfSheet) == pageTypeFirstOfSheet;
+}
+
+} // namespace
+
+bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
+                                bool &eoj) {
+    std::uint32_t headerCount = 0;
+    while (!eoj) {
+        StreamHeader header;
+        std::int32_t headerSize = 0;
+        std::int32_t dataSize = 0;
+        const bool headerRead = readHeader(header, headerSize, from);
+        const Tag tag = header.tag();
+        if (headerRead && tag == endOfJobTag) {
+            eoj = true;
+            CPSDebugLog("DriverFilter copyPageFrom: eoj at tag: %u", headerCount);
+            break;
+        }
+        if (tag != bandHeaderTag && tag != pageHeaderTag) {
+            // Copied all the same: the printer may know more kinds of header than we do.
+            CPSDebugLog("DriverFilter copyPageFrom: encountered unexpected file header");
+        }
+        if (!headerRead) {
+            return false;
+        }
+
+        if (tag == pageHeaderTag) {
+            auto page = header.as<PageHeader>();
+            page.bType |= static_cast<std::uint8_t>(additionalType);
+            if (paperTray != pagesOwnTray) {
+                page.bPaperTray = paperTray;
+            }
+            if (isSDCJob()) {
+                overrideTrayAndMedia(page);
+            }
+            pageBandNumber = std::bit_cast<LittleEndian16>(page.wBandNo);
+            header.store(page);
+        }
+
+        if (!readHeaderData(header, dataSize, from)) {
+            CPSDebugAssert_("DriverFilter copyPageFrom: failed to read header and data");
+            return false;
+        }
+        if (to == STDOUT_FILENO &&
+            !checkHeaderSize(static_cast<std::uint32_t>(headerSize), static_cast<std::uint32_t>(dataSize),
+                             isDuplexedPage(additionalType))) {
+            return false;
+        }
+        if (headerSize != 0 && !writeToFD(to, header.data(), headerSize)) {
+            CPSDebugAssert_("DriverFilter copyPageFrom: failed to write header");
+            return false;
+        }
+        if (dataSize != 0 && !writeToFD(to, dataBuffer.get(), dataSize)) {
+            CPSDebugAssert_("DriverFilter copyPageFrom: failed to write data");
+            return false;
+        }
+        if (tag == bandHeaderTag && header.as<BandHeader>().isLastOfPage()) {
+            CPSDebugLog("DriverFilter copyPageFrom: done with page");
+            break;
+        }
+        ++headerCount;
+    }
+    return true;
+}
+
+bool DriverFilter::copyPageFromPath(const std::string &path, int to, std::uint32_t additionalType,
+                                    std::uint8_t paperTray) {
+    const int from = open(path.c_str(), O_RDONLY, 0660);
+    if (from == -1) {
+        CPSDebugAssert_("DriverFilter copyPageFromPath: unable to open file: %s", path.c_str());
+        return false;
+    }
+    bool eoj = false;
+    const bool result = copyPageFrom(from, to, additionalType, paperTray, eoj);
+    readAhead.forget();
+    if (from != STDOUT_FILENO) {
+        close(from);
+    }
+    return result;
+}
+
+bool DriverFilter::isSDCJob() {
+    const std::optional<std::uint32_t> tray = priorityTrayNamedBy(settings.jobName.value_or(""));
+    if (!tray) {
+        return false;
+    }
+    settings.priorityTray = *tray;
+    CPSDebugLog("DriverFilter: isSDCJob - priorityTray = %d",
+                static_cast<std::int32_t>(settings.priorityTray));
+    return true;
+}
+
+/// Both the tray and the media are asked of the tray that the job's name names: the media is what lies in
+/// that tray, not in the one that is printed from.
+void DriverFilter::overrideTrayAndMedia(PageHeader &page) {
+    page.bPaperTray =
+        static_cast<std::uint8_t>(reverseData->priorityTrayForTargetTray(settings.priorityTray));
+    page.bMediaType =
+        static_cast<std::uint8_t>(recorded(&VeltrinReverseData::paperTypeForTray, settings.priorityTray));
+    CPSDebugLog("DriverFilter copyPageFrom: overriding tray (%d) and media type (%d)", page.bPaperTray,
+                page.bMediaType);
+}
+
+/// Reads the job's two headers, in their order, from the input.
+bool DriverFilter::readFileHeaders() {
+    // Direct sending and spooling both log under this name.
+    CPSDebugLog("DriverFilter spoolPages Reading file headers");
+    std::int32_t size = 0;
+    return readHeader(fileHeader, size, sourceFD) && readHeader(fileHeaderEx, size, sourceFD) &&
+           fileHeader.tag() == fileHeaderTag && fileHeaderEx.tag() == fileHeaderExTag;
+}
+
+/// Sends the job's two headers to the printer.
+bool DriverFilter::writeFileHeaders() {
+    return writeToFD(STDOUT_FILENO, fileHeader.data(), sizeof(FileHeader)) &&
+           writeToFD(STDOUT_FILENO, fileHeaderEx.data(), sizeof(FileHeaderEx));
+}
+
+bool DriverFilter::sendPages() {
+    const bool valid = readFileHeaders();
+    CPSDebugLog("DriverFilter sendPages: Sending file headers");
+    bool result = valid && writeFileHeaders();
+    bool eoj = false;
+    while (result && !eoj) {
+        result = copyPageFrom(sourceFD, STDOUT_FILENO, 0, pagesOwnTray, eoj);
+    }
+
+    // The printer waits for the mark whatever has become of the pages.
+    CPSDebugLog("DriverFilter sendPages: Sending EOJ");
+    const bool ended = sendEndOfJob();
+    if (!ended) {
+        CPSDebugAssert_("DriverFilter sendPages: failed to send EOJ");
+    }
+    return result && ended;
+}
+
+bool DriverFilter::sendEndOfJob() {
+    const WireTag mark = endOfJobTag;
+    return writeToFD(STDOUT_FILENO, &mark, sizeof mark);
+}
+
+} // namespace veltrin

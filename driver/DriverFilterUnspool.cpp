@@ -1,0 +1,115 @@
+// DriverFilter: reordering a spooled job for two-sided printing, and sending it.
+
+#include "driver/DriverFilter.h"
+#include "driver/DuplexOrder.h"
+#include "driver/SendPlan.h"
+#include "filter/DebugLog.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace veltrin {
+
+namespace {
+
+/// How the log names the ways of sending a job: for a page sent in the first and in the second pass, and for
+/// a page that failed.
+struct BranchNames {
+    const char *sending;
+    const char *sendingSecondPass;
+    const char *failed;
+};
+
+BranchNames namesOf(SendBranch branch) {
+    switch (branch) {
+    case SendBranch::uncollated:
+        return {"(not-collated)", "(not-collated)", "(not-collated)"};
+    case SendBranch::uncollatedDuplexUnit:
+        return {"(uncollated) 1", "(uncollated) 1", "(uncollated)"};
+    case SendBranch::collatedByHand:
+        return {"(collated duplex) 1", "(collated duplex) 2", "(collated duplex)"};
+    case SendBranch::collated:
+    case SendBranch::collatedDuplexUnit:
+        break;
+    }
+    return {"(collated) 1", "(collated) 1", "(collated)"};
+}
+
+} // namespace
+
+bool DriverFilter::duplex(const std::string &order) {
+    if (paths.size() % 2 != 0) {
+        CPSDebugLog("DriverFilter duplex: odd number of pages submitted: %d", static_cast<int>(paths.size()));
+    } else if (const auto indexes = duplexOrder(order, static_cast<std::uint32_t>(paths.size()))) {
+        CPSDebugLog("DriverFilter duplex: Duplexing %s", order.c_str());
+        std::vector<std::string> reordered;
+        for (const std::uint32_t index : *indexes) {
+            reordered.push_back(paths[index]);
+        }
+        paths = std::move(reordered);
+    } else {
+        CPSDebugLog("DriverFilter duplex: duplexing order not specified");
+    }
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        CPSDebugLog("DriverFilter duplex: path %d = %s", static_cast<int>(i), paths[i].c_str());
+    }
+    return true;
+}
+
+bool DriverFilter::unspoolPages() {
+    if (settings.duplex) {
+        markJobAsDuplex();
+    }
+    CPSDebugLog("DriverFilter unspoolPages: Sending file headers");
+    const bool headersSent = writeFileHeaders();
+    const bool lastPageSent = sendPlannedPages(headersSent);
+
+    CPSDebugLog("DriverFilter unspoolPages: Sending EOJ");
+    const bool ended = sendEndOfJob();
+    if (!ended) {
+        CPSDebugAssert_("DriverFilter unspoolPages: failed to send EOJ");
+    }
+    return lastPageSent && ended;
+}
+
+/// Tells the printer in the job file header how the sheets are turned.
+void DriverFilter::markJobAsDuplex() {
+    auto header = fileHeader.as<FileHeader>();
+    const bool manualDuplex = boolForPPDAttr("VeltrinManualDuplex");
+    header.wJobSetting =
+        static_cast<std::uint16_t>(header.wJobSetting | duplexJobSetting(manualDuplex, duplexInstalled()));
+    fileHeader.store(header);
+}
+
+/// Sends every page as often and in the order that the job asks for. A page that fails does not keep the
+/// others from the printer: the result is that of the last page, or `headersSent` where there is none.
+bool DriverFilter::sendPlannedPages(bool headersSent) {
+    CPSDebugLog("DriverFilter unspoolPages: collate: %d, copies: %d, pathCount: %d",
+                static_cast<int>(settings.collate), static_cast<std::int32_t>(settings.copies),
+                static_cast<int>(paths.size()));
+    const SendJob job = {
+        .pathCount = static_cast<std::uint32_t>(paths.size()),
+        .copies = settings.copies,
+        .collate = settings.collate,
+        .duplex = settings.duplex,
+        .duplexInstalled = duplexInstalled(),
+        .duplexBypass = boolForPPDAttr("VeltrinDuplexBypass"),
+    };
+    const BranchNames names = namesOf(sendBranch(job));
+    bool result = headersSent;
+    forEachPlannedPage(job, [&](const PlannedPage &page) {
+        const std::string &path = paths[page.index];
+        CPSDebugLog("DriverFilter unspoolPages %s: sending path %s, flags: %x",
+                    page.secondPass ? names.sendingSecondPass : names.sending, path.c_str(),
+                    unsigned{page.typeBits});
+        result = copyPageFromPath(path, STDOUT_FILENO, page.typeBits, page.tray);
+        if (!result) {
+            CPSDebugAssert_("DriverFilter unspoolPages %s: copyPageFromPath failed on index %d", names.failed,
+                            static_cast<std::int32_t>(page.index));
+        }
+    });
+    return result;
+}
+
+} // namespace veltrin

@@ -1,0 +1,40 @@
+#include "driver/ReadAhead.h"
+
+#include <sys/uio.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace veltrin {
+
+ReadAhead::ReadAhead() : storage(std::make_unique<std::byte[]>(capacity)) {}
+
+ssize_t ReadAhead::read(int fd, void *buffer, std::size_t size) {
+    if (fd != source) {
+        forget();
+        source = fd;
+    }
+    if (begin == end) {
+        const std::array<iovec, 2> rooms = {iovec{buffer, size}, iovec{storage.get(), capacity}};
+        const ssize_t result = readv(fd, rooms.data(), rooms.size());
+        if (result <= 0 || static_cast<std::size_t>(result) <= size) {
+            return result;
+        }
+        begin = 0;
+        end = static_cast<std::size_t>(result) - size;
+        return static_cast<ssize_t>(size);
+    }
+    const std::size_t count = std::min(size, end - begin);
+    std::memcpy(buffer, storage.get() + begin, count);
+    begin += count;
+    return static_cast<ssize_t>(count);
+}
+
+void ReadAhead::forget() {
+    begin = 0;
+    end = 0;
+    source = -1;
+}
+
+} // namespace veltrin

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <memory>
+
+namespace veltrin {
+
+/// Reads a descriptor in large pieces and hands the bytes out in small ones: a page stream is mostly small
+/// headers, and a system call for each would cost more than the data.
+///
+/// It never waits for more than was asked for: the spare room is only offered to the system along with the
+/// request.
+class ReadAhead {
+  public:
+    ReadAhead();
+
+    /// Like read(2): stores up to `size` bytes and returns their number, 0 at the end of the input, or -1
+    /// with `errno` set. Bytes kept of another descriptor are dropped first.
+    [[nodiscard]] ssize_t read(int fd, void *buffer, std::size_t size);
+
+    /// Drops what is kept; to be called where a descriptor is closed, since its number may be handed out
+    /// again.
+    void forget();
+
+  private:
+    static constexpr std::size_t capacity = std::size_t{64} * 1024;
+
+    std::unique_ptr<std::byte[]> storage;
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    int source = -1;
+};
+
+} // namespace veltrin

@@ -1,0 +1,11 @@
+#include "driver/DriverFilter.h"
+#include "filter/ProcessEntry.h"
+#include "platform/StandardDescriptors.h"
+
+int main(int argc, char **argv) {
+    veltrin::platform::reserveStandardDescriptors();
+    const std::unique_ptr<veltrin::platform::Platform> platform = veltrin::platform::makePlatform();
+    return veltrin::filterMain(argc, argv, *platform, [](veltrin::platform::Platform &ofProcess) {
+        return std::make_unique<veltrin::DriverFilter>(ofProcess);
+    });
+}
