@@ -1,0 +1,942 @@
+// The real executable, run as the scheduler runs it, for jobs to standard output.
+
+#include "filter/DebugLog.h"
+#include "tests/driver/FilterFixture.h"
+#include "tests/support/Files.h"
+#include "tests/support/PrivateTmp.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace veltrin {
+namespace {
+
+using test::cancelRecord;
+using test::Command;
+using test::JobOptions;
+using test::linesOf;
+using test::printed;
+using test::ProcessResult;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::Not;
+
+using FilterProcessTest = test::FilterFixture;
+
+constexpr std::uint16_t unmarked = 0;
+constexpr std::uint16_t duplex = 0x0200;
+constexpr std::uint16_t manualDuplex = 0x0400;
+
+const std::string commError = "ERROR: recoverable: Unable to communicate with printer";
+
+/// A stream of `pages` pages as the renderer writes it for the options of `job`.
+StreamOptions streamOf(std::uint32_t pages, std::uint32_t copies = 1, CopyOrder order = CopyOrder::collated,
+                       bool blankPage = false) {
+    StreamOptions stream;
+    stream.pages = pages;
+    stream.copies = copies;
+    stream.order = order;
+    stream.blankPage = blankPage;
+    stream.bandsPerPage = 2;
+    stream.planeSizes = {300, 20, 1, 0};
+    return stream;
+}
+
+/// Every page of the stream in its order, as `printed` describes pages.
+std::string inStreamOrder(const StreamOptions &stream) {
+    std::string pages;
+    for (const std::uint32_t page : pageOrder(stream)) {
+        pages += std::to_string(page) + " ";
+    }
+    return pages;
+}
+
+long countOf(const std::string &text, const std::string &line) {
+    const std::vector<std::string> lines = linesOf(text);
+    return std::count(lines.begin(), lines.end(), line);
+}
+
+// One-sided jobs
+
+TEST_F(FilterProcessTest, OneSidedJobsPassThroughWithoutTheirIdentifier) {
+    const std::vector<StreamOptions> streams = {
+        streamOf(0),
+        streamOf(1),
+        streamOf(5),
+        streamOf(3, 2, CopyOrder::collated),
+        streamOf(3, 2, CopyOrder::uncollated),
+    };
+    for (const StreamOptions &stream : streams) {
+        const ProcessResult result = print(JobOptions{.copies = 2}.argument(), makeStream(stream));
+        EXPECT_EQ(result.exitStatus, 0);
+        EXPECT_TRUE(result.output == printed(stream, unmarked, inStreamOrder(stream)))
+            << inStreamOrder(stream);
+        EXPECT_EQ(result.errors, "file\n");
+    }
+}
+
+TEST_F(FilterProcessTest, AOneSidedJobIsLoggedStepByStep) {
+    print("media=A4", makeStream(streamOf(2)));
+    EXPECT_THAT(
+        logMessages(),
+        ElementsAre(
+            "veltrin starting", "CUPSFilter initWithArgc:argv", "AppleLanguages = \"en.UTF-8\"",
+            "CUPSFilter init exiting with result: 1",
+            "DriverFilter init: skipping IPC because URI scheme is file://", "ASSERT: Unable to get ppd file",
+            "ASSERT: Unable to open ppd file", "Option media = A4",
+            "CUPSFilter initWithArgc:argv exiting with result: 1",
+            "DriverFilter run: ", "CUPSFIlter run: ", "copies: 0", "sidesImaged: 0",
+            "CUPSFIlter run: exiting with result 1", "expectedUUID: 11111111-2222-3333-4444-555555555555",
+            "uuid: 00000000-0000-4000-8000-000000000000", "DriverFilter spoolPages Reading file headers",
+            "DriverFilter sendPages: Sending file headers", "DriverFilter copyPageFrom: done with page",
+            "DriverFilter copyPageFrom: done with page", "DriverFilter copyPageFrom: eoj at tag: 0",
+            "DriverFilter sendPages: Sending EOJ", "DriverFilter run: exiting with result 1",
+            "DriverFilter dealloc: ", "veltrin ending with result 0"));
+}
+
+TEST_F(FilterProcessTest, WorksWithoutAnInformationDictionaryAndSaysSoOnce) {
+    for (const bool broken : {false, true}) {
+        if (broken) {
+            test::writeFile(std::string(bundleDirectory) + "/Info.plist", "no property list");
+        } else {
+            std::filesystem::remove(std::string(bundleDirectory) + "/Info.plist");
+        }
+        std::filesystem::remove(debugLogPath);
+        const ProcessResult result =
+            print(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), makeStream(streamOf(4)));
+        EXPECT_EQ(result.exitStatus, 0);
+        // Two-sided without an order: the pages keep theirs.
+        EXPECT_TRUE(result.output == printed(streamOf(4), duplex, "1 2 3* 4"));
+        const std::vector<std::string> log = logMessages();
+        EXPECT_EQ(std::count_if(log.begin(), log.end(),
+                                [](const std::string &line) {
+                                    return line.starts_with(
+                                        "ASSERT: CUPSFilter: no information dictionary: ");
+                                }),
+                  1);
+        EXPECT_THAT(log, Contains("expectedUUID: (null)"));
+    }
+}
+
+TEST_F(FilterProcessTest, ATrayNamedByTheJobOverridesTrayAndMedia) {
+    struct Case {
+        std::string name;
+        std::uint8_t tray;
+        bool mapped;
+    };
+
+    // No status record comes without a channel, so the media of every tray is 0.
+    const std::vector<Case> cases = {
+        {"@(1)", 2, true},  {"@letters (2)", 3, true}, {"@(3)", 1, true}, {"@(12)", 3, true},
+        {"@(0)", 0, false}, {"@(4)", 0, false},        {"@()", 0, false},
+    };
+    const StreamOptions stream = [] {
+        StreamOptions options = streamOf(2);
+        options.paperTray = 9;
+        options.mediaType = 8;
+        return options;
+    }();
+    for (const Case &one : cases) {
+        StreamOptions expected = stream;
+        expected.paperTray = one.tray;
+        expected.mediaType = 0;
+        std::filesystem::remove(debugLogPath);
+        const ProcessResult result = print(JobOptions{.jobName = one.name}.argument(), makeStream(stream));
+        EXPECT_EQ(result.exitStatus, 0) << one.name;
+        EXPECT_TRUE(result.output == printed(expected, unmarked, "1 2")) << one.name;
+        EXPECT_THAT(logMessages(), Contains("DriverFilter copyPageFrom: overriding tray (" +
+                                            std::to_string(one.tray) + ") and media type (0)"));
+        const std::string refusal =
+            "VeltrinReverseData priorityTrayForTargetTray: failed to properly map the tray selection!";
+        EXPECT_THAT(logMessages(), Contains(testing::EndsWith(refusal)).Times(one.mapped ? 0 : 2))
+            << one.name;
+    }
+    for (const char *ordinary : {"letters (2)", "@(2) copy", "(2)"}) {
+        const ProcessResult result = print(JobOptions{.jobName = ordinary}.argument(), makeStream(stream));
+        EXPECT_TRUE(result.output == printed(stream, unmarked, "1 2")) << ordinary;
+    }
+}
+
+// Two-sided jobs
+
+struct DuplexCase {
+    std::string name;
+    std::map<std::string, std::string> keys;
+    JobOptions job;
+    StreamOptions stream;
+    std::uint16_t jobSetting;
+    std::string pages;
+};
+
+const std::map<std::string, std::string> order642135 = {{"VeltrinDuplexOrder", "642135"}};
+const std::map<std::string, std::string> order246135 = {{"VeltrinDuplexOrder", "246135"}};
+const std::map<std::string, std::string> byHand = {{"VeltrinDuplexOrder", "642135"},
+                                                   {"VeltrinManualDuplex", "true"}};
+const std::map<std::string, std::string> bypass = {{"VeltrinDuplexOrder", "642135"},
+                                                   {"VeltrinDuplexBypass", "yes"}};
+
+const std::vector<DuplexCase> &duplexCases() {
+    using enum CopyOrder;
+    static const std::vector<DuplexCase> cases = {
+        {"no pages", order642135, {.duplexing = 2}, streamOf(0), duplex, ""},
+        {"no pages and endless copies",
+         order642135,
+         {.copies = -1, .collate = true, .duplexing = 2},
+         streamOf(0),
+         duplex,
+         ""},
+        {"one page, five copies",
+         order642135,
+         {.copies = 5, .collate = true, .duplexing = 2, .sidesImaged = 5},
+         streamOf(1),
+         unmarked,
+         "1"},
+        {"two pages", order642135, {.duplexing = 2, .sidesImaged = 2}, streamOf(2), duplex, "2 1*"},
+        {"four pages", order642135, {.duplexing = 2, .sidesImaged = 4}, streamOf(4), duplex, "4 2 1* 3"},
+        {"six pages", order642135, {.duplexing = 2, .sidesImaged = 6}, streamOf(6), duplex, "6 4 2 1* 3 5"},
+        {"six pages in the other order",
+         order246135,
+         {.duplexing = 2, .sidesImaged = 6},
+         streamOf(6),
+         duplex,
+         "2 4 6 1* 3 5"},
+        {"six pages for a duplex unit's order",
+         {{"VeltrinDuplexOrder", "214365"}},
+         {.duplexing = 2, .sidesImaged = 6},
+         streamOf(6),
+         duplex,
+         "2 1 4 3* 6 5"},
+        {"no order", {}, {.duplexing = 2, .sidesImaged = 4}, streamOf(4), duplex, "1 2 3* 4"},
+        {"unknown order",
+         {{"VeltrinDuplexOrder", "123456"}},
+         {.duplexing = 2, .sidesImaged = 4},
+         streamOf(4),
+         duplex,
+         "1 2 3* 4"},
+        {"empty order",
+         {{"VeltrinDuplexOrder", ""}},
+         {.duplexing = 2, .sidesImaged = 4},
+         streamOf(4),
+         duplex,
+         "1 2 3* 4"},
+        {"short edge", order642135, {.duplexing = 3, .sidesImaged = 4}, streamOf(4), duplex, "4 2 1* 3"},
+        {"sides not told, long edge", order642135, {.duplexing = 2}, streamOf(4), duplex, "4 2 1* 3"},
+        {"sides not told, short edge: one page less, and the last one again",
+         order642135,
+         {.duplexing = 3},
+         streamOf(4),
+         duplex,
+         "4 2 1* 3"},
+        {"sides not told, short edge, odd: one page less",
+         order642135,
+         {.duplexing = 3},
+         streamOf(5),
+         duplex,
+         "4 2 1* 3"},
+        {"more sides than pages",
+         order642135,
+         {.duplexing = 2, .sidesImaged = 40},
+         streamOf(4),
+         duplex,
+         "4 2 1* 3"},
+        {"fewer sides than pages",
+         order642135,
+         {.duplexing = 2, .sidesImaged = 2},
+         streamOf(4),
+         duplex,
+         "2 1*"},
+        {"odd with the renderer's blank page",
+         order642135,
+         {.duplexing = 2, .sidesImaged = 3},
+         streamOf(3, 1, collated, true),
+         duplex,
+         "4 2 1* 3"},
+        {"odd with the blank page, two collated copies",
+         order642135,
+         {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 6},
+         streamOf(3, 2, collated, true),
+         duplex,
+         "4 2 4 2 1* 3 1 3"},
+        {"by hand", byHand, {.duplexing = 2, .sidesImaged = 4}, streamOf(4), manualDuplex, "4 2 1* 3"},
+        {"two uncollated copies in pairs",
+         order642135,
+         {.copies = 2, .duplexing = 2, .sidesImaged = 8},
+         streamOf(4, 2, pairs),
+         duplex,
+         "4 4 2 2 1* 1 3 3"},
+        {"two collated copies",
+         order642135,
+         {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 8},
+         streamOf(4, 2, collated),
+         duplex,
+         "4 2 4 2 1* 3 1 3"},
+        {"three uncollated copies",
+         order642135,
+         {.copies = 3, .duplexing = 2, .sidesImaged = 12},
+         streamOf(4, 3, pairs),
+         duplex,
+         "4 4 4 2 2 2 1* 1 1 3 3 3"},
+        {"four uncollated copies",
+         order642135,
+         {.copies = 4, .duplexing = 2, .sidesImaged = 16},
+         streamOf(4, 4, pairs),
+         duplex,
+         "4 4 4 4 2 2 2 2 1 1* 1 1 3 3 3 3"},
+        {"bypass, uncollated",
+         bypass,
+         {.copies = 4, .duplexing = 2, .sidesImaged = 16},
+         streamOf(4, 4, pairs),
+         duplex,
+         "4 4 4 4 2 2 2 2 1 1*b 1b 1b 3b 3b 3b 3b"},
+        {"bypass, collated",
+         bypass,
+         {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 8},
+         streamOf(4, 2, collated),
+         duplex,
+         "4 2 4 2 1*b 3b 1b 3b"},
+        {"more copies than pages",
+         order642135,
+         {.copies = 9, .duplexing = 2, .sidesImaged = 4},
+         streamOf(4),
+         duplex,
+         ""},
+        {"endless copies",
+         order642135,
+         {.copies = -1, .duplexing = 2, .sidesImaged = 4},
+         streamOf(4),
+         duplex,
+         ""},
+        {"endless collated copies",
+         order642135,
+         {.copies = -1, .collate = true, .duplexing = 2, .sidesImaged = 4},
+         streamOf(4),
+         duplex,
+         ""},
+        {"paper that cannot be turned",
+         order642135,
+         {.duplexing = 2, .sidesImaged = 4, .others = "media=A5"},
+         streamOf(4),
+         unmarked,
+         "1 2 3 4"},
+        {"paper type that cannot be turned",
+         order642135,
+         {.duplexing = 3, .sidesImaged = 4, .others = "PaperType=Labels"},
+         streamOf(4),
+         unmarked,
+         "1 2 3 4"},
+    };
+    return cases;
+}
+
+TEST_F(FilterProcessTest, TwoSidedJobsAreReorderedMarkedAndRepeated) {
+    for (const DuplexCase &one : duplexCases()) {
+        configure(one.keys);
+        const ProcessResult result = print(one.job.argument(), makeStream(one.stream));
+        EXPECT_EQ(result.exitStatus, 0) << one.name;
+        EXPECT_TRUE(result.output == printed(one.stream, one.jobSetting, one.pages)) << one.name;
+        EXPECT_EQ(result.errors, "file\n") << one.name;
+    }
+}
+
+TEST_F(FilterProcessTest, ATwoSidedJobIsLoggedStepByStep) {
+    configure(
+        {{"VeltrinDuplexOrder", "642135"}, {"VeltrinManualDuplex", "true"}, {"VeltrinDuplexBypass", "true"}});
+    print(JobOptions{.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 6}.argument(),
+          makeStream(streamOf(3, 2, CopyOrder::collated, true)));
+    const std::vector<std::string> log = logMessages();
+    const auto from = std::find(log.begin(), log.end(), "DriverFilter spoolPages Reading file headers");
+    const auto page = [](int number) {
+        return std::vector<std::string>{"DriverFilter copyPageFrom: done with page",
+                                        "DriverFilter spoolPages: Copied page " + std::to_string(number) +
+                                            " to file: <file " + std::to_string(number) + ">"};
+    };
+    const auto sent = [](int pass, int file, const std::string &flags) {
+        return std::vector<std::string>{"DriverFilter unspoolPages (collated duplex) " +
+                                            std::to_string(pass) + ": sending path <file " +
+                                            std::to_string(file) + ">, flags: " + flags,
+                                        "DriverFilter copyPageFrom: done with page"};
+    };
+    std::vector<std::string> expected = {"DriverFilter spoolPages Reading file headers"};
+    const auto add = [&expected](const std::vector<std::string> &lines) {
+        expected.insert(expected.end(), lines.begin(), lines.end());
+    };
+    for (int i = 0; i < 7; ++i) {
+        add(page(i));
+    }
+    add({"DriverFilter copyPageFrom: eoj at tag: 0", "DriverFilter spoolPages: EOJ detected after page 6",
+         "DriverFilter spoolPages: copies: 2, sidesImaged: 6, origPaths: 7, pathCount: 3, collate: YES, "
+         "hasGDIBlankPage: YES",
+         "DriverFilter spoolPages: copying path at index 0",
+         "DriverFilter spoolPages: copying path at index 1",
+         "DriverFilter spoolPages: copying path at index 2",
+         "DriverFilter spoolPages: appending blank page"});
+    for (int i = 0; i < 7; ++i) {
+        add({"DriverFilter spoolPages: origPath " + std::to_string(i) + " = <file " + std::to_string(i) +
+             ">"});
+    }
+    add({"DriverFilter spoolPages: path 0 = <file 0>", "DriverFilter spoolPages: path 1 = <file 1>",
+         "DriverFilter spoolPages: path 2 = <file 2>", "DriverFilter spoolPages: path 3 = <file 6>",
+         "DriverFilter spoolPages: copied 4 pages, eoj: 1, result 1", "DriverFilter duplex: Duplexing 642135",
+         "DriverFilter duplex: path 0 = <file 6>", "DriverFilter duplex: path 1 = <file 1>",
+         "DriverFilter duplex: path 2 = <file 0>", "DriverFilter duplex: path 3 = <file 2>",
+         "DriverFilter unspoolPages: Sending file headers",
+         "DriverFilter unspoolPages: collate: 1, copies: 2, pathCount: 4"});
+    add(sent(1, 6, "0"));
+    add(sent(1, 1, "0"));
+    add(sent(1, 6, "0"));
+    add(sent(1, 1, "0"));
+    add(sent(2, 0, "10"));
+    add(sent(2, 2, "0"));
+    add(sent(2, 0, "0"));
+    add(sent(2, 2, "0"));
+    add({"DriverFilter unspoolPages: Sending EOJ", "DriverFilter run: exiting with result 1",
+         "DriverFilter dealloc: ", "veltrin ending with result 0"});
+    EXPECT_THAT(std::vector<std::string>(from, log.end()), ElementsAreArray(expected));
+}
+
+TEST_F(FilterProcessTest, AnUncollatedTwoSidedJobLogsItsPairsAndItsMissingKeys) {
+    configure({});
+    print(JobOptions{.copies = 2, .duplexing = 2, .sidesImaged = 4}.argument(),
+          makeStream(streamOf(2, 2, CopyOrder::pairs)));
+    const std::vector<std::string> log = logMessages();
+    const auto from = std::find(log.begin(), log.end(), "DriverFilter spoolPages: EOJ detected after page 3");
+    EXPECT_THAT(
+        std::vector<std::string>(from, log.end()),
+        ElementsAre(
+            "DriverFilter spoolPages: EOJ detected after page 3",
+            "DriverFilter spoolPages: copies: 2, sidesImaged: 4, origPaths: 4, pathCount: 2, collate: NO, "
+            "hasGDIBlankPage: NO",
+            "DriverFilter spoolPages: copying path at index 0 (10.4 special)",
+            "DriverFilter spoolPages: copying path at index 1 (10.4 special)",
+            "DriverFilter spoolPages: origPath 0 = <file 0>",
+            "DriverFilter spoolPages: origPath 1 = <file 1>",
+            "DriverFilter spoolPages: origPath 2 = <file 2>",
+            "DriverFilter spoolPages: origPath 3 = <file 3>", "DriverFilter spoolPages: path 0 = <file 0>",
+            "DriverFilter spoolPages: path 1 = <file 1>",
+            "DriverFilter spoolPages: copied 2 pages, eoj: 1, result 1",
+            "ASSERT: CUPSFilter stringForPPDAttr: failed to get value for PPD attr VeltrinDuplexOrder",
+            "ASSERT: CUPSFilter stringForPPDAttr: failed to get value for PPD attr VeltrinManualDuplex",
+            "DriverFilter unspoolPages: Sending file headers",
+            "DriverFilter unspoolPages: collate: 0, copies: 2, pathCount: 2",
+            "ASSERT: CUPSFilter stringForPPDAttr: failed to get value for PPD attr VeltrinDuplexBypass",
+            "DriverFilter unspoolPages (not-collated): sending path <file 0>, flags: 0",
+            "DriverFilter copyPageFrom: done with page",
+            "DriverFilter unspoolPages (not-collated): sending path <file 0>, flags: 0",
+            "DriverFilter copyPageFrom: done with page",
+            "DriverFilter unspoolPages (not-collated): sending path <file 1>, flags: 10",
+            "DriverFilter copyPageFrom: done with page",
+            "DriverFilter unspoolPages (not-collated): sending path <file 1>, flags: 0",
+            "DriverFilter copyPageFrom: done with page", "DriverFilter unspoolPages: Sending EOJ",
+            "DriverFilter run: exiting with result 1",
+            "DriverFilter dealloc: ", "veltrin ending with result 0"));
+}
+
+TEST_F(FilterProcessTest, OddOnePageAndUnknownOrdersSaySoInTheLog) {
+    configure(order642135);
+    print(JobOptions{.duplexing = 2, .sidesImaged = 1}.argument(), makeStream(streamOf(1)));
+    EXPECT_THAT(logMessages(), testing::IsSupersetOf({"DriverFilter spoolPages: Spacial casing one page job",
+                                                      "DriverFilter duplex: odd number of pages submitted: 1",
+                                                      "DriverFilter duplex: path 0 = <file 0>"}));
+    configure({{"VeltrinDuplexOrder", "none"}});
+    print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(streamOf(2)));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter duplex: duplexing order not specified"));
+}
+
+// Arguments and input
+
+TEST_F(FilterProcessTest, TheNumberOfArgumentsDecidesWhereTheStreamComesFrom) {
+    const StreamOptions fromFile = streamOf(2);
+    const StreamOptions fromInput = streamOf(3);
+    test::writeFile("/tmp/input.str", makeStream(fromFile));
+
+    Command command = this->command("", makeStream(fromInput));
+    EXPECT_TRUE(runToEnd(command).output == printed(fromInput, unmarked, "1 2 3")) << "six";
+    command.arguments.emplace_back("/tmp/input.str");
+    EXPECT_TRUE(runToEnd(command).output == printed(fromFile, unmarked, "1 2")) << "seven";
+    command.arguments.emplace_back("more");
+    EXPECT_TRUE(runToEnd(command).output == printed(fromInput, unmarked, "1 2 3")) << "eight";
+
+    command.arguments.resize(5);
+    const ProcessResult five = runToEnd(command);
+    EXPECT_EQ(five.exitStatus, 1);
+    EXPECT_EQ(five.output, "");
+    EXPECT_THAT(logMessages(), Contains("ASSERT: Not enough arguments"));
+}
+
+TEST_F(FilterProcessTest, AnUnreadableFileEndsBeforeAnythingIsWritten) {
+    Command command = this->command("", "");
+    command.arguments.emplace_back("/tmp/no such file");
+    const ProcessResult result = runToEnd(command);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "file\n");
+    EXPECT_THAT(logMessages(), Contains("ASSERT: Unable to open argv[6]"));
+    EXPECT_THAT(logMessages(), Not(Contains("DriverFilter run: ")));
+    EXPECT_EQ(logMessages().back(), "veltrin ending with result 1");
+    EXPECT_THAT(logMessages(), Contains("DriverFilter dealloc: "));
+}
+
+TEST_F(FilterProcessTest, ReadsTheQueuesPPDAndLeavesNoCopyBehind) {
+    test::writeFile(
+        "/tmp/cups/ppd/queue.ppd",
+        "*PPD-Adobe: \"4.3\"\n*FormatVersion: \"4.3\"\n*FileVersion: \"1.0\"\n*LanguageVersion: English\n"
+        "*LanguageEncoding: ISOLatin1\n*PCFileName: \"TEST.PPD\"\n*Manufacturer: \"Test\"\n"
+        "*Product: \"(Test)\"\n*ModelName: \"Test\"\n*ShortNickName: \"Test\"\n*NickName: \"Test\"\n"
+        "*DefaultPaperType: Plain\n");
+    EXPECT_EQ(print("", makeStream(streamOf(1))).exitStatus, 0);
+    EXPECT_THAT(logMessages(), Contains("DefaultPaperType: Plain"));
+    EXPECT_THAT(logMessages(), Not(Contains("ASSERT: Unable to open ppd file")));
+}
+
+TEST_F(FilterProcessTest, WorksWithACUPSLibraryThatHasLostThePPDAttributeLookUp) {
+    test::writeFile(
+        "/tmp/cups/ppd/queue.ppd",
+        "*PPD-Adobe: \"4.3\"\n*FormatVersion: \"4.3\"\n*FileVersion: \"1.0\"\n*LanguageVersion: English\n"
+        "*LanguageEncoding: ISOLatin1\n*PCFileName: \"TEST.PPD\"\n*Manufacturer: \"Test\"\n"
+        "*Product: \"(Test)\"\n*ModelName: \"Test\"\n*ShortNickName: \"Test\"\n*NickName: \"Test\"\n"
+        "*DefaultPaperType: Plain\n");
+    std::filesystem::create_directories("/tmp/bundle/lib");
+    std::filesystem::copy_file(test::hostPath(CUPS_WITHOUT_PPD_FIND_ATTR), "/tmp/bundle/lib/libcups.so.2");
+    environment["LD_LIBRARY_PATH"] = "/tmp/bundle/lib";
+    const StreamOptions stream = streamOf(2);
+    const ProcessResult result =
+        print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(stream));
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_TRUE(result.output == printed(stream, duplex, "1 2*"));
+    // The PPD was opened, but its attributes were not walked.
+    EXPECT_THAT(logMessages(), Not(Contains("ASSERT: Unable to open ppd file")));
+    EXPECT_THAT(logMessages(), Not(Contains(testing::StartsWith("ppd attr"))));
+}
+
+TEST_F(FilterProcessTest, SpeaksTheLanguageOfTheJob) {
+    std::filesystem::create_directories("/tmp/bundle/de.lproj");
+    test::writeFile("/tmp/bundle/de.lproj/Localizable.strings",
+                    "<plist version=\"1.0\"><dict><key>DriverCommError</key><string>Drucker antwortet "
+                    "nicht</string></dict></plist>");
+    environment["LANG"] = "de_DE.UTF-8";
+    Command command = this->command("", makeStream(streamOf(1)));
+    command.output = test::File{"/dev/full"};
+    test::Process process(command);
+    EXPECT_TRUE(process.waitUntil(
+        [&] { return countOf(process.errors(), "ERROR: recoverable: Drucker antwortet nicht") >= 1; }));
+    process.send(SIGTERM);
+    EXPECT_EQ(process.finish().exitStatus, 1);
+}
+
+// Broken streams
+
+struct BrokenCase {
+    std::string name;
+    std::string input;
+    std::string output;
+    std::vector<std::string> log; // what the log must hold, among other lines
+};
+
+TEST_F(FilterProcessTest, BrokenOneSidedStreamsEndWithMarkAndCancelRecord) {
+    const StreamOptions stream = streamOf(2);
+    const std::string whole = makeStream(stream);
+    const std::string identifier = whole.substr(0, 36);
+    const std::string headers = makeJobHeaders(stream);
+    const std::string first = makePage(stream, 1);
+    const std::string second = makePage(stream, 2);
+    const std::string band = second.substr(64, 32);
+    const std::string end = "JIDG" + cancelRecord();
+    const auto bandOf = [&band](const std::string &sizes) {
+        return band.substr(0, 8) + sizes + band.substr(24);
+    };
+    const std::string negative("\x80\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+    const std::string huge("\x7F\xFF\xFF\xFF\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+
+    const std::vector<BrokenCase> cases = {
+        {"empty",
+         "",
+         cancelRecord(),
+         {"ASSERT: DriverFilter readFromFD: Wanted 36 bytes, got 0 bytes. EOF hit",
+          "ASSERT: read uuid error"}},
+        {"inside the identifier",
+         identifier.substr(0, 35),
+         cancelRecord(),
+         {"ASSERT: DriverFilter readFromFD: Wanted 1 bytes, got 0 bytes. EOF hit",
+          "ASSERT: read uuid error"}},
+        {"identifier alone",
+         identifier,
+         end,
+         {"ASSERT: DriverFilter readHeader: Unable to read header tag", "ASSERT: sendPages error"}},
+        {"inside the first header",
+         identifier + headers.substr(0, 50),
+         end,
+         {"ASSERT: DriverFilter readFromFD: Wanted 70 bytes, got 0 bytes. EOF hit",
+          "ASSERT: DriverFilter readHeader: Unable to read rest of header"}},
+        {"headers in the wrong order",
+         identifier + headers.substr(120) + headers.substr(0, 120) + first + "JIDG",
+         end,
+         {"ASSERT: sendPages error"}},
+        {"page in place of the headers", identifier + first + "JIDG", end, {"ASSERT: sendPages error"}},
+        {"end mark in place of the headers", identifier + "JIDG", end, {"ASSERT: sendPages error"}},
+        {"unknown tag in place of the headers",
+         identifier + "PIDG" + headers,
+         end,
+         {"ASSERT: DriverFilter readHeader: Unknown header tag (PIDG)"}},
+        {"no end mark",
+         identifier + headers + first,
+         headers + first + end,
+         {"ASSERT: DriverFilter readHeader: Unable to read header tag",
+          "DriverFilter copyPageFrom: encountered unexpected file header", "ASSERT: sendPages error"}},
+        {"inside a tag",
+         identifier + headers + first + second.substr(0, 2),
+         headers + first + end,
+         {"ASSERT: DriverFilter readFromFD: Wanted 2 bytes, got 0 bytes. EOF hit",
+          "ASSERT: DriverFilter readHeader: Unable to read header tag"}},
+        {"inside a page header",
+         identifier + headers + second.substr(0, 30),
+         headers + end,
+         {"ASSERT: DriverFilter readFromFD: Wanted 34 bytes, got 0 bytes. EOF hit",
+          "ASSERT: DriverFilter readHeader: Unable to read rest of header"}},
+        {"inside a band's data",
+         identifier + headers + second.substr(0, 64 + 32 + 100),
+         headers + second.substr(0, 64) + end,
+         {"ASSERT: DriverFilter readFromFD: Wanted 221 bytes, got 0 bytes. EOF hit",
+          "ASSERT: DriverFilter copyPageFrom: failed to read header and data"}},
+        {"unknown tag between pages",
+         identifier + headers + first + "BIDGxxxx",
+         headers + first + end,
+         {"ASSERT: DriverFilter readHeader: Unknown header tag (BIDG)"}},
+        {"negative data size",
+         identifier + headers + second.substr(0, 64) + bandOf(negative) + std::string(1000, 'x'),
+         headers + second.substr(0, 64) + end,
+         {"ASSERT: DriverFilter readHeaderData: Impossible data size -2147483648",
+          "ASSERT: DriverFilter copyPageFrom: failed to read header and data"}},
+        {"data that never comes",
+         identifier + headers + first + second.substr(0, 64) + bandOf(huge) + std::string(1000, 'x'),
+         headers + first + second.substr(0, 64) + end,
+         {"ASSERT: DriverFilter copyPageFrom: failed to read header and data"}},
+    };
+    for (const BrokenCase &one : cases) {
+        std::filesystem::remove(debugLogPath);
+        const ProcessResult result = print("", one.input);
+        EXPECT_EQ(result.exitStatus, 1) << one.name;
+        EXPECT_TRUE(result.output == one.output)
+            << one.name << ": " << result.output.size() << " bytes, not " << one.output.size();
+        EXPECT_EQ(result.errors, "file\n") << one.name;
+        EXPECT_THAT(logMessages(), testing::IsSupersetOf(one.log)) << one.name;
+        EXPECT_EQ(logMessages().back(), "veltrin ending with result 1") << one.name;
+    }
+}
+
+TEST_F(FilterProcessTest, StrayHeadersAreCopiedAndStreamsNeedNotBeginWithAPageHeader) {
+    const StreamOptions stream = streamOf(1);
+    const std::string identifier = makeStream(stream).substr(0, 36);
+    const std::string headers = makeJobHeaders(stream);
+    const std::string page = makePage(stream, 1);
+    const std::string pageWithStrays = page.substr(0, 64) + headers + page.substr(64);
+    const ProcessResult strays = print("", identifier + headers + pageWithStrays + "JIDG");
+    EXPECT_EQ(strays.exitStatus, 0);
+    EXPECT_TRUE(strays.output == headers + pageWithStrays + "JIDG");
+    EXPECT_THAT(logMessages(),
+                Contains("DriverFilter copyPageFrom: encountered unexpected file header").Times(2));
+
+    const ProcessResult headless = print("", identifier + headers + page.substr(64) + "JIDG");
+    EXPECT_EQ(headless.exitStatus, 0);
+    EXPECT_TRUE(headless.output == headers + page.substr(64) + "JIDG");
+}
+
+TEST_F(FilterProcessTest, WhatFollowsTheEndMarkIsNotRead) {
+    const StreamOptions stream = streamOf(1);
+    const ProcessResult result = print("", makeStream(stream) + "garbage");
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_TRUE(result.output == printed(stream, unmarked, "1"));
+}
+
+TEST_F(FilterProcessTest, PlaneSizesThatWrapAreTakenAsTheirSum) {
+    const StreamOptions stream = streamOf(1);
+    const std::string page = makePage(stream, 1);
+    const std::string sizes("\x80\0\0\0\x80\0\0\0\0\0\0\x05\0\0\0\0", 16);
+    const std::string last =
+        page.substr(64 + 32 + 321, 8) + sizes + page.substr(64 + 32 + 321 + 24, 8) + "12345";
+    const std::string wrapped = page.substr(0, 64 + 32 + 321) + last;
+    const ProcessResult result =
+        print("", makeStream(stream).substr(0, 36) + makeJobHeaders(stream) + wrapped + "JIDG");
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_TRUE(result.output == makeJobHeaders(stream) + wrapped + "JIDG");
+}
+
+TEST_F(FilterProcessTest, BandsWithoutDataAndBandsBeyondTheBufferPass) {
+    StreamOptions stream = streamOf(3);
+    stream.planeSizes = {};
+    EXPECT_TRUE(print("", makeStream(stream)).output == printed(stream, unmarked, "1 2 3"));
+    stream.planeSizes = dealtOut(3 * 1024 * 1024 + 1);
+    EXPECT_TRUE(print("", makeStream(stream)).output == printed(stream, unmarked, "1 2 3"));
+}
+
+TEST_F(FilterProcessTest, AnAllocationThatFailsEndsTheJobInOrder) {
+    const StreamOptions stream = streamOf(1);
+    const std::string page = makePage(stream, 1);
+    const std::string sizes("\x70\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+    const std::string hugeBand = page.substr(64, 8) + sizes + page.substr(64 + 24, 8);
+    Command command = this->command("", makeStream(stream).substr(0, 36) + makeJobHeaders(stream) + page +
+                                            page.substr(0, 64) + hugeBand + std::string(100, 'x'));
+#ifndef __SANITIZE_ADDRESS__ // which needs the address space, and refuses the allocation by itself
+    command.arguments.insert(command.arguments.begin(), {"prlimit", "--as=1073741824", executable});
+    command.arguments.erase(command.arguments.begin() + 3);
+    command.program = "/usr/bin/prlimit";
+#endif
+    const ProcessResult result = runToEnd(command);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_TRUE(result.output ==
+                makeJobHeaders(stream) + page + page.substr(0, 64) + "JIDG" + cancelRecord());
+    EXPECT_THAT(logMessages(),
+                Contains("ASSERT: DriverFilter readHeaderData: Unable to allocate larger buffer"));
+}
+
+TEST_F(FilterProcessTest, BrokenTwoSidedStreamsSendTheCancelRecordAlone) {
+    configure(order642135);
+    const StreamOptions stream = streamOf(4);
+    const std::string whole = makeStream(stream);
+    const std::string options = JobOptions{.duplexing = 2, .sidesImaged = 4}.argument();
+
+    const ProcessResult truncated = print(options, whole.substr(0, whole.size() - 200));
+    EXPECT_EQ(truncated.exitStatus, 1);
+    EXPECT_EQ(truncated.output, cancelRecord());
+    EXPECT_THAT(logMessages(), testing::IsSupersetOf(
+                                   {"ASSERT: DriverFilter spoolPages: copyPageFrom:to:additionalType: failed",
+                                    "DriverFilter spoolPages: Copied page 3 to file: <file 3>",
+                                    "DriverFilter spoolPages: path 3 = <file 3>",
+                                    "DriverFilter spoolPages: copied 4 pages, eoj: 0, result 0",
+                                    "ASSERT: spoolPages error", "DriverFilter run: exiting with result 0"}));
+
+    std::filesystem::remove(debugLogPath);
+    const ProcessResult headless = print(options, whole.substr(0, 36) + whole.substr(36 + 120));
+    EXPECT_EQ(headless.exitStatus, 1);
+    EXPECT_EQ(headless.output, cancelRecord());
+    EXPECT_THAT(
+        logMessages(),
+        testing::IsSupersetOf(
+            {"DriverFilter spoolPages: copies: 1, sidesImaged: 0, origPaths: 0, pathCount: 0, collate: NO, "
+             "hasGDIBlankPage: NO",
+             "DriverFilter spoolPages: copied 0 pages, eoj: 0, result 0", "ASSERT: spoolPages error"}));
+}
+
+TEST_F(FilterProcessTest, ThePartOfAPageBeforeTheEndMarkIsDropped) {
+    configure(order642135);
+    const StreamOptions stream = streamOf(3);
+    const std::string whole = makeStream(stream);
+    const std::string third = makePage(stream, 3);
+    const std::string input =
+        whole.substr(0, whole.size() - 4 - third.size()) + third.substr(0, 64 + 32 + 321) + "JIDG";
+    const ProcessResult result = print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), input);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_TRUE(result.output == printed(stream, duplex, "2 1*"));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter copyPageFrom: eoj at tag: 2"));
+}
+
+TEST_F(FilterProcessTest, ASpoolFileThatCannotBeMadeFailsTheJob) {
+    Command command =
+        this->command(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(streamOf(2)));
+    // Standard input, output and error, and the debug log: no descriptor is left for a spool file.
+    command.arguments = {"prlimit",  "--nofile=4", executable, "17",
+                         "somebody", "title",      "1",        command.arguments[5]};
+    command.program = "/usr/bin/prlimit";
+    const ProcessResult result = runToEnd(command);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.output, cancelRecord());
+    EXPECT_THAT(logMessages(),
+                testing::IsSupersetOf({"ASSERT: DriverFilter spoolPages: cupsTempFd failed",
+                                       "DriverFilter spoolPages: copied 0 pages, eoj: 0, result 0",
+                                       "ASSERT: spoolPages error"}));
+}
+
+// Outputs that fail, and signals
+
+/// Runs a job whose output fails: the error line is repeated until SIGTERM, then the job ends with status 1.
+void expectErrorUntilSigterm(const Command &command) {
+    test::Process process(command);
+    EXPECT_TRUE(process.waitUntil([&] { return countOf(process.errors(), commError) >= 3; }))
+        << process.errors();
+    EXPECT_FALSE(process.hasEnded());
+    process.send(SIGTERM);
+    const ProcessResult result = process.finish();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(linesOf(result.errors).front(), "file");
+    EXPECT_EQ(countOf(result.errors, commError), static_cast<long>(linesOf(result.errors).size()) - 1);
+}
+
+TEST_F(FilterProcessTest, AClosedStandardOutputRepeatsTheErrorUntilSigterm) {
+    for (const int duplexing : {0, 2}) {
+        std::filesystem::remove(debugLogPath);
+        Command command =
+            this->command(JobOptions{.duplexing = duplexing}.argument(), makeStream(streamOf(2)));
+        command.output = test::Closed{};
+        expectErrorUntilSigterm(command);
+        expectNothingLeftBehind();
+        // Neither the log nor a spool file has taken the place of standard output.
+        EXPECT_THAT(logMessages(),
+                    Contains("ASSERT: DriverFilter writeToFD: Unable to write all of data. Wanted 120 "
+                             "bytes, got -1 bytes"));
+        EXPECT_EQ(test::readFile(debugLogPath).find("GDIJ"), std::string::npos);
+    }
+}
+
+TEST_F(FilterProcessTest, AFullStandardOutputRepeatsTheErrorUntilSigterm) {
+    Command command = this->command("", makeStream(streamOf(2)));
+    command.output = test::File{"/dev/full"};
+    expectErrorUntilSigterm(command);
+    EXPECT_THAT(logMessages(), testing::IsSupersetOf({"DriverFilter sendPages: Sending EOJ",
+                                                      "ASSERT: DriverFilter sendPages: failed to send EOJ",
+                                                      "ASSERT: sendPages error"}));
+}
+
+TEST_F(FilterProcessTest, ABrokenPipeIsLoggedAndDoesNotEndTheJob) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    Command command = this->command("", makeStream(streamOf(2)));
+    command.output = test::Descriptor{ends[1]};
+    expectErrorUntilSigterm(command);
+    close(ends[1]);
+    EXPECT_THAT(logMessages(), Contains("Detected SIGPIPE"));
+    EXPECT_THAT(logMessages(), Contains("Detected SIGTERM"));
+}
+
+TEST_F(FilterProcessTest, AFullTemporaryDirectoryRepeatsTheErrorUntilSigterm) {
+    ASSERT_EQ(mount("tmpfs", spoolDirectory, "tmpfs", 0, "size=64k"), 0);
+    StreamOptions stream = streamOf(40);
+    stream.planeSizes = dealtOut(8192);
+    Command command =
+        this->command(JobOptions{.duplexing = 2, .sidesImaged = 40}.argument(), makeStream(stream));
+    expectErrorUntilSigterm(command);
+    expectNothingLeftBehind();
+    EXPECT_THAT(logMessages(), Contains("ASSERT: spoolPages error"));
+    EXPECT_EQ(umount(spoolDirectory), 0);
+}
+
+TEST_F(FilterProcessTest, SigtermDoesNotEndAJobThatIsReading) {
+    configure(order642135);
+    for (const int duplexing : {0, 2}) {
+        const StreamOptions stream = streamOf(4);
+        const std::string input = makeStream(stream);
+        Command command = this->command(JobOptions{.duplexing = duplexing, .sidesImaged = 4}.argument(), "");
+        command.input = test::Pipe{};
+        std::filesystem::remove(debugLogPath);
+        test::Process process(command);
+        process.write(input.substr(0, input.size() / 2));
+        EXPECT_TRUE(process.waitUntil([&] {
+            if (!std::filesystem::exists(debugLogPath)) {
+                return false;
+            }
+            const std::vector<std::string> log = logMessages();
+            return std::count(log.begin(), log.end(), "DriverFilter copyPageFrom: done with page") == 1;
+        }));
+        process.send(SIGTERM);
+        process.write(input.substr(input.size() / 2));
+        process.closeInput();
+        const ProcessResult result = process.finish();
+        EXPECT_EQ(result.exitStatus, 0);
+        EXPECT_TRUE(result.output == (duplexing == 0 ? printed(stream, unmarked, "1 2 3 4")
+                                                     : printed(stream, duplex, "4 2 1* 3")));
+        expectNothingLeftBehind();
+    }
+}
+
+TEST_F(FilterProcessTest, OnlyTheLastPageAndTheEndMarkDecideATwoSidedJob) {
+    // A page that fails while others follow: its spool file is gone by the time it is to be sent.
+    configure(order642135);
+    const StreamOptions stream = streamOf(4);
+    const std::string input = makeStream(stream);
+    for (const int lost : {1, 2}) { // sent in the order 4 2 1 3
+        Command command = this->command(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), "");
+        command.input = test::Pipe{};
+        std::filesystem::remove(debugLogPath);
+        test::Process process(command);
+        process.write(input.substr(0, input.size() - 4));
+        std::vector<std::string> files;
+        EXPECT_TRUE(process.waitUntil([&] {
+            if (!std::filesystem::exists(debugLogPath)) {
+                return false;
+            }
+            files.clear();
+            for (const std::string &line : linesOf(test::readFile(debugLogPath))) {
+                if (const auto at = line.find("to file: "); at != std::string::npos) {
+                    files.push_back(line.substr(at + 9));
+                }
+            }
+            return files.size() == 4;
+        }));
+        ASSERT_EQ(files.size(), 4U);
+        std::filesystem::remove(files[static_cast<std::size_t>(lost)]);
+        process.write("JIDG");
+        process.closeInput();
+        const ProcessResult result = process.finish();
+        const bool lastPageLost = lost == 2;
+        EXPECT_EQ(result.exitStatus, lastPageLost ? 1 : 0);
+        EXPECT_TRUE(result.output == (lastPageLost ? printed(stream, duplex, "4 2 1*") + cancelRecord()
+                                                   : printed(stream, duplex, "4 1* 3")));
+        EXPECT_THAT(logMessages(),
+                    Contains("ASSERT: DriverFilter unspoolPages (not-collated): copyPageFromPath "
+                             "failed on index " +
+                             std::string(lastPageLost ? "3" : "1")));
+        EXPECT_THAT(logMessages(),
+                    Contains("ASSERT: DriverFilter copyPageFromPath: unable to open file: <file " +
+                             std::to_string(lost) + ">"));
+        expectNothingLeftBehind();
+    }
+}
+
+TEST_F(FilterProcessTest, TheLogMayComeOnInMidJob) {
+    std::filesystem::remove(debugMarkerPath);
+    const StreamOptions stream = streamOf(2);
+    const std::string input = makeStream(stream);
+    const std::size_t lastBand = 32 + 321;
+    Command command = this->command("", "");
+    command.input = test::Pipe{};
+    test::Process process(command);
+    // All but the end of the last band: the filter waits for it, with everything before that band written.
+    process.write(input.substr(0, input.size() - 10));
+    EXPECT_TRUE(
+        process.waitUntil([&] { return process.output().size() == input.size() - 36 - 4 - lastBand; }));
+    EXPECT_FALSE(std::filesystem::exists(debugLogPath));
+    test::writeFile(debugMarkerPath, "");
+    process.write(input.substr(input.size() - 10));
+    process.closeInput();
+    EXPECT_EQ(process.finish().exitStatus, 0);
+    EXPECT_EQ(logMessages().front(), "DriverFilter copyPageFrom: done with page");
+}
+
+TEST_F(FilterProcessTest, TheLogGoesToStandardErrorWhereItsFileCannotBeOpened) {
+    std::filesystem::create_directory(debugLogPath);
+    const ProcessResult result = print("", makeStream(streamOf(1)));
+    EXPECT_EQ(result.exitStatus, 0);
+    const std::vector<std::string> lines = linesOf(result.errors);
+    EXPECT_EQ(lines.front(),
+              "DEBUG: Unable to open debug log for writing, switching to stderr: Is a directory");
+    EXPECT_THAT(lines, Contains("file"));
+    EXPECT_THAT(lines.back(), testing::EndsWith("veltrin ending with result 0"));
+}
+
+TEST_F(FilterProcessTest, WithoutADeviceURIThereIsNobodyToPrintTo) {
+    environment.erase("DEVICE_URI");
+    const ProcessResult result = print("", makeStream(streamOf(1)));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "(null)\n");
+    EXPECT_THAT(
+        logMessages(),
+        ElementsAre("veltrin starting", "CUPSFilter initWithArgc:argv", "AppleLanguages = \"en.UTF-8\"",
+                    "CUPSFilter init exiting with result: 1",
+                    "DriverFilter init: allocating IPC for URI: (null)",
+                    "DriverFilter init: failed to allocate IPC", "DriverFilter dealloc: ", "ASSERT: Bad self",
+                    "CUPSFilter initWithArgc:argv exiting with result: 0", "veltrin ending with result 1"));
+}
+
+} // namespace
+} // namespace veltrin
