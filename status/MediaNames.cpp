@@ -1,7 +1,8 @@
 #include "status/MediaNames.h"
 
 #include <algorithm>
-#include <iterator>
+#include <array>
+#include <cstddef>
 #include <span>
 
 namespace veltrin {
@@ -25,7 +26,7 @@ struct Model {
 
 // clang-format off
 
-constexpr Name paperSizes[] = {
+constexpr auto paperSizes = std::to_array<Name>({
     {1, {"gdiPaperSizeLetter", "Letter"}},
     {5, {"gdiPaperSizeLegal", "Legal"}},
     {6, {"gdiPaperSizeHalfLetter", "Half Letter"}},
@@ -53,11 +54,11 @@ constexpr Name paperSizes[] = {
     {93, {"gdiPaperSizeKai16", "16K"}},
     {254, {"gdiPaperSizeAnySize", "Any Size"}},
     {255, {"gdiPaperSizeCustom", "Custom"}},
-};
+});
 
 constexpr LocalizedText unknownSize = {"UnknownSize", "Unknown paper size - do not translate"};
 
-constexpr Name paperTypes[] = {
+constexpr auto paperTypes = std::to_array<Name>({
     {0, {"gdiPaperTypePlainRecycled", "Plain Recycled"}},
     {1, {"gdiPaperTypePlain", "Plain"}},
     {2, {"gdiPaperTypeRecycled", "Recycled"}},
@@ -76,23 +77,23 @@ constexpr Name paperTypes[] = {
     {15, {"gdiPaperTypeThin", "Thin (60-75g/m2)"}},
     {16, {"gdiPaperTypePlain90", "Plain (90-105g/m2)"}},
     {254, {"gdiPaperTypeAnyType", "Any Type"}},
-};
+});
 
 constexpr LocalizedText unknownType = {"gdiPaperTypeUnknown", "Unknown paper type - do not translate"};
 
 // Tray 3 is the multi-purpose tray.
-constexpr Name trays[] = {
+constexpr auto trays = std::to_array<Name>({
     {1, {"Tray1", "Tray 1"}},
     {2, {"Tray2", "Tray 2"}},
     {3, {"Tray3", "MP Tray"}},
     {4, {"Tray4", "Tray 4"}},
     {5, {"BypassTray", "Bypass Tray"}},
-};
+});
 
 constexpr LocalizedText unknownTray = {"UnknownTray", "Unknown paper tray - do not translate"};
 
 // Tab stock (10) and OHP film (11) are "Plain" here on purpose.
-constexpr MediaType mediaTypes[] = {
+constexpr auto mediaTypes = std::to_array<MediaType>({
     {2, "Recycled"},
     {3, "Color"},
     {4, "Letterhead"},
@@ -106,17 +107,17 @@ constexpr MediaType mediaTypes[] = {
     {14, "Envelope"},
     {15, "Thin"},
     {16, "Plain90"},
-};
+});
 
 constexpr std::string_view otherMediaType = "Plain";
 
 // By model code. Model 1 is sold under its code name.
-constexpr Model models[] = {
+constexpr auto models = std::to_array<Model>({
     {{"ModelQM7-K2a", "QM7-K2a"}, {"ModelQM7-K2aDesc", "Morvex LX 410N"}},
     {{"ModelQM7-K2b", "QM7-K2b"}, {"ModelQM7-K2bDesc", "QM7-K2b"}},
     {{"ModelTM7-K2a", "TM7-K2a"}, {"ModelTM7-K2aDesc", "Morvex LX 520N"}},
     {{"ModelUnknown", "Unknown model - do not translate"}, {"ModelUnknownDesc", "Unknown description - do not translate"}},
-};
+});
 
 // clang-format on
 
@@ -127,7 +128,7 @@ LocalizedText nameOf(std::uint32_t code, std::span<const Name> names, LocalizedT
 }
 
 const Model &modelOf(std::uint32_t code) {
-    return models[std::min<std::size_t>(code, std::size(models) - 1)];
+    return models[std::min<std::size_t>(code, models.size() - 1)];
 }
 
 } // namespace
@@ -145,9 +146,9 @@ LocalizedText paperTrayName(std::uint32_t code) {
 }
 
 std::string_view mediaTypeName(std::int32_t code) {
-    const auto *found = std::find_if(std::begin(mediaTypes), std::end(mediaTypes),
+    const auto *found = std::find_if(mediaTypes.begin(), mediaTypes.end(),
                                      [code](const MediaType &type) { return type.code == code; });
-    return found != std::end(mediaTypes) ? found->name : otherMediaType;
+    return found != mediaTypes.end() ? found->name : otherMediaType;
 }
 
 LocalizedText modelName(std::uint32_t code) {

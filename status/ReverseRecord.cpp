@@ -1,6 +1,7 @@
 #include "status/ReverseRecord.h"
 
 #include <cstddef>
+#include <initializer_list>
 #include <type_traits>
 
 // The record's layout, field by field. Nothing here runs: a record that does not lie as the printer sends it
@@ -59,11 +60,10 @@ namespace {
 
 /// The fields lie in one byte, without gap or overlap from its least significant bit up to its most
 /// significant.
-template <std::size_t count>
-consteval bool fillOneByte(const BitField (&fields)[count]) {
+consteval bool fillOneByte(std::initializer_list<BitField> fields) {
     unsigned nextBit = 0;
     for (const BitField &field : fields) {
-        if (field.byte != fields[0].byte || field.lowestBit != nextBit || field.width == 0) {
+        if (field.byte != fields.begin()->byte || field.lowestBit != nextBit || field.width == 0) {
             return false;
         }
         nextBit += field.width;

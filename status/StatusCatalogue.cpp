@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <iterator>
 
 namespace veltrin {
 
@@ -43,7 +42,7 @@ constexpr std::uint8_t serviceCallStatus = 49;
 //   with another text, so a translation of it serves both.
 // - 30 and 42 number the same cartridges differently.
 // - Where there is no text, a row says so only if it still bears a severity or takes a name.
-constexpr Row catalogue[] = {
+constexpr auto catalogue = std::to_array<Row>({
     {0, any, {"Ready", "Ready"}, information},
     {1, any, {"Ready", "Ready"}, information},
     {2, 0, {"WarmingUp", "Warming up"}, information},
@@ -144,10 +143,10 @@ constexpr Row catalogue[] = {
     {55, any, {"ServiceCyclePower", "Service cycle power"}, fatal},
     {56, any, {"EngineCommError", "Engine communication error"}, fatal},
     {255, any, {"PowerOff", "Power off or cable problem"}, fatal},
-};
+});
 
 // Status 49, severity 2: the unit that fails, and its own number for what is wrong.
-constexpr ServiceCall serviceCalls[] = {
+constexpr auto serviceCalls = std::to_array<ServiceCall>({
     {1, 1, {"FanError1", "Service call - Fan Error - FA1 Error"}},
     {1, 2, {"FanError2", "Service call - Fan Error - FA2 Error"}},
     {1, 3, {"FanError3", "Service call - Fan Error - FA3 Error"}},
@@ -185,20 +184,20 @@ constexpr ServiceCall serviceCalls[] = {
     {7, 1, {"EngineControllerError1", "Service call - Engine Controller Board - EG1 Error"}},
     {7, 2, {"EngineControllerError2", "Service call - Engine Controller Board - EG2 Error"}},
     {7, 3, {"EngineControllerError3", "Service call - Engine Controller Board - EG3 Error"}},
-};
+});
 
 // clang-format on
 
-static_assert(std::is_sorted(std::begin(catalogue), std::end(catalogue),
+static_assert(std::is_sorted(catalogue.begin(), catalogue.end(),
                              [](const Row &a, const Row &b) { return a.status < b.status; }));
 
 /// Where the rows of each status begin; those of a status end where those of the next begin.
 constexpr std::array<std::uint8_t, 257> firstRows = [] {
-    static_assert(std::size(catalogue) <= UINT8_MAX);
+    static_assert(catalogue.size() <= UINT8_MAX);
     std::array<std::uint8_t, 257> result{};
     std::uint8_t row = 0;
     for (std::size_t status = 0; status < result.size(); ++status) {
-        while (row < std::size(catalogue) && catalogue[row].status < status) {
+        while (row < catalogue.size() && catalogue[row].status < status) {
             ++row;
         }
         result[status] = row;

@@ -6,6 +6,7 @@
 #include "status/TextFormat.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 
@@ -28,13 +29,13 @@ void showRejected(std::span<const std::byte> data) {
         hex += digits[std::to_integer<unsigned>(byte >> 4)];
         hex += digits[std::to_integer<unsigned>(byte & std::byte{0xF})];
     }
-    std::fprintf(stderr, "Unexpected reverse data: {length = %zu, bytes = 0x%s%s}\n", data.size(),
-                 hex.c_str(), shown.size() < data.size() ? "..." : "");
+    (void)std::fprintf(stderr, "Unexpected reverse data: {length = %zu, bytes = 0x%s%s}\n", data.size(),
+                       hex.c_str(), shown.size() < data.size() ? "..." : "");
 }
 
 const char *portName(std::uint32_t port) {
-    constexpr const char *names[] = {"Hot Port Switching", "LPT", "USB 1.1", "USB 2.0", "Network"};
-    return port < std::size(names) ? names[port] : "Unknown";
+    constexpr std::array names = {"Hot Port Switching", "LPT", "USB 1.1", "USB 2.0", "Network"};
+    return port < names.size() ? names[port] : "Unknown";
 }
 
 std::string lookUp(platform::Bundle &bundle, LocalizedText text) {

@@ -21,7 +21,8 @@ namespace veltrin {
 /// nobody would end such a wait.
 class VeltrinReverseData {
   public:
-    /// Names are looked up in `bundle`, which must outlive the object.
+    /// Names are looked up in `bundle`, which must outlive the object. It is not guarded: names are asked for
+    /// on one thread.
     explicit VeltrinReverseData(platform::Bundle &bundle);
 
     /// Stores a record as it came from the printer, and logs it where it differs from the one before. Returns

@@ -3,10 +3,10 @@
 #include <plist/plist.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string_view>
 #include <system_error>
@@ -30,16 +30,19 @@ std::optional<std::string> readSmallFile(const std::filesystem::path &path, std:
         problem = "is not a file";
         return std::nullopt;
     }
-    if (std::filesystem::file_size(path, error) > largestFile || error) {
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    if (error || size > largestFile) {
         problem = "is too large";
         return std::nullopt;
     }
     std::ifstream file(path, std::ios::binary);
-    std::string contents{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::string contents(static_cast<std::size_t>(size), '\0');
+    file.read(contents.data(), static_cast<std::streamsize>(contents.size()));
     if (!file.is_open() || file.bad()) {
         problem = "cannot be read";
         return std::nullopt;
     }
+    contents.resize(static_cast<std::size_t>(file.gcount()));
     return contents;
 }
 
