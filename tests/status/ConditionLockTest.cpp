@@ -82,6 +82,7 @@ TEST(ConditionLock, WaitsForItsConditionOnlyAndLeavesTheLockFreeMeanwhile) {
 TEST(ConditionLock, OneChangeWakesAllWhoWait) {
     ConditionLock lock(0);
     std::vector<std::unique_ptr<Background>> readers;
+    readers.reserve(8);
     for (int i = 0; i < 8; ++i) {
         readers.push_back(std::make_unique<Background>([&lock] {
             lock.lockWhenCondition(1);
@@ -103,6 +104,7 @@ TEST(ConditionLock, KeepsAWriterAndReadersApart) {
     std::array<int, 16> shared{}; // all the same while nobody writes
     std::atomic<int> torn = 0;
     std::vector<std::unique_ptr<Background>> readers;
+    readers.reserve(3);
     for (int i = 0; i < 3; ++i) {
         readers.push_back(std::make_unique<Background>([&] {
             for (int round = 0; round < 2000; ++round) {

@@ -16,6 +16,7 @@ using Names = std::map<std::uint32_t, LocalizedText>;
 /// Every code that fits a byte, and some that do not.
 std::vector<std::uint32_t> allCodes() {
     std::vector<std::uint32_t> codes;
+    codes.reserve(300);
     for (std::uint32_t code = 0; code < 256; ++code) {
         codes.push_back(code);
     }

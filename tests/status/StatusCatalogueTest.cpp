@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <tuple>
+#include <utility>
+#include <vector>
 
 namespace veltrin {
 namespace {
@@ -152,19 +153,19 @@ struct ServiceCallText {
 std::map<std::pair<unsigned, unsigned>, ServiceCallText> describedServiceCalls() {
     struct Family {
         unsigned code;
-        const char *key;
         unsigned last;
+        const char *key;
         const char *unit;
         const char *prefix;
     };
 
-    const Family families[] = {
-        {1, "FanError", 3, "Fan Error", "FA"},
-        {2, "PSError", 7, "HVPS and LVPS Error", "PS"},
-        {3, "TMError", 3, "Toner Mass Amount", "TM"},
-        {4, "FuserError", 9, "Fuser Error", "FU"},
-        {5, "MotorError", 8, "Motor Error", "MT"},
-        {7, "EngineControllerError", 3, "Engine Controller Board", "EG"},
+    const std::vector<Family> families = {
+        {1, 3, "FanError", "Fan Error", "FA"},
+        {2, 7, "PSError", "HVPS and LVPS Error", "PS"},
+        {3, 3, "TMError", "Toner Mass Amount", "TM"},
+        {4, 9, "FuserError", "Fuser Error", "FU"},
+        {5, 8, "MotorError", "Motor Error", "MT"},
+        {7, 3, "EngineControllerError", "Engine Controller Board", "EG"},
     };
     std::map<std::pair<unsigned, unsigned>, ServiceCallText> calls = {
         {{6, 1}, {"LaserError1", "Service call - Laser Error - GA1 Error"}},

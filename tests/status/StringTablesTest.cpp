@@ -29,7 +29,7 @@ std::string entry(const std::string &key, const std::string &text) {
 
 class StringTablesTest : public testing::Test {
   protected:
-    ~StringTablesTest() override {
+    void TearDown() override {
         std::filesystem::remove_all(first);
         std::filesystem::remove_all(second);
     }

@@ -71,7 +71,7 @@ struct Accessor {
 #define VELTRIN_ACCESSOR(name)                                                                               \
 #name, [](const VeltrinReverseData &data) { return std::uint32_t{data.name()}; }
 
-const Accessor accessors[] = {
+const std::vector<Accessor> accessors = {
     {VELTRIN_ACCESSOR(port), 8, 1, 0, 255},
     {VELTRIN_ACCESSOR(recoverFlag), 9, 1, 0, 1},
     {VELTRIN_ACCESSOR(readyToReceive), 9, 1, 1, 1},
@@ -128,7 +128,7 @@ TEST_F(VeltrinReverseDataTest, EveryBitOfTheRecordReachesItsOwnAccessorAndNoOthe
     for (const std::uint8_t background : {std::uint8_t{0x00}, std::uint8_t{0xFF}}) {
         Bytes record(64, background);
         std::memcpy(record.data(), "GDIR", 4);
-        for (std::size_t bit = 32; bit < 64 * 8; ++bit) {
+        for (std::size_t bit = 32; bit < std::size_t{64} * 8; ++bit) {
             Bytes changed = record;
             changed[bit / 8] = static_cast<std::uint8_t>(changed[bit / 8] ^ (1U << bit % 8));
             ASSERT_TRUE(setData(changed));
@@ -345,7 +345,7 @@ TEST_F(VeltrinReverseDataTest, DumpWritesEveryLineInItsFormat) {
 
 TEST_F(VeltrinReverseDataTest, DumpTellsTheFlagsApart) {
     const auto flagLine = [this](const char *name,
-                                 std::vector<std::pair<std::size_t, std::uint8_t>> contents) {
+                                 const std::vector<std::pair<std::size_t, std::uint8_t>> &contents) {
         const CapturedLog log;
         store(contents);
         for (const std::string &message : log.messages()) {

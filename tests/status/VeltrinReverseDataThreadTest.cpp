@@ -83,6 +83,7 @@ TEST_F(SharedRecordTest, EveryAccessorWaitsForTheFirstRecord) {
     };
     std::atomic<std::size_t> answered = 0;
     std::vector<std::unique_ptr<Background>> readers;
+    readers.reserve(accessors.size());
     for (const auto &accessor : accessors) {
         readers.push_back(std::make_unique<Background>([&answered, &accessor] {
             accessor();
@@ -119,6 +120,7 @@ TEST_F(SharedRecordTest, AFieldIsNeverReadHalfWritten) {
     std::atomic<int> tray2Seen = 0;
     const auto uniform = [](std::uint32_t value) { return value == (value & 0xFFU) * 0x01010101U; };
     std::vector<std::unique_ptr<Background>> readers;
+    readers.reserve(3);
     for (int i = 0; i < 3; ++i) {
         readers.push_back(std::make_unique<Background>([&] {
             while (!finished) {
