@@ -1,0 +1,72 @@
+#pragma once
+
+#include "tools/StreamReader.h"
+
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace veltrin::test {
+
+/// What a reader makes of a stream, as short texts such as "page 3 at 308" and "unknown-tag at 36".
+struct ReadStream {
+    std::vector<std::string> events;
+    std::vector<std::string> problems; ///< those among the events
+    std::vector<PageRead> pages;
+    StreamTotals totals;
+    bool wellFormed = false;
+};
+
+/// Reads a stream that arrives in the given pieces.
+inline ReadStream readPieces(const std::vector<std::string> &pieces,
+                             IdentifierRule rule = IdentifierRule::detect) {
+    ReadStream result;
+
+    struct Describe {
+        ReadStream &result;
+
+        static std::string at(std::uint64_t offset) { return " at " + std::to_string(offset); }
+
+        std::string operator()(const IdentifierRead &read) const {
+            return "identifier " + std::string(read.text.data(), read.text.size()) + at(read.offset);
+        }
+
+        std::string operator()(const FileHeaderRead &read) const { return "file header" + at(read.offset); }
+
+        std::string operator()(const FileHeaderExRead &read) const {
+            return "extended file header" + at(read.offset);
+        }
+
+        std::string operator()(const PageRead &page) const {
+            result.pages.push_back(page);
+            return "page " + std::to_string(page.header.wPageNumber.value()) + at(page.offset) + " bands " +
+                   std::to_string(page.bands) + " data " + std::to_string(page.received) +
+                   (page.complete ? "" : " incomplete");
+        }
+
+        std::string operator()(const EndOfJobRead &read) const { return "end of job" + at(read.offset); }
+
+        std::string operator()(const CommandRead &read) const {
+            return "command " + std::string(read.record.begin(), read.record.end()) + at(read.offset);
+        }
+
+        std::string operator()(const ProblemFound &found) const {
+            result.problems.push_back(nameOf(found.problem) + at(found.offset));
+            return result.problems.back() + ": " + found.text;
+        }
+    };
+
+    StreamReader reader(
+        [&result](const StreamEvent &event) { result.events.push_back(std::visit(Describe{result}, event)); },
+        rule);
+    for (const std::string &piece : pieces) {
+        reader.feed(std::as_bytes(std::span(piece)));
+    }
+    reader.finish();
+    result.totals = reader.totals();
+    result.wellFormed = reader.isWellFormed();
+    return result;
+}
+
+} // namespace veltrin::test

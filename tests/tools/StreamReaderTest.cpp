@@ -1,0 +1,460 @@
+#include "tools/StreamReader.h"
+
+#include "tests/tools/Events.h"
+#include "tools/StreamMaker.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <ostream>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace veltrin {
+namespace {
+
+using test::readPieces;
+using test::ReadStream;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+const std::string identifier(36, 'i');
+const std::string reset(reverseDataReset.begin(), reverseDataReset.end());
+const std::string cancel(cancelCommand.begin(), cancelCommand.end());
+const std::string endOfJob = "JIDG";
+
+StreamOptions smallPages() {
+    StreamOptions options;
+    options.pages = 9;
+    options.bandsPerPage = 2;
+    options.planeSizes = {5, 4, 3, 2};
+    return options;
+}
+
+std::string job() {
+    return makeJobHeaders(smallPages()).substr(0, 120);
+}
+
+std::string jobEx() {
+    return makeJobHeaders(smallPages()).substr(120);
+}
+
+std::string headers() {
+    return job() + jobEx();
+}
+
+/// 64 + 2 * (32 + 14) = 156 bytes.
+std::string page(std::uint32_t number) {
+    return makePage(smallPages(), number);
+}
+
+/// The page without its second, last band: 110 bytes.
+std::string cutPage(std::uint32_t number) {
+    return page(number).substr(0, 110);
+}
+
+std::string band(std::uint32_t setting, std::uint32_t k, std::uint32_t y, std::uint32_t m, std::uint32_t c,
+                 const std::string &data = "") {
+    BandHeader header{};
+    header.MagicNumber = bandHeaderTag;
+    header.dwBandSetting = setting;
+    header.dwKSize = k;
+    header.dwYSize = y;
+    header.dwMSize = m;
+    header.dwCSize = c;
+    std::string bytes(sizeof header, '\0');
+    std::memcpy(bytes.data(), &header, sizeof header);
+    return bytes + data;
+}
+
+std::string pageHeader() {
+    return page(1).substr(0, 64);
+}
+
+TEST(CommandRecords, StandOnTheWireAsThePrinterKnowsThem) {
+    EXPECT_EQ(reset, "GDIC GDIREND    ");
+    EXPECT_EQ(cancel, std::string("GDIC CANCEL    ") + '\0');
+}
+
+TEST(StreamReader, ReportsTheRenderersStreamPartByPart) {
+    const ReadStream read = readPieces({identifier + headers() + page(1) + page(2) + endOfJob});
+    EXPECT_THAT(read.events, ElementsAre("identifier " + identifier + " at 0", "file header at 36",
+                                         "extended file header at 156", "page 1 at 308 bands 2 data 28",
+                                         "page 2 at 464 bands 2 data 28", "end of job at 620"));
+    EXPECT_TRUE(read.wellFormed);
+    EXPECT_EQ(read.totals.bytes, 624U);
+    EXPECT_EQ(read.totals.unread, 0U);
+    EXPECT_EQ(read.totals.pages, 2U);
+    EXPECT_EQ(read.totals.bands, 4U);
+    EXPECT_EQ(read.totals.dataBytes, 56U);
+    EXPECT_TRUE(read.totals.endOfJob);
+    EXPECT_FALSE(read.totals.cancelled);
+    ASSERT_EQ(read.pages.size(), 2U);
+    EXPECT_EQ(read.pages[0].announced.black, 10U);
+    EXPECT_EQ(read.pages[0].announced.yellow, 8U);
+    EXPECT_EQ(read.pages[0].announced.magenta, 6U);
+    EXPECT_EQ(read.pages[0].announced.cyan, 4U);
+}
+
+TEST(StreamReader, ReportsThePrintersStreamWithItsCommands) {
+    const ReadStream read = readPieces({reset + headers() + page(1) + endOfJob + reset + cancel});
+    EXPECT_THAT(read.events,
+                ElementsAre("command " + reset + " at 0", "file header at 16", "extended file header at 136",
+                            "page 1 at 288 bands 2 data 28", "end of job at 444",
+                            "command " + reset + " at 448", "command " + cancel + " at 464"));
+    EXPECT_TRUE(read.wellFormed);
+    EXPECT_TRUE(read.totals.endOfJob);
+    EXPECT_TRUE(read.totals.cancelled);
+}
+
+TEST(StreamReader, TakesAJobCancelledBeforeItBeganAsWellFormed) {
+    EXPECT_TRUE(readPieces({cancel}).wellFormed);
+    const ReadStream read = readPieces({reset + cancel});
+    EXPECT_TRUE(read.wellFormed);
+    EXPECT_TRUE(read.totals.cancelled);
+    EXPECT_FALSE(read.totals.endOfJob);
+}
+
+TEST(StreamReader, TakesAJobWithoutPagesAsWellFormed) {
+    EXPECT_TRUE(readPieces({headers() + endOfJob}).wellFormed);
+}
+
+TEST(StreamReader, TakesBandsWithoutDataAsTheyAre) {
+    const ReadStream read =
+        readPieces({headers() + pageHeader() + band(0, 0, 0, 0, 0) + band(2, 0, 0, 0, 0) + endOfJob});
+    EXPECT_TRUE(read.wellFormed);
+    ASSERT_EQ(read.pages.size(), 1U);
+    EXPECT_EQ(read.pages[0].bands, 2U);
+    EXPECT_EQ(read.pages[0].received, 0U);
+}
+
+TEST(StreamReader, KnowsTheLastBandByItsBitAlone) {
+    const auto complete = [](std::uint32_t setting) {
+        const ReadStream read =
+            readPieces({headers() + pageHeader() + band(setting, 1, 0, 0, 0, "k") + endOfJob});
+        return read.pages.at(0).complete;
+    };
+    for (unsigned bit = 0; bit < 32; ++bit) {
+        EXPECT_EQ(complete(std::uint32_t{1} << bit), bit == 1) << bit;
+    }
+    EXPECT_TRUE(complete(0xFFFFFFFFU));
+}
+
+struct BrokenStream {
+    const char *name;
+    std::string stream;
+    std::vector<std::string> problems;
+    IdentifierRule rule = IdentifierRule::detect;
+};
+
+void PrintTo(const BrokenStream &test, std::ostream *out) {
+    *out << test.name;
+}
+
+class BrokenStreamTest : public testing::TestWithParam<BrokenStream> {};
+
+TEST_P(BrokenStreamTest, IsReportedWithItsOffset) {
+    const ReadStream read = readPieces({GetParam().stream}, GetParam().rule);
+    EXPECT_THAT(read.problems, ElementsAreArray(GetParam().problems));
+    EXPECT_EQ(read.totals.problems, read.problems.size());
+    EXPECT_FALSE(read.wellFormed);
+    EXPECT_EQ(read.totals.bytes, GetParam().stream.size());
+}
+
+std::vector<BrokenStream> brokenStreams() {
+    const std::string beforeAnyPage = "missing-extended-file-header at 120";
+    return {
+        {"Empty", "", {"empty-input at 0"}},
+        {"EmptyWhereAnIdentifierBelongs", "", {"empty-input at 0"}, IdentifierRule::present},
+        {"InsideTheIdentifier", identifier.substr(0, 35), {"truncated-identifier at 0"}},
+        {"InsideTheFirstFourBytesOfAnIdentifier",
+         "iii",
+         {"truncated-identifier at 0"},
+         IdentifierRule::present},
+        {"InsideTheFirstTag", "GDI", {"truncated-tag at 0"}},
+        {"AfterTheIdentifier",
+         identifier,
+         {"missing-file-header at 36", "missing-extended-file-header at 36", "missing-end-of-job at 36"}},
+        {"InsideATag", headers() + "G", {"truncated-tag at 272"}},
+        {"InsideTheTagAfterAPage", headers() + page(1) + "JID", {"truncated-tag at 428"}},
+        {"AfterATag", headers() + "GDIP", {"truncated-header at 272"}},
+        {"InsideTheFileHeader", identifier + job().substr(0, 119), {"truncated-header at 36"}},
+        {"InsideTheExtendedHeader", job() + jobEx().substr(0, 151), {"truncated-header at 120"}},
+        {"InsideAPageHeader", headers() + page(1).substr(0, 63), {"truncated-header at 272"}},
+        {"InsideABandHeader", headers() + page(1).substr(0, 64 + 31), {"truncated-header at 336"}},
+        {"BeforeABandsData", headers() + page(1).substr(0, 64 + 32), {"truncated-data at 336"}},
+        {"InsideABandsData", headers() + page(1).substr(0, 155), {"truncated-data at 382"}},
+        {"InsideACommand", reset.substr(0, 15), {"truncated-command at 0"}},
+        {"InsideACancelRecord", headers() + endOfJob + cancel.substr(0, 15), {"truncated-command at 276"}},
+
+        {"UnknownTag", headers() + page(1) + "PIDG" + page(2) + endOfJob, {"unknown-tag at 428"}},
+        {"UnknownTagInsideAPage", headers() + cutPage(1) + "PIDG", {"unknown-tag at 382"}},
+        {"UnknownTagAfterTheIdentifier", identifier + "\x01\x02\xFFX", {"unknown-tag at 36"}},
+        {"IdentifierWhereNoneBelongs",
+         identifier + headers() + endOfJob,
+         {"unknown-tag at 0"},
+         IdentifierRule::absent},
+        {"NoIdentifierWhereOneBelongs", headers() + endOfJob, {"unknown-tag at 36"}, IdentifierRule::present},
+        {"TagInTheOtherByteOrder", headers() + "BIDG", {"unknown-tag at 272"}},
+
+        {"NoFileHeader", jobEx() + page(1) + endOfJob, {"missing-file-header at 152"}},
+        {"NoExtendedHeader", job() + page(1) + endOfJob, {beforeAnyPage}},
+        {"NoHeadersBeforeTheEnd",
+         endOfJob,
+         {"missing-file-header at 0", "missing-extended-file-header at 0"}},
+        {"NoHeadersBeforeABand",
+         band(2, 0, 0, 0, 0) + endOfJob,
+         {"missing-file-header at 0", "missing-extended-file-header at 0", "band-outside-page at 0"}},
+        {"TwoFileHeaders", job() + headers() + endOfJob, {"duplicate-file-header at 120"}},
+        {"TwoExtendedHeaders", headers() + jobEx() + endOfJob, {"duplicate-extended-file-header at 272"}},
+        {"ExtendedHeaderFirst", jobEx() + job() + page(1) + endOfJob, {"header-out-of-order at 152"}},
+        {"FileHeaderAfterAPage",
+         jobEx() + page(1) + job() + endOfJob,
+         {"missing-file-header at 152", "header-out-of-order at 308"}},
+        {"ExtendedHeaderAfterAPage",
+         job() + page(1) + jobEx() + endOfJob,
+         {beforeAnyPage, "header-out-of-order at 276"}},
+        {"StrayFileHeaderInsideAPage",
+         headers() + cutPage(1) + job() + page(1).substr(110) + endOfJob,
+         {"duplicate-file-header at 382"}},
+
+        {"BandBeforeAnyPage",
+         headers() + band(0, 1, 0, 0, 0, "k") + page(1) + endOfJob,
+         {"band-outside-page at 272"}},
+        {"BandAfterTheLastBand",
+         headers() + page(1) + band(2, 0, 1, 0, 0, "y") + endOfJob,
+         {"band-outside-page at 428"}},
+        {"NextPageBeforeTheLastBand",
+         headers() + cutPage(1) + page(2) + endOfJob,
+         {"page-without-last-band at 272"}},
+        {"EndOfJobBeforeTheLastBand", headers() + cutPage(1) + endOfJob, {"page-without-last-band at 272"}},
+        {"PageWithoutBands", headers() + pageHeader() + endOfJob, {"page-without-last-band at 272"}},
+        {"EndOfInputBeforeTheLastBand",
+         headers() + cutPage(1),
+         {"page-without-last-band at 272", "missing-end-of-job at 382"}},
+        {"NoEndOfJob", headers() + page(1), {"missing-end-of-job at 428"}},
+        {"NoPagesAndNoEndOfJob", headers(), {"missing-end-of-job at 272"}},
+
+        {"NegativeSize",
+         headers() + pageHeader() + band(0, 0x80000000U, 0, 0, 0) + page(2) + endOfJob,
+         {"negative-band-size at 336"}},
+        {"SmallestSumThatIsNegative",
+         headers() + pageHeader() + band(2, 0x7FFFFFFFU, 0, 0, 1),
+         {"negative-band-size at 336"}},
+        {"LargestNegativeSize",
+         headers() + pageHeader() + band(2, 0xFFFFFFFFU, 0, 0, 0),
+         {"negative-band-size at 336"}},
+        {"SumThatWrapsIntoANegativeSize",
+         headers() + pageHeader() + band(2, 0xFFFFFFFFU, 0xFFFFFFFFU, 0, 0),
+         {"negative-band-size at 336"}},
+        {"WrappedSize",
+         headers() + pageHeader() + band(2, 0xFFFFFFFFU, 0, 0, 4, "abc") + endOfJob,
+         {"wrapped-band-size at 336"}},
+        {"SizeThatWrapsToNothing",
+         headers() + pageHeader() + band(2, 0x40000000U, 0x40000000U, 0x40000000U, 0x40000000U) + endOfJob,
+         {"wrapped-band-size at 336"}},
+
+        {"BytesAfterTheEnd", headers() + endOfJob + "more bytes", {"bytes-after-end at 276"}},
+        {"ByteAfterTheEnd", headers() + endOfJob + "\n", {"bytes-after-end at 276"}},
+        {"SecondEndOfJob", headers() + endOfJob + endOfJob, {"bytes-after-end at 276"}},
+        {"SecondJob", headers() + endOfJob + headers() + endOfJob, {"bytes-after-end at 276"}},
+        {"BytesAfterACancelRecord", headers() + endOfJob + cancel + "JIDG", {"bytes-after-end at 292"}},
+        {"CommandAfterACancelRecord", headers() + endOfJob + cancel + reset, {"bytes-after-end at 292"}},
+
+        {"UnknownCommand", headers() + endOfJob + "GDIC CANCEL     ", {"unknown-command at 276"}},
+        {"ResetInsideAJob", headers() + reset + page(1) + endOfJob, {"command-inside-job at 272"}},
+        {"ResetAfterTheIdentifier", identifier + reset + headers() + endOfJob, {"command-inside-job at 36"}},
+        {"CancelInsideAPage",
+         headers() + cutPage(1) + cancel,
+         {"command-inside-job at 382", "page-without-last-band at 272"}},
+        {"ResetAlone",
+         reset,
+         {"missing-file-header at 16", "missing-extended-file-header at 16", "missing-end-of-job at 16"}},
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, BrokenStreamTest, testing::ValuesIn(brokenStreams()),
+                         [](const auto &test) { return std::string(test.param.name); });
+
+TEST(StreamReader, HasATestOfEveryProblem) {
+    std::set<std::string> tested;
+    for (const BrokenStream &broken : brokenStreams()) {
+        for (const std::string &problem : broken.problems) {
+            tested.insert(problem.substr(0, problem.find(' ')));
+        }
+    }
+    for (int problem = 0; problem <= static_cast<int>(StreamProblem::bytesAfterEnd); ++problem) {
+        const std::string name = nameOf(static_cast<StreamProblem>(problem));
+        EXPECT_NE(name, "");
+        EXPECT_EQ(tested.count(name), 1U) << name;
+    }
+}
+
+struct ProblemText {
+    const char *name;
+    std::string stream;
+    std::string text;
+};
+
+TEST(StreamReader, TellsWhatIsWrongInWords) {
+    const ProblemText tests[] = {
+        {"tag", headers() + "GD", "the input ends at byte 274, inside a tag (2 of 4 bytes)"},
+        {"file header", job().substr(0, 7),
+         "the input ends at byte 7, inside a job file header (7 of 120 bytes)"},
+        {"extended", job() + jobEx().substr(0, 30),
+         "the input ends at byte 150, inside an extended job file header (30 of 152 bytes)"},
+        {"page", headers() + page(1).substr(0, 10),
+         "the input ends at byte 282, inside a page header (10 of 64 bytes)"},
+        {"band", headers() + page(1).substr(0, 70),
+         "the input ends at byte 342, inside a band header (6 of 32 bytes)"},
+        {"data", headers() + page(1).substr(0, 100),
+         "the input ends at byte 372, inside a band's data (4 of 14 bytes)"},
+        {"unknown tag", headers() + "PI\x07\xFE", "unknown tag hex 50 49 07 fe (PI..); the rest is not read"},
+        {"unknown command", "GDIC REBOOT     ",
+         "unknown command record hex 47 44 49 43 20 52 45 42 4f 4f 54 20 20 20 20 20 (GDIC REBOOT     )"},
+        {"negative", headers() + pageHeader() + band(0, 0xFFFFFFFEU, 0, 0, 0),
+         "a band's plane sizes make the negative size -2 in the format's 32 bits; the rest is not read"},
+        {"wrapped", headers() + pageHeader() + band(0, 0xFFFFFFFFU, 2, 0, 0, "k"),
+         "a band's plane sizes, 4294967297 bytes, make the size 1 in the format's 32 bits; read as such"},
+    };
+    for (const ProblemText &test : tests) {
+        SCOPED_TRACE(test.name);
+        EXPECT_THAT(readPieces({test.stream}).events, testing::Contains(testing::EndsWith(": " + test.text)));
+    }
+}
+
+TEST(StreamReader, CountsWhatItCannotRead) {
+    EXPECT_EQ(readPieces({headers() + "PIDG" + "1234567"}).totals.unread, 11U);
+    EXPECT_EQ(readPieces({headers() + endOfJob + "1234567"}).totals.unread, 7U);
+    EXPECT_EQ(readPieces({headers() + endOfJob + "123"}).totals.unread, 3U);
+    EXPECT_EQ(readPieces({headers() + pageHeader() + band(2, 0x80000000U, 0, 0, 0) + "12345"}).totals.unread,
+              5U);
+}
+
+TEST(StreamReader, ReportsAnIncompletePageBeforeItGivesUp) {
+    for (const std::string &rest : {std::string("PIDG"), band(0, 0x80000000U, 0, 0, 0), std::string(),
+                                    std::string("GDI"), band(0, 9, 0, 0, 0, "12")}) {
+        const ReadStream read = readPieces({headers() + cutPage(1) + rest});
+        ASSERT_EQ(read.pages.size(), 1U);
+        EXPECT_FALSE(read.pages[0].complete);
+        EXPECT_EQ(read.totals.pages, 1U);
+    }
+}
+
+TEST(StreamReader, SeesTheSameInAStreamCutAnywhere) {
+    const std::vector<std::string> streams = {
+        identifier + headers() + page(1) + page(2) + endOfJob,
+        reset + headers() + page(1) + endOfJob + reset + cancel,
+        jobEx() + job() + cutPage(1) + page(2) + band(0, 1, 0, 0, 0, "k") + endOfJob + "rest",
+        headers() + pageHeader() + band(2, 0xFFFFFFFFU, 0, 0, 4, "abc") + "PIDG and more",
+    };
+    for (const std::string &stream : streams) {
+        const std::vector<std::string> whole = readPieces({stream}).events;
+        for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
+            ASSERT_EQ(readPieces({stream.substr(0, cut), stream.substr(cut)}).events, whole) << cut;
+        }
+        std::vector<std::string> bytes;
+        for (const char byte : stream) {
+            bytes.emplace_back(1, byte);
+        }
+        ASSERT_EQ(readPieces(bytes).events, whole);
+    }
+}
+
+TEST(StreamReader, FindsEveryTruncationOfAStream) {
+    const std::string stream = identifier + headers() + page(1) + page(2) + endOfJob;
+    for (std::size_t length = 0; length < stream.size(); ++length) {
+        const ReadStream read = readPieces({stream.substr(0, length)});
+        EXPECT_FALSE(read.wellFormed) << length;
+        EXPECT_EQ(read.totals.bytes, length);
+    }
+}
+
+/// A stream with a few bytes changed, cut or doubled, the same in every run.
+std::string damaged(const std::string &stream, std::uint32_t seed) {
+    std::mt19937 random(seed);
+    const auto below = [&random](std::size_t limit) { return random() % limit; };
+    std::string result = stream;
+    for (std::size_t changes = 1 + below(4); changes != 0; --changes) {
+        const std::size_t at = below(result.size());
+        switch (below(3)) {
+        case 0:
+            result[at] = static_cast<char>(below(256));
+            break;
+        case 1:
+            result.erase(at, 1 + below(40));
+            break;
+        default:
+            result.insert(at, result.substr(below(result.size()), below(200)));
+            break;
+        }
+        if (result.empty()) {
+            return result;
+        }
+    }
+    return result;
+}
+
+TEST(StreamReader, AccountsForEveryByteOfADamagedStream) {
+    const std::string stream = identifier + headers() + page(1) + page(2) + endOfJob + reset + cancel;
+    for (std::uint32_t seed = 0; seed < 3000; ++seed) {
+        const std::string bytes = damaged(stream, seed);
+        const ReadStream whole = readPieces({bytes});
+        EXPECT_EQ(whole.totals.bytes, bytes.size());
+        EXPECT_LE(whole.totals.dataBytes + whole.totals.unread, bytes.size());
+        EXPECT_EQ(whole.wellFormed, whole.problems.empty());
+        ASSERT_EQ(readPieces({bytes.substr(0, bytes.size() / 2), bytes.substr(bytes.size() / 2)}).events,
+                  whole.events);
+    }
+}
+
+TEST(StreamReader, ReadsBackWhatTheMakerWrote) {
+    std::mt19937 random(7);
+    const auto upTo = [&random](std::uint32_t limit) {
+        return static_cast<std::uint32_t>(random() % (limit + 1));
+    };
+    for (int round = 0; round < 300; ++round) {
+        StreamOptions options;
+        options.pages = upTo(7);
+        options.copies = 1 + upTo(4);
+        options.order = static_cast<CopyOrder>(upTo(2));
+        options.blankPage = upTo(1) != 0;
+        options.bandsPerPage = 1 + upTo(5);
+        options.planeSizes = {upTo(99), upTo(99), upTo(1) * 50, upTo(3)};
+        options.paperSize = static_cast<std::uint8_t>(upTo(255));
+        options.paperTray = static_cast<std::uint8_t>(upTo(255));
+        options.mediaType = static_cast<std::uint8_t>(upTo(255));
+        options.pageType = static_cast<std::uint8_t>(upTo(255));
+        options.seed = random();
+        if (upTo(1) != 0) {
+            options.identifier.reset();
+        }
+
+        const std::string stream = makeStream(options);
+        const ReadStream read = readPieces({stream});
+        ASSERT_THAT(read.problems, testing::IsEmpty());
+        EXPECT_EQ(read.totals.bytes, stream.size());
+        const std::vector<std::uint32_t> order = pageOrder(options);
+        ASSERT_EQ(read.pages.size(), order.size());
+        for (std::size_t i = 0; i < order.size(); ++i) {
+            const PageRead &page = read.pages[i];
+            EXPECT_EQ(page.header.wPageNumber, order[i]);
+            EXPECT_EQ(page.header.bPaperSize, options.paperSize);
+            EXPECT_EQ(page.header.bPaperTray, options.paperTray);
+            EXPECT_EQ(page.header.bMediaType, options.mediaType);
+            EXPECT_EQ(page.header.bType, options.pageType);
+            EXPECT_EQ(page.bands, options.bandsPerPage);
+            EXPECT_TRUE(page.complete);
+            const bool blank = order[i] > options.pages;
+            EXPECT_EQ(page.received, blank ? 0 : options.planeSizes.total() * options.bandsPerPage);
+            EXPECT_EQ(page.announced.cyan, blank ? 0 : options.planeSizes.cyan * options.bandsPerPage);
+        }
+    }
+}
+
+} // namespace
+} // namespace veltrin

@@ -1,0 +1,175 @@
+#pragma once
+
+#include "driver/CommandRecord.h"
+#include "driver/PageStream.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <variant>
+
+// Reads a page stream piece by piece and checks it.
+
+namespace veltrin {
+
+/// Whether the stream begins with a job identifier.
+enum class IdentifierRule {
+    detect,  ///< it does unless its first four bytes are a tag of the format
+    present, ///< as the renderer writes it
+    absent,  ///< as the printer receives it
+};
+
+// What a stream consists of, in its order. An offset counts bytes from the start of the input.
+
+struct IdentifierRead {
+    std::uint64_t offset;
+    std::array<char, identifierSize> text;
+};
+
+struct FileHeaderRead {
+    std::uint64_t offset;
+    FileHeader header;
+};
+
+struct FileHeaderExRead {
+    std::uint64_t offset;
+    FileHeaderEx header;
+};
+
+/// Bytes of data by plane.
+struct PlaneBytes {
+    std::uint64_t black = 0;
+    std::uint64_t yellow = 0;
+    std::uint64_t magenta = 0;
+    std::uint64_t cyan = 0;
+};
+
+/// A page, once its last band has arrived or it is certain that none will.
+struct PageRead {
+    std::uint64_t offset; ///< of the page header
+    PageHeader header;
+    std::uint64_t bands;    ///< begun, a band that is cut off included
+    PlaneBytes announced;   ///< the data that the band headers announce
+    std::uint64_t received; ///< bytes of data that have arrived
+    bool complete;          ///< it ended with its last band
+};
+
+struct EndOfJobRead {
+    std::uint64_t offset;
+};
+
+struct CommandRead {
+    std::uint64_t offset;
+    CommandRecord record;
+};
+
+enum class StreamProblem {
+    emptyInput,
+    truncatedIdentifier,
+    truncatedTag,
+    truncatedHeader,
+    truncatedData,
+    truncatedCommand,
+    unknownTag, ///< where the next header is cannot be known: the rest is not read
+    missingFileHeader,
+    missingFileHeaderEx,
+    duplicateFileHeader,
+    duplicateFileHeaderEx,
+    headerOutOfOrder,
+    bandOutsidePage,
+    pageWithoutLastBand,
+    negativeBandSize, ///< as with an unknown tag, the rest is not read
+    wrappedBandSize,  ///< read on with the wrapped sum, as the printer's arithmetic has it
+    unknownCommand,
+    commandInsideJob,
+    missingEndOfJob,
+    bytesAfterEnd, ///< they are not read
+};
+
+/// The problem's name for programs, such as "unknown-tag".
+[[nodiscard]] const char *nameOf(StreamProblem problem);
+
+struct ProblemFound {
+    std::uint64_t offset; ///< of the header, record or data at fault
+    StreamProblem problem;
+    std::string text; ///< one line of printable ASCII for people
+};
+
+using StreamEvent = std::variant<IdentifierRead, FileHeaderRead, FileHeaderExRead, PageRead, EndOfJobRead,
+                                 CommandRead, ProblemFound>;
+
+struct StreamTotals {
+    std::uint64_t bytes = 0;     ///< the whole input
+    std::uint64_t unread = 0;    ///< bytes at its end that could not be read as a stream
+    std::uint64_t pages = 0;     ///< incomplete ones included
+    std::uint64_t bands = 0;     ///< those outside a page included
+    std::uint64_t dataBytes = 0; ///< received
+    std::uint64_t problems = 0;
+    bool endOfJob = false;
+    bool cancelled = false;
+};
+
+/// Takes a stream's bytes as they come, in pieces of any size, and reports what they make. The events do not
+/// depend on how the bytes are cut. The memory in use is one header's, whatever the stream holds.
+class StreamReader {
+  public:
+    using Sink = std::function<void(const StreamEvent &)>;
+
+    explicit StreamReader(Sink sink, IdentifierRule rule = IdentifierRule::detect);
+
+    void feed(std::span<const std::byte> bytes);
+
+    /// The input has ended: reports what is missing. Nothing may be fed afterwards.
+    void finish();
+
+    [[nodiscard]] const StreamTotals &totals() const { return sums; }
+
+    /// The input so far is a whole job, or a cancelled one, without a fault; meaningful after `finish()`.
+    [[nodiscard]] bool isWellFormed() const { return sums.problems == 0; }
+
+  private:
+    /// What the bytes being collected are.
+    enum class Step { start, identifier, tag, header, command, data, ignore };
+
+    void collect(Step next, std::size_t size);
+    void expectTag();
+    void collected();
+    void tagRead();
+    void headerRead();
+    void fileHeaderRead();
+    void fileHeaderExRead();
+    void pageHeaderRead();
+    void bandHeaderRead();
+    void bandRead();
+    void endOfJobRead();
+    void commandRead();
+    void needJobHeaders();
+    void endPage(bool complete);
+    void cutPage();
+    void ignoreFrom(std::uint64_t offset);
+    void report(StreamProblem problem, std::uint64_t offset, std::string text);
+    [[nodiscard]] Tag tag() const;
+
+    Sink sink;
+    IdentifierRule rule;
+    StreamTotals sums;
+
+    Step step = Step::start;
+    std::array<std::byte, largestHeaderSize> buffer{};
+    std::uint64_t recordOffset = 0; ///< of the header or record being read
+    std::uint64_t have = 0;         ///< bytes of it, or of its data, that have arrived
+    std::uint64_t wanted = tagSize;
+
+    bool fileHeaderSeen = false;
+    bool fileHeaderExSeen = false;
+    bool jobBegun = false;   ///< something of the job itself has been seen
+    bool pagesBegun = false; ///< the job headers have been asked for
+    bool lastBand = false;   ///< of the band whose data is being read
+    std::optional<PageRead> page;
+};
+
+} // namespace veltrin
