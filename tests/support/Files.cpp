@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <system_error>
 
@@ -13,7 +12,9 @@ namespace veltrin::test {
 std::string readFile(const std::filesystem::path &path) {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file.is_open()) << "cannot read " << path;
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ostringstream contents;
+    contents << file.rdbuf();
+    return contents.str();
 }
 
 void writeFile(const std::filesystem::path &path, const std::string &contents) {
