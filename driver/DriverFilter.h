@@ -1,5 +1,6 @@
 #pragma once
 
+#include "driver/BandRun.h"
 #include "driver/MemoryEstimate.h"
 #include "driver/PageStream.h"
 #include "driver/ReadAhead.h"
@@ -13,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -63,6 +65,15 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// Writes exactly `size` bytes, or hands them to the channel where there is one and `fd` is standard
     /// output. A failure is shown to the user until the job is cancelled.
     [[nodiscard]] bool writeToFD(int fd, const void *buffer, std::int32_t size);
+
+    /// Writes bands that stand at the beginning of `stream`. A failure is that of the header or data it
+    /// strikes.
+    [[nodiscard]] bool writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream);
+
+    /// What is written to `fd` is handed to the channel.
+    [[nodiscard]] bool goesToChannel(int fd) const;
+
+    void postCommunicationError();
 
     /// Reads one header. `size` becomes its size in bytes; 0 where no known tag could be read.
     [[nodiscard]] bool readHeader(StreamHeader &header, std::int32_t &size, int fromFD);

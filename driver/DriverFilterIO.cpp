@@ -5,11 +5,36 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <span>
 
 namespace veltrin {
+
+namespace {
+
+/// Writes until everything is written or a write fails, and returns the number of bytes written.
+std::size_t writeUntilFailure(int fd, std::span<const std::byte> bytes) {
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+        const ssize_t put = write(fd, &bytes[written], bytes.size() - written);
+        if (put < 0) {
+            break;
+        }
+        written += static_cast<std::size_t>(put);
+    }
+    return written;
+}
+
+/// Reports that a write has failed with this many bytes of a header or of its data still missing.
+void reportFailedWrite(std::size_t missing) {
+    CPSDebugAssert_("DriverFilter writeToFD: Unable to write all of data. Wanted %d bytes, got %d bytes",
+                    static_cast<std::int32_t>(missing), -1);
+}
+
+} // namespace
 
 bool DriverFilter::readFromFD(int fd, void *buffer, std::int32_t size) {
     auto *position = static_cast<std::byte *>(buffer);
@@ -34,34 +59,51 @@ bool DriverFilter::readFromFD(int fd, void *buffer, std::int32_t size) {
     }
 }
 
+bool DriverFilter::goesToChannel(int fd) const {
+    return fd == STDOUT_FILENO && ipc != nullptr;
+}
+
 bool DriverFilter::writeToFD(int fd, const void *buffer, std::int32_t size) {
-    const auto *position = static_cast<const std::byte *>(buffer);
-    if (fd == STDOUT_FILENO && ipc != nullptr) {
-        // Once there is a channel, nothing goes to standard output, not even what the channel refuses.
-        if (ipc->sendData({position, static_cast<std::size_t>(size)})) {
+    const std::span<const std::byte> bytes(static_cast<const std::byte *>(buffer),
+                                           static_cast<std::size_t>(size));
+    if (goesToChannel(fd)) {
+        // Nothing goes to standard output then, not even what the channel refuses.
+        if (ipc->sendData(bytes)) {
             return true;
         }
     } else {
-        std::int32_t missing = size;
-        while (true) {
-            const auto put =
-                static_cast<std::int32_t>(write(fd, position, static_cast<std::size_t>(missing)));
-            if (put < 0) {
-                CPSDebugAssert_(
-                    "DriverFilter writeToFD: Unable to write all of data. Wanted %d bytes, got %d bytes",
-                    missing, put);
-                break;
-            }
-            position += put;
-            missing -= put;
-            if (missing == 0) {
-                return true;
-            }
+        const std::size_t written = writeUntilFailure(fd, bytes);
+        if (written == bytes.size()) {
+            return true;
         }
+        reportFailedWrite(bytes.size() - written);
     }
+    postCommunicationError();
+    return false;
+}
+
+bool DriverFilter::writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream) {
+    const std::size_t written = writeUntilFailure(fd, stream.first(run.size()));
+    if (written == run.size()) {
+        return true;
+    }
+    const auto struck = std::find_if(run.bands.begin(), run.bands.end(),
+                                     [written](const BandRun::Band &band) { return written < band.end; });
+    const std::size_t headerEnd = struck->begin + sizeof(BandHeader);
+    const bool inHeader = written < headerEnd;
+    reportFailedWrite((inHeader ? headerEnd : struck->end) - written);
+    postCommunicationError();
+    if (inHeader) {
+        CPSDebugAssert_("DriverFilter copyPageFrom: failed to write header");
+    } else {
+        CPSDebugAssert_("DriverFilter copyPageFrom: failed to write data");
+    }
+    return false;
+}
+
+void DriverFilter::postCommunicationError() {
     postCUPSStatus(
         2, platform.bundle().localizedStringForKey("DriverCommError", "Unable to communicate with printer"));
-    return false;
 }
 
 bool DriverFilter::readHeader(StreamHeader &header, std::int32_t &size, int fromFD) {

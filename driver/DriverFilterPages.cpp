@@ -1,5 +1,6 @@
 // DriverFilter: copying single pages, and sending a job straight through.
 
+#include "driver/BandRun.h"
 #include "driver/DriverFilter.h"
 #include "driver/PriorityTray.h"
 #include "driver/SendPlan.h"
@@ -27,6 +28,23 @@ bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, 
                                 bool &eoj) {
     std::uint32_t headerCount = 0;
     while (!eoj) {
+        // Without the channel, which is handed header and data one by one, bands that have been read already
+        // go out together: a system call for each would cost more than the data.
+        if (!goesToChannel(to)) {
+            const BandRun run = bandRunOf(readAhead.kept(from));
+            if (!run.bands.empty()) {
+                if (!writeBandRun(to, run, readAhead.kept(from))) {
+                    return false;
+                }
+                readAhead.skip(run.size());
+                headerCount += static_cast<std::uint32_t>(run.bands.size());
+            }
+            if (run.endsPage) {
+                CPSDebugLog("DriverFilter copyPageFrom: done with page");
+                break;
+            }
+        }
+
         StreamHeader header;
         std::int32_t headerSize = 0;
         std::int32_t dataSize = 0;

@@ -31,6 +31,10 @@ ssize_t ReadAhead::read(int fd, void *buffer, std::size_t size) {
     return static_cast<ssize_t>(count);
 }
 
+std::span<const std::byte> ReadAhead::kept(int fd) const {
+    return fd == source ? std::span(storage.get() + begin, end - begin) : std::span<const std::byte>();
+}
+
 void ReadAhead::forget() {
     begin = 0;
     end = 0;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 
 namespace veltrin {
 
@@ -20,12 +21,18 @@ class ReadAhead {
     /// with `errno` set. Bytes kept of another descriptor are dropped first.
     [[nodiscard]] ssize_t read(int fd, void *buffer, std::size_t size);
 
+    /// What has been read ahead of `fd` and is still kept.
+    [[nodiscard]] std::span<const std::byte> kept(int fd) const;
+
+    /// Takes the first `size` of the bytes kept as read.
+    void skip(std::size_t size) { begin += size; }
+
     /// Drops what is kept; to be called where a descriptor is closed, since its number may be handed out
     /// again.
     void forget();
 
   private:
-    static constexpr std::size_t capacity = std::size_t{64} * 1024;
+    static constexpr std::size_t capacity = std::size_t{256} * 1024;
 
     std::unique_ptr<std::byte[]> storage;
     std::size_t begin = 0;

@@ -21,6 +21,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -146,6 +147,9 @@ class Redirected {
     ~Redirected() {
         dup2(kept, number);
         close(kept);
+        if (testing::Test::HasFailure()) {
+            std::cerr << path << ":\n" << written(); // the failure's own words among it
+        }
     }
 
     [[nodiscard]] std::string written() const { return readFile(path); }
@@ -709,15 +713,15 @@ TEST_F(StreamIOTest, OnlyBandHeadersAreFollowedByData) {
 }
 
 TEST_F(StreamIOTest, AMissingBufferIsNotTouchedAndMadeAgainWhenNeeded) {
-    OpenDriver *filter = startFile();
+    OpenDriver *filter = start(uri);
     // As a failed allocation leaves it.
     filter->dataBuffer.reset();
     filter->dataBufferSize = 0x70000000;
+    received.clear();
     bool eoj = false;
-    const std::string stream = band(0, false, "") + band(3, true, "abc") + "JIDG";
-    output.clear();
-    EXPECT_TRUE(filter->copyPageFrom(fileOf(stream), STDOUT_FILENO, 0, pagesOwnTray, eoj));
-    EXPECT_EQ(output.written(), band(0, false, "") + band(3, true, "abc"));
+    const std::string page = band(0, false, "") + band(3, true, "abc");
+    EXPECT_TRUE(filter->copyPageFrom(fileOf(page + "JIDG"), STDOUT_FILENO, 0, pagesOwnTray, eoj));
+    EXPECT_TRUE(received == page);
     EXPECT_EQ(filter->dataBufferSize, 3);
 }
 
@@ -743,6 +747,62 @@ TEST_F(StreamIOTest, WithAChannelOtherDescriptorsAreWritten) {
     close(file);
     EXPECT_EQ(readFile("/tmp/other"), "data");
     EXPECT_EQ(received, "");
+}
+
+TEST_F(StreamIOTest, AFailedWriteIsThatOfTheHeaderOrDataItStrikes) {
+    // A pipe that nobody empties takes part of a page, wherever it is full; what it took tells what must be
+    // reported.
+    std::vector<std::string> reports;
+    for (std::uint32_t bandSize = 0; bandSize < 3000; bandSize += 61) {
+        gSigTerm = 1;
+        OpenDriver *filter = startFile();
+        const std::string pageHeader = makePage(streamOf(1), 1).substr(0, 64);
+        std::vector<std::size_t> ends = {pageHeader.size()}; // of each header and of each band's data
+        std::string page = pageHeader;
+        while (page.size() < 3 * std::size_t{65536}) {
+            ends.push_back(page.size() + 32);
+            page += band(bandSize, false, std::string(bandSize, 'd'));
+            ends.push_back(page.size());
+        }
+        int pipeEnds[2] = {-1, -1};
+        ASSERT_EQ(pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK), 0);
+        log.clear();
+        bool eoj = false;
+        EXPECT_FALSE(filter->copyPageFrom(fileOf(page), pipeEnds[1], 0, pagesOwnTray, eoj));
+        std::string taken(page.size(), '\0');
+        const ssize_t count = read(pipeEnds[0], taken.data(), taken.size());
+        close(pipeEnds[0]);
+        close(pipeEnds[1]);
+        ASSERT_GT(count, 0);
+        taken.resize(static_cast<std::size_t>(count));
+        EXPECT_TRUE(page.starts_with(taken));
+
+        const auto struck = std::upper_bound(ends.begin(), ends.end(), taken.size());
+        const bool inHeader = struck == ends.begin() || (struck - ends.begin()) % 2 == 1;
+        reports.emplace_back(inHeader ? "header" : "data");
+        EXPECT_EQ(log.messages().front(),
+                  "ASSERT: DriverFilter writeToFD: Unable to write all of data. Wanted " +
+                      std::to_string(*struck - taken.size()) + " bytes, got -1 bytes")
+            << bandSize << ' ' << taken.size();
+        EXPECT_EQ(log.messages().back(),
+                  "ASSERT: DriverFilter copyPageFrom: failed to write " + reports.back());
+        driver.reset();
+    }
+    EXPECT_THAT(reports, Contains("header"));
+    EXPECT_THAT(reports, Contains("data"));
+}
+
+TEST_F(StreamIOTest, CountsEveryHeaderOfAPageThatTheEndMarkCutsShort) {
+    OpenDriver *filter = startFile();
+    std::string part = makePage(streamOf(1), 1).substr(0, 64);
+    for (int i = 0; i < 1000; ++i) {
+        part += band(10, false, std::string(10, 'd'));
+    }
+    log.clear();
+    bool eoj = false;
+    EXPECT_TRUE(filter->copyPageFrom(fileOf(part + "JIDG"), STDOUT_FILENO, 0, pagesOwnTray, eoj));
+    EXPECT_THAT(log.messages(), ElementsAre("DriverFilter copyPageFrom: eoj at tag: 1001"));
+    EXPECT_TRUE(eoj);
 }
 
 // Copying pages
