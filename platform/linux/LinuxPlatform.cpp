@@ -1,8 +1,10 @@
 #include "platform/Platform.h"
+#include "platform/linux/DBusNotificationCenter.h"
 #include "platform/linux/PropertyListBundle.h"
 
 #include <filesystem>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace veltrin::platform {
@@ -36,10 +38,9 @@ class LinuxPlatform final : public Platform {
         return 0;
     }
 
-    [[nodiscard]] std::unique_ptr<NotificationCenter>
-    makeNotificationCenter(NotificationCenterClient /*client*/, std::string &problem) override {
-        problem = "this build has no notification center";
-        return nullptr;
+    [[nodiscard]] std::unique_ptr<NotificationCenter> makeNotificationCenter(NotificationCenterClient client,
+                                                                             std::string &problem) override {
+        return DBusNotificationCenter::connect(std::move(client), problem);
     }
 
   private:

@@ -1,0 +1,544 @@
+#include "platform/linux/DBusNotificationCenter.h"
+
+#include "platform/linux/NotificationPath.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <thread>
+#include <utility>
+
+namespace veltrin::platform {
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+constexpr auto connectionLimit = 5s;
+constexpr auto drainLimit = 2s;
+
+/// How long a wait for the peer may go on before it looks at the job's cancellation again.
+constexpr auto cancellationInterval = 100ms;
+
+/// How long to pause when the system is short of something.
+constexpr auto shortagePause = 10ms;
+
+/// More than a peer that keeps to the window ever has on its way; whoever sends more without waiting for the
+/// replies is refused.
+constexpr std::size_t inboxLimit = 2 * DBusNotificationCenter::window;
+
+constexpr const char *busName = "org.freedesktop.DBus";
+constexpr const char *busPath = "/org/freedesktop/DBus";
+
+std::string textOf(int error) {
+    return std::strerror(std::abs(error));
+}
+
+/// Whether a negative error number is a shortage inside this process or this machine that passes.
+bool isPassingShortage(int error) {
+    switch (-error) {
+    case EAGAIN:
+    case EMFILE:
+    case ENFILE:
+    case ENOBUFS:
+    case ENOMEM:
+    case ETOOMANYREFS:
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// Polls the bus until `until` or something happens. Returns a negative error number where that is
+/// impossible.
+int pollBus(sd_bus *bus, steady_clock::time_point until) {
+    const auto remaining = std::chrono::duration_cast<std::chrono::microseconds>(until - steady_clock::now());
+    const int result = sd_bus_wait(bus, static_cast<std::uint64_t>(std::max(remaining, 0us).count()));
+    return result == -EINTR ? 0 : result;
+}
+
+class Flag {
+  public:
+    explicit Flag(bool &flag) : raised(flag) { raised = true; }
+
+    Flag(const Flag &) = delete;
+    Flag &operator=(const Flag &) = delete;
+
+    ~Flag() { raised = false; }
+
+  private:
+    bool &raised;
+};
+
+} // namespace
+
+bool isTrustedUser(uid_t peer, uid_t own) {
+    return peer == 0 || peer == own;
+}
+
+bool DBusNotificationCenter::acceptsTrustedUser(uid_t user) {
+    return isTrustedUser(user, geteuid());
+}
+
+// ---- The connection
+
+std::unique_ptr<DBusNotificationCenter> DBusNotificationCenter::connect(NotificationCenterClient client,
+                                                                        std::string &problem,
+                                                                        UserCheck acceptsUser) {
+    const Time deadline = steady_clock::now() + connectionLimit;
+    sd_bus *raw = nullptr;
+    int result = 0;
+    // The bus's socket refuses for a moment while too many others are waiting there.
+    while ((result = sd_bus_open_system(&raw)) == -EAGAIN && steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(shortagePause);
+    }
+    Bus bus(raw);
+    while (result >= 0 && sd_bus_is_ready(raw) <= 0) {
+        if (steady_clock::now() >= deadline) {
+            problem = "the system bus did not let us in within 5 seconds";
+            return nullptr;
+        }
+        result = sd_bus_process(raw, nullptr);
+        if (result >= 0 && sd_bus_is_open(raw) <= 0) {
+            problem = "the system bus closed the connection before it let us in";
+            return nullptr;
+        }
+        if (result == 0) {
+            result = pollBus(raw, deadline);
+        }
+    }
+    if (result < 0) {
+        problem = "cannot connect to the system bus: " + textOf(result);
+        return nullptr;
+    }
+    std::unique_ptr<DBusNotificationCenter> center(
+        new DBusNotificationCenter(std::move(bus), std::move(client), std::move(acceptsUser)));
+    sd_bus_slot *slot = nullptr;
+    result = sd_bus_add_filter(raw, &slot, received, center.get());
+    center->filter.reset(slot);
+    if (result < 0) {
+        problem = "cannot listen on the system bus: " + textOf(result);
+        return nullptr;
+    }
+    return center;
+}
+
+DBusNotificationCenter::DBusNotificationCenter(Bus openBus, NotificationCenterClient owner, UserCheck check)
+    : client(std::move(owner)), acceptsUser(std::move(check)), bus(std::move(openBus)) {}
+
+DBusNotificationCenter::~DBusNotificationCenter() {
+    const Time deadline = steady_clock::now() + drainLimit;
+    while (hasUnsent() && steady_clock::now() < deadline) {
+        if (!processBus()) {
+            waitForBus(deadline);
+        }
+    }
+}
+
+void DBusNotificationCenter::loseBus(const std::string &reason) {
+    if (std::exchange(isBusLost, true)) {
+        return;
+    }
+    client.report("the system bus is lost: " + reason);
+    abandonCalls();
+    sd_bus_close(bus.get());
+}
+
+/// Whether a post waits in the library's own queue.
+bool DBusNotificationCenter::hasUnsent() const {
+    std::uint64_t queued = 0;
+    return !isBusLost && sd_bus_get_n_queued_write(bus.get(), &queued) >= 0 && queued > 0;
+}
+
+/// Lets the library do one thing that is due: send, or take in one message. Returns false when nothing is.
+bool DBusNotificationCenter::processBus() {
+    if (isBusLost) {
+        return false;
+    }
+    const int result = sd_bus_process(bus.get(), nullptr);
+    if (isPassingShortage(result)) {
+        std::this_thread::sleep_for(shortagePause);
+        return true;
+    }
+    if (result < 0) {
+        loseBus(textOf(result));
+    } else if (sd_bus_is_open(bus.get()) <= 0) {
+        loseBus("it closed the connection");
+    }
+    return result > 0;
+}
+
+/// Waits until `until` or until `processBus` has something to do. A lost bus is waited for all the same:
+/// whoever waits counts on the time going by.
+void DBusNotificationCenter::waitForBus(Time until) {
+    if (isBusLost) {
+        std::this_thread::sleep_until(until);
+    } else if (const int result = pollBus(bus.get(), until); result < 0 && !isPassingShortage(result)) {
+        loseBus(textOf(result));
+    }
+}
+
+// ---- What comes in
+
+void DBusNotificationCenter::startObserving(const std::string &name, const PeerCommands &peerCommands,
+                                            Observer observer) {
+    if (!canCarryText(bus.get(), name)) {
+        throw NotificationError("the name \"" + name + "\" cannot be carried by the system bus");
+    }
+    const std::string path = notificationPath(name);
+    const std::string rule = "type='signal',path='" + path + "',interface='" + notificationInterface +
+                             "',member='" + notificationMember + "'";
+    sd_bus_slot *slot = nullptr;
+    const int result = sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nullptr, nullptr, nullptr);
+    if (result < 0) {
+        throw NotificationError("cannot observe \"" + name + "\": " + textOf(result));
+    }
+    observation.emplace(Observation{name, path, peerCommands, std::move(observer), Slot(slot)});
+}
+
+void DBusNotificationCenter::stopObserving() noexcept {
+    observation.reset();
+}
+
+int DBusNotificationCenter::received(sd_bus_message *message, void *center,
+                                     sd_bus_error * /*error*/) noexcept {
+    return static_cast<DBusNotificationCenter *>(center)->receive(message);
+}
+
+/// Puts a notification of the observed name aside until it can be delivered. Returns 0 for a message that is
+/// none, for others to look at, else 1.
+int DBusNotificationCenter::receive(sd_bus_message *message) {
+    const bool isNotification =
+        sd_bus_message_is_signal(message, notificationInterface, notificationMember) > 0 ||
+        sd_bus_message_is_method_call(message, notificationInterface, notificationMember) > 0;
+    const char *sender = sd_bus_message_get_sender(message);
+    if (!isNotification || !observation || sender == nullptr ||
+        observation->path != sd_bus_message_get_path(message)) {
+        return 0;
+    }
+    if (senderNamed(sender).verdict == Verdict::refused) {
+        refuse(message, SD_BUS_ERROR_ACCESS_DENIED, "");
+    } else if (inbox.size() >= inboxLimit) {
+        refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "it comes too fast");
+    } else {
+        inbox.push_back({sender, BusMessage(sd_bus_message_ref(message))});
+    }
+    return 1;
+}
+
+DBusNotificationCenter::Sender &DBusNotificationCenter::senderNamed(const std::string &uniqueName) {
+    const auto [entry, isNew] = senders.try_emplace(uniqueName, Sender{*this, uniqueName, {}, {}, {}});
+    if (isNew) {
+        inquire(entry->second);
+    }
+    return entry->second;
+}
+
+/// Asks the bus for the sender's user, and to be told when the sender leaves. In this order: a sender that
+/// leaves in between has no user any more, and one that leaves later is reported.
+void DBusNotificationCenter::inquire(Sender &sender) {
+    const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
+                             "',interface='" + busName + "',member='NameOwnerChanged',arg0='" +
+                             sender.uniqueName + "'";
+    sd_bus_slot *slot = nullptr;
+    int result = sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
+    sender.departure.reset(slot);
+    if (result >= 0) {
+        slot = nullptr;
+        result =
+            sd_bus_call_method_async(bus.get(), &slot, busName, busPath, busName, "GetConnectionUnixUser",
+                                     userToldOf, &sender, "s", sender.uniqueName.c_str());
+        sender.inquiry.reset(slot);
+    }
+    if (result < 0) {
+        sender.verdict = Verdict::refused;
+        client.report("refused " + sender.uniqueName + ", whose user cannot be asked for: " + textOf(result));
+    }
+}
+
+int DBusNotificationCenter::userToldOf(sd_bus_message *reply, void *sender,
+                                       sd_bus_error * /*error*/) noexcept {
+    Sender &asked = *static_cast<Sender *>(sender);
+    asked.center.judge(asked, reply);
+    return 1;
+}
+
+void DBusNotificationCenter::judge(Sender &sender, sd_bus_message *reply) {
+    std::uint32_t user = 0;
+    sender.verdict = Verdict::refused;
+    if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sd_bus_message_read(reply, "u", &user) <= 0) {
+        client.report("refused " + sender.uniqueName + ", whose user the bus does not tell");
+    } else if (acceptsUser(user)) {
+        sender.verdict = Verdict::accepted;
+    } else {
+        client.report("refused " + sender.uniqueName + " of the user " + std::to_string(user));
+    }
+}
+
+int DBusNotificationCenter::nameOwnerChanged(sd_bus_message *message, void *sender,
+                                             sd_bus_error * /*error*/) noexcept {
+    const char *newOwner = nullptr;
+    if (sd_bus_message_read(message, "sss", nullptr, nullptr, &newOwner) > 0 && *newOwner == '\0') {
+        const Sender &gone = *static_cast<Sender *>(sender);
+        gone.center.inbox.push_back({gone.uniqueName, nullptr});
+    }
+    return 0;
+}
+
+/// Delivers the first of what has come in, of those whose sender is known by now. Returns whether the
+/// observer was called.
+bool DBusNotificationCenter::deliverNext() {
+    if (isDelivering) {
+        return false;
+    }
+    for (auto entry = inbox.begin(); entry != inbox.end();) {
+        const auto sender = senders.find(entry->sender);
+        const Verdict verdict = sender != senders.end() ? sender->second.verdict : Verdict::refused;
+        if (verdict == Verdict::pending) {
+            ++entry;
+            continue;
+        }
+        const Incoming incoming = std::move(*entry);
+        entry = inbox.erase(entry);
+        if (deliver(incoming, verdict)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool DBusNotificationCenter::deliver(const Incoming &incoming, Verdict verdict) {
+    if (!incoming.message) {
+        return deliverDeparture(incoming.sender);
+    }
+    if (verdict == Verdict::refused) {
+        refuse(incoming.message.get(), SD_BUS_ERROR_ACCESS_DENIED, "");
+        return false;
+    }
+    return deliverMessage(incoming.sender, incoming.message.get());
+}
+
+bool DBusNotificationCenter::deliverMessage(const std::string &sender, sd_bus_message *message) {
+    std::string problem;
+    const std::optional<ReceivedNotification> received = readNotification(message, problem);
+    if (!received) {
+        refuse(message, SD_BUS_ERROR_INVALID_ARGS, problem);
+        return false;
+    }
+    if (!observation || received->name != observation->name) {
+        refuse(message, SD_BUS_ERROR_UNKNOWN_OBJECT, "nobody observes its name");
+        return false;
+    }
+    if (!isFromPeer(sender, received->notification)) {
+        refuse(message, SD_BUS_ERROR_ACCESS_DENIED, "another peer has taken its sender's place");
+        return false;
+    }
+    observe(received->notification);
+    // Only now: the reply says that the block has been taken.
+    if (const int result =
+            sd_bus_message_get_expect_reply(message) > 0 ? sd_bus_reply_method_return(message, "") : 0;
+        result < 0 && !isBusLost) {
+        client.report("cannot answer " + sender + ": " + textOf(result));
+    }
+    return true;
+}
+
+/// Whether the sender is the peer, having become it by this notification if need be. The newest that
+/// announces itself counts; what an older one still sends does not.
+bool DBusNotificationCenter::isFromPeer(const std::string &sender, const Notification &notification) {
+    const bool isAnnouncement = notification.object == observation->peerCommands.announcement;
+    if (sender != peer) {
+        if (!peer.empty() && !isAnnouncement) {
+            return false;
+        }
+        abandonCalls(); // nobody can say any more that they were printed
+        peer = sender;
+        hasPeerLeft = false;
+        hasPeerSaidFarewell = false;
+    }
+    if (isAnnouncement) {
+        hasPeerSaidFarewell = false;
+    } else if (notification.object == observation->peerCommands.farewell) {
+        hasPeerSaidFarewell = true;
+    }
+    return true;
+}
+
+bool DBusNotificationCenter::deliverDeparture(const std::string &sender) {
+    senders.erase(sender);
+    if (sender != peer) {
+        return false;
+    }
+    peer.clear();
+    hasPeerLeft = true;
+    abandonCalls();
+    if (!observation || hasPeerSaidFarewell) {
+        return false;
+    }
+    observe({observation->peerCommands.farewell, std::nullopt});
+    return true;
+}
+
+void DBusNotificationCenter::observe(const Notification &notification) {
+    const Flag delivering(isDelivering);
+    const Observer observer = observation->observer; // which may end the observation
+    observer(notification);
+}
+
+/// Drops a notification, and tells a caller so. An empty reason has been reported before.
+void DBusNotificationCenter::refuse(sd_bus_message *message, const char *error, const std::string &reason) {
+    if (!reason.empty()) {
+        client.report("dropped a notification from " + std::string(sd_bus_message_get_sender(message)) +
+                      ": " + reason);
+    }
+    if (sd_bus_message_get_expect_reply(message) > 0) {
+        static_cast<void>(sd_bus_reply_method_errorf(message, error, "%s", reason.c_str()));
+    }
+}
+
+// ---- Turns
+
+void DBusNotificationCenter::turn(std::chrono::microseconds length) {
+    const Time end = steady_clock::now() + length;
+    for (const auto &function : std::exchange(later, {})) {
+        function();
+    }
+    do {
+        if (deliverNext()) {
+            return;
+        }
+        if (!processBus()) {
+            waitForBus(end);
+        }
+    } while (steady_clock::now() < end);
+}
+
+void DBusNotificationCenter::performLater(std::function<void()> function) {
+    later.push_back(std::move(function));
+}
+
+/// Turns the bus while the condition holds, the bus is there and the job is not cancelled.
+template <typename Condition>
+void DBusNotificationCenter::turnWhile(Condition isToBeWaitedFor) {
+    while (isToBeWaitedFor() && !isBusLost && !client.isCancelled()) {
+        if (!deliverNext() && !processBus()) {
+            waitForBus(steady_clock::now() + cancellationInterval);
+        }
+    }
+}
+
+// ---- Posts
+
+void DBusNotificationCenter::post(const std::string &name, const std::string &object,
+                                  std::optional<std::span<const std::byte>> data) {
+    requireReceiver(data.has_value());
+    if (!canCarryText(bus.get(), name) || !canCarryText(bus.get(), object)) {
+        throw NotificationError("a name or object cannot be carried by the system bus");
+    }
+    turnWhile([this] { return calls.size() >= window && !peer.empty(); });
+    while (true) {
+        requireReceiver(data.has_value());
+        const int result = trySend(name, object, data);
+        if (result >= 0) {
+            break;
+        }
+        if (!isPassingShortage(result) || client.isCancelled()) {
+            throw NotificationError("cannot post: " + textOf(result));
+        }
+        processBus();
+        waitForBus(steady_clock::now() + shortagePause);
+    }
+    turnWhile([this] { return hasUnsent(); });
+    if (takeLoss(data.has_value())) {
+        throw NotificationError("an earlier notification was not delivered");
+    }
+    requireReceiver(false);
+}
+
+void DBusNotificationCenter::requireReceiver(bool withData) const {
+    if (isBusLost) {
+        throw NotificationError("the system bus is lost");
+    }
+    if (peer.empty() && hasPeerLeft) {
+        throw NotificationError("the peer has left the bus");
+    }
+    // A broadcast would show the data to everybody.
+    if (peer.empty() && withData) {
+        throw NotificationError("there is no peer yet to send data to");
+    }
+}
+
+/// Hands one message to the library. Returns 0 or more, or the negative error number.
+int DBusNotificationCenter::trySend(const std::string &name, const std::string &object,
+                                    std::optional<std::span<const std::byte>> data) {
+    const std::string path = notificationPath(name);
+    sd_bus_message *raw = nullptr;
+    int result = peer.empty() ? sd_bus_message_new_signal(bus.get(), &raw, path.c_str(),
+                                                          notificationInterface, notificationMember)
+                              : sd_bus_message_new_method_call(bus.get(), &raw, peer.c_str(), path.c_str(),
+                                                               notificationInterface, notificationMember);
+    const BusMessage message(raw);
+    if (result >= 0) {
+        result = appendNotification(raw, name, object, data);
+    }
+    if (result < 0) {
+        return result;
+    }
+    // Only a cancelled job comes here with a full window; its cancel record and goodbye are to go out.
+    if (peer.empty() || calls.size() >= window) {
+        return sd_bus_send(bus.get(), raw, nullptr); // wants no reply
+    }
+    Call &call = calls.emplace_back(Call{*this, data.has_value(), nullptr});
+    sd_bus_slot *slot = nullptr;
+    // Without a time limit: a printer out of paper may hold its backend up for hours.
+    result = sd_bus_call_async(bus.get(), &slot, raw, answered, &call, UINT64_MAX);
+    if (result < 0) {
+        calls.pop_back();
+        return result;
+    }
+    call.slot.reset(slot);
+    return result;
+}
+
+int DBusNotificationCenter::answered(sd_bus_message *reply, void *call, sd_bus_error * /*error*/) noexcept {
+    const Call *finished = static_cast<Call *>(call);
+    DBusNotificationCenter &center = finished->center;
+    if (const sd_bus_error *error = sd_bus_message_get_error(reply)) {
+        center.client.report(std::string("a notification was not delivered: ") + error->name + ": " +
+                             (error->message != nullptr ? error->message : ""));
+        center.noteLoss(finished->carriesBlock);
+    }
+    center.calls.remove_if([finished](const Call &other) { return &other == finished; });
+    return 1;
+}
+
+/// Gives up on the replies that are still to come: these calls count as undelivered.
+void DBusNotificationCenter::abandonCalls() {
+    for (const Call &call : calls) {
+        noteLoss(call.carriesBlock);
+    }
+    calls.clear();
+}
+
+void DBusNotificationCenter::noteLoss(bool ofBlock) {
+    (ofBlock ? isBlockLost : isCommandLost) = true;
+}
+
+bool DBusNotificationCenter::takeLoss(bool ofBlock) {
+    return std::exchange(ofBlock ? isBlockLost : isCommandLost, false);
+}
+
+bool DBusNotificationCenter::hasUnansweredBlocks() const {
+    return std::any_of(calls.begin(), calls.end(), [](const Call &call) { return call.carriesBlock; });
+}
+
+bool DBusNotificationCenter::waitForDelivery() {
+    turnWhile([this] { return hasUnansweredBlocks(); });
+    return !takeLoss(true);
+}
+
+} // namespace veltrin::platform

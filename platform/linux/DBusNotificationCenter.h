@@ -1,0 +1,161 @@
+#pragma once
+
+#include "platform/NotificationCenter.h"
+#include "platform/linux/NotificationMessage.h"
+
+#include <systemd/sd-bus.h>
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace veltrin::platform {
+
+/// Whether an end takes part with a peer of this user: root, or the end's own user.
+[[nodiscard]] bool isTrustedUser(uid_t peer, uid_t own);
+
+/// Notifications on the system message bus; docs/channel.md describes their form. Both ends of a channel use
+/// this class.
+///
+/// The two ends find each other by broadcast signals. From the peer's first notification on, everything is
+/// sent to it alone, as calls whose replies say that they were delivered.
+///
+/// There is no thread, and nothing waits inside the library: every wait is a poll of the bus with a limit.
+class DBusNotificationCenter final : public NotificationCenter {
+  public:
+    using UserCheck = std::function<bool(uid_t)>;
+
+    /// So many calls may be unanswered at a time.
+    static constexpr std::size_t window = 16;
+
+    /// Connects to the system bus (DBUS_SYSTEM_BUS_ADDRESS, if set). Null with `problem` set where it cannot
+    /// be reached or does not let us in within 5 seconds. `acceptsUser` says whose notifications are taken.
+    [[nodiscard]] static std::unique_ptr<DBusNotificationCenter>
+    connect(NotificationCenterClient client, std::string &problem,
+            UserCheck acceptsUser = acceptsTrustedUser);
+
+    ~DBusNotificationCenter() override;
+
+    void startObserving(const std::string &name, const PeerCommands &peer, Observer observer) override;
+    void stopObserving() noexcept override;
+    void post(const std::string &name, const std::string &object,
+              std::optional<std::span<const std::byte>> data) override;
+    void turn(std::chrono::microseconds length) override;
+    void performLater(std::function<void()> function) override;
+    [[nodiscard]] bool waitForDelivery() override;
+
+  private:
+    using Time = std::chrono::steady_clock::time_point;
+
+    struct BusRelease {
+        void operator()(sd_bus *bus) const { sd_bus_close_unref(bus); } // drops what is unsent
+    };
+
+    struct SlotRelease {
+        void operator()(sd_bus_slot *slot) const { sd_bus_slot_unref(slot); }
+    };
+
+    using Bus = std::unique_ptr<sd_bus, BusRelease>;
+    using Slot = std::unique_ptr<sd_bus_slot, SlotRelease>;
+
+    struct Observation {
+        std::string name;
+        std::string path;
+        PeerCommands peerCommands;
+        Observer observer;
+        Slot match;
+    };
+
+    enum class Verdict { pending, accepted, refused };
+
+    /// Somebody on the bus who has sent a notification.
+    struct Sender {
+        DBusNotificationCenter &center;
+        std::string uniqueName;
+        Verdict verdict = Verdict::pending;
+        Slot departure; // the match for its leaving the bus
+        Slot inquiry;   // the question for its user
+    };
+
+    /// What has come in and is not delivered yet.
+    struct Incoming {
+        std::string sender;
+        BusMessage message; // null: the sender has left the bus
+    };
+
+    /// A call that the peer has not answered yet.
+    struct Call {
+        DBusNotificationCenter &center;
+        bool carriesBlock;
+        Slot slot;
+    };
+
+    DBusNotificationCenter(Bus openBus, NotificationCenterClient owner, UserCheck check);
+
+    static bool acceptsTrustedUser(uid_t user);
+
+    // Callbacks of the library. They only note what happened; observers run outside of them.
+    static int received(sd_bus_message *message, void *center, sd_bus_error *error) noexcept;
+    static int nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_error *error) noexcept;
+    static int userToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
+    static int answered(sd_bus_message *reply, void *call, sd_bus_error *error) noexcept;
+
+    int receive(sd_bus_message *message);
+    Sender &senderNamed(const std::string &uniqueName);
+    void inquire(Sender &sender);
+    void judge(Sender &sender, sd_bus_message *reply);
+
+    bool processBus();
+    void waitForBus(Time until);
+    bool deliverNext();
+    bool deliver(const Incoming &incoming, Verdict verdict);
+    bool deliverMessage(const std::string &sender, sd_bus_message *message);
+    bool deliverDeparture(const std::string &sender);
+    void observe(const Notification &notification);
+    bool isFromPeer(const std::string &sender, const Notification &notification);
+    void refuse(sd_bus_message *message, const char *error, const std::string &reason);
+
+    template <typename Condition>
+    void turnWhile(Condition isToBeWaitedFor);
+    void requireReceiver(bool withData) const;
+    [[nodiscard]] int trySend(const std::string &name, const std::string &object,
+                              std::optional<std::span<const std::byte>> data);
+    void abandonCalls();
+    void noteLoss(bool ofBlock);
+    [[nodiscard]] bool takeLoss(bool ofBlock);
+    void loseBus(const std::string &reason);
+    [[nodiscard]] bool hasUnsent() const;
+    [[nodiscard]] bool hasUnansweredBlocks() const;
+
+    NotificationCenterClient client;
+    UserCheck acceptsUser;
+    Bus bus; // everything below holds on to it, so it goes last
+    Slot filter;
+    bool isBusLost = false;
+
+    std::optional<Observation> observation;
+    std::map<std::string, Sender> senders; // by unique name
+    std::deque<Incoming> inbox;
+    bool isDelivering = false;
+
+    std::string peer; // its unique name; empty while there is none
+    bool hasPeerLeft = false;
+    bool hasPeerSaidFarewell = false;
+
+    std::list<Call> calls;
+    bool isBlockLost = false;   // and no post has said so yet
+    bool isCommandLost = false; // likewise
+
+    std::vector<std::function<void()>> later;
+};
+
+} // namespace veltrin::platform

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "platform/NotificationCenter.h"
+#include "platform/linux/SealedMemory.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+// The D-Bus form of a notification: its arguments are the name, the object and the user info ("sva{sv}").
+
+namespace veltrin::platform {
+
+inline constexpr const char *notificationInterface = "org.veltrin.Notifications1";
+inline constexpr const char *notificationMember = "Posted";
+
+/// From this size on (in bytes) a block travels in a sealed memory file, else inside the message. From about
+/// here a file is faster; above 32 MiB a message would cost its sender the connection.
+inline constexpr std::size_t memoryFileThreshold = std::size_t{64} * 1024;
+
+struct BusMessageRelease {
+    void operator()(sd_bus_message *message) const { sd_bus_message_unref(message); }
+};
+
+using BusMessage = std::unique_ptr<sd_bus_message, BusMessageRelease>;
+
+/// A notification as it came in; `notification.data` points into the message or into `memory`.
+struct ReceivedNotification {
+    std::string name;
+    Notification notification;
+    std::optional<SealedMemory> memory;
+};
+
+/// Whether a message can carry the text: D-Bus wants valid UTF-8 and takes the connection from those who send
+/// anything else. Asks the library that reads it at the other end, on a connection that is open.
+[[nodiscard]] bool canCarryText(sd_bus *bus, const std::string &text);
+
+/// Appends the arguments to an empty message. Returns 0 or the negative error number.
+[[nodiscard]] int appendNotification(sd_bus_message *message, const std::string &name,
+                                     const std::string &object,
+                                     std::optional<std::span<const std::byte>> data);
+
+/// Reads the arguments. Nothing with `problem` set where they are not those of a notification. The message
+/// must live as long as the result.
+[[nodiscard]] std::optional<ReceivedNotification> readNotification(sd_bus_message *message,
+                                                                   std::string &problem);
+
+} // namespace veltrin::platform

@@ -1,0 +1,71 @@
+#include "platform/linux/SealedMemory.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace veltrin::platform {
+
+namespace {
+
+constexpr int requiredSeals = F_SEAL_WRITE | F_SEAL_GROW | F_SEAL_SHRINK;
+
+bool writeAll(int descriptor, std::span<const std::byte> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+        if (written >= 0) {
+            bytes = bytes.subspan(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+int makeSealedMemory(std::span<const std::byte> bytes) {
+    const int descriptor = memfd_create("veltrin-block", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (descriptor == -1) {
+        return -errno;
+    }
+    if (!writeAll(descriptor, bytes) || fcntl(descriptor, F_ADD_SEALS, requiredSeals) != 0) {
+        const int error = errno;
+        close(descriptor);
+        return -error;
+    }
+    return descriptor;
+}
+
+std::optional<SealedMemory> SealedMemory::map(int descriptor) {
+    const int seals = fcntl(descriptor, F_GET_SEALS);
+
+    struct stat status {};
+
+    if (seals == -1 || (seals & requiredSeals) != requiredSeals || fstat(descriptor, &status) != 0) {
+        return std::nullopt;
+    }
+    const auto size = static_cast<std::size_t>(status.st_size);
+    if (size == 0) {
+        return SealedMemory(std::span<const std::byte>());
+    }
+    void *address = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
+    if (address == MAP_FAILED) {
+        return std::nullopt;
+    }
+    return SealedMemory(std::span(static_cast<const std::byte *>(address), size));
+}
+
+SealedMemory::SealedMemory(SealedMemory &&other) noexcept : mapped(std::exchange(other.mapped, {})) {}
+
+SealedMemory::~SealedMemory() {
+    if (!mapped.empty()) {
+        munmap(const_cast<std::byte *>(mapped.data()), mapped.size());
+    }
+}
+
+} // namespace veltrin::platform

@@ -1,0 +1,1107 @@
+#include "platform/linux/DBusNotificationCenter.h"
+
+#include "platform/linux/NotificationPath.h"
+#include "platform/linux/SealedMemory.h"
+#include "tests/support/BusClient.h"
+#include "tests/support/PrivateBus.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace veltrin::platform {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+using test::BusClient;
+using test::notificationArguments;
+using test::PrivateBus;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Block = std::vector<std::byte>;
+
+const std::string port = "usb://Veltrin/C200?serial=1";
+const std::string frontendName = port + ".frontend";
+const std::string backendName = port + ".backend";
+const PeerCommands backendCommands{"backend-alive", "backend-byebye"};
+const PeerCommands frontendCommands{"fronted-alive", "frontend-byebye"};
+
+Block patternOf(std::size_t size) {
+    Block block(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        block[i] = static_cast<std::byte>(i * 13 + i / 257);
+    }
+    return block;
+}
+
+/// Lets this process open no more descriptors while it lives.
+class NoMoreDescriptors {
+  public:
+    NoMoreDescriptors() {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+        const int lowestFree = dup(STDIN_FILENO);
+        EXPECT_NE(lowestFree, -1);
+        close(lowestFree);
+        const rlimit none{static_cast<rlim_t>(lowestFree), before.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+
+    NoMoreDescriptors(const NoMoreDescriptors &) = delete;
+    NoMoreDescriptors &operator=(const NoMoreDescriptors &) = delete;
+
+    ~NoMoreDescriptors() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0); }
+
+  private:
+    rlimit before{};
+};
+
+/// One end of a channel.
+class End {
+  public:
+    struct Received {
+        std::optional<std::string> object;
+        std::optional<Block> data;
+
+        bool operator==(const Received &) const = default;
+    };
+
+    End(const std::string &observed, std::string posted, const PeerCommands &peer,
+        std::optional<DBusNotificationCenter::UserCheck> check = std::nullopt)
+        : postName(std::move(posted)) {
+        const NotificationCenterClient client{[this] { return isCancelled(); },
+                                              [this](const std::string &line) { reports.push_back(line); }};
+        std::string problem;
+        center = check ? DBusNotificationCenter::connect(client, problem, *check)
+                       : DBusNotificationCenter::connect(client, problem);
+        if (!center) {
+            ADD_FAILURE() << problem;
+            std::abort();
+        }
+        center->startObserving(observed, peer, [this](const Notification &notification) {
+            received.push_back({notification.object, notification.data
+                                                         ? std::optional(Block(notification.data->begin(),
+                                                                               notification.data->end()))
+                                                         : std::nullopt});
+            onReceived();
+        });
+    }
+
+    void post(const std::string &object) { center->post(postName, object, std::nullopt); }
+
+    void post(const std::string &object, std::span<const std::byte> data) {
+        center->post(postName, object, data);
+    }
+
+    /// Whether the post succeeded.
+    bool tryPost(const std::string &object, std::optional<std::span<const std::byte>> data = std::nullopt) {
+        try {
+            center->post(postName, object, data);
+            return true;
+        } catch (const NotificationError &error) {
+            lastError = error.what();
+            return false;
+        }
+    }
+
+    [[nodiscard]] std::vector<std::string> objects() const {
+        std::vector<std::string> result;
+        for (const Received &one : received) {
+            result.push_back(one.object.value_or("(no text)"));
+        }
+        return result;
+    }
+
+    /// Asked in every wait; a test may do something there, or end the wait by returning true.
+    std::function<bool()> isCancelled = [] { return false; };
+    std::function<void()> onReceived = [] {};
+
+    std::unique_ptr<DBusNotificationCenter> center;
+    std::string postName;
+    std::vector<Received> received;
+    std::vector<std::string> reports;
+    std::string lastError;
+};
+
+std::unique_ptr<End> makeFrontend(std::optional<DBusNotificationCenter::UserCheck> check = std::nullopt) {
+    return std::make_unique<End>(frontendName, backendName, backendCommands, std::move(check));
+}
+
+std::unique_ptr<End> makeBackend() {
+    return std::make_unique<End>(backendName, frontendName, frontendCommands);
+}
+
+/// Calls the steps in turn until `done`; false when it takes too long.
+bool runUntil(const std::function<bool()> &done, const std::vector<std::function<void()>> &steps,
+              std::chrono::seconds limit = 20s) {
+    const auto deadline = steady_clock::now() + limit;
+    while (!done()) {
+        if (steady_clock::now() > deadline) {
+            return false;
+        }
+        for (const auto &step : steps) {
+            step();
+        }
+    }
+    return true;
+}
+
+std::function<void()> turning(End &end) {
+    return [&end] { end.center->turn(1ms); };
+}
+
+std::function<void()> processing(BusClient &client) {
+    return [&client] { client.process(); };
+}
+
+/// Makes the two ends each other's peers; afterwards nothing is under way and nothing noted.
+void introduce(End &frontend, End &backend) {
+    frontend.post("fronted-alive");
+    ASSERT_TRUE(runUntil([&] { return !backend.received.empty(); }, {turning(backend)}));
+    backend.post("backend-alive");
+    ASSERT_TRUE(runUntil([&] { return !frontend.received.empty(); }, {turning(frontend)}));
+    backend.center->turn(20ms); // takes the reply
+    frontend.received.clear();
+    backend.received.clear();
+}
+
+/// Makes a hand-made backend the peer of the filter's end. Returns the unique name of the filter's end.
+std::string introduce(End &frontend, BusClient &backend) {
+    frontend.post("fronted-alive");
+    EXPECT_TRUE(runUntil([&] { return !backend.received.empty(); }, {processing(backend)}));
+    const std::string name = sd_bus_message_get_sender(backend.received.back().get());
+    backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "backend-alive"));
+    EXPECT_TRUE(runUntil([&] { return !frontend.received.empty(); }, {turning(frontend)}));
+    frontend.received.clear();
+    backend.received.clear();
+    return name;
+}
+
+class DBusNotificationCenterTest : public testing::Test {
+  protected:
+    PrivateBus bus;
+};
+
+// ---- Names and blocks
+
+TEST_F(DBusNotificationCenterTest, CarriesEveryNameThatADeviceUriMayHave) {
+    const std::vector<std::string> ports = {
+        "usb://Veltrin/C200",
+        "socket://192.0.2.1:9100/?waiteof=false&contimeout=30",
+        "dnssd://Veltrin%20C200%20%40%20it's._pdl-datastream._tcp.local/?uuid=1,2",
+        R"(usb://a'b,c\d'',\\'/;:@&=+$-_.!~*"()#[]{}|^`<>%25)",
+        "usb://arg0='x',type='signal'",
+        "usb://dr\xC3\xBC"
+        "cker/\xE2\x82\xAC/\xF0\x9F\x96\xA8",
+        "usb://tab\tand\nnewline\x7F",
+        "",
+        "usb://" + std::string(2000, 'x') + "?y='z'",
+    };
+    for (const std::string &name : ports) {
+        SCOPED_TRACE(name);
+        End frontend(name + ".frontend", name + ".backend", backendCommands);
+        End backend(name + ".backend", name + ".frontend", frontendCommands);
+        introduce(frontend, backend);
+        frontend.post("writePipe", patternOf(16));
+        EXPECT_TRUE(runUntil([&] { return !backend.received.empty(); }, {turning(backend)}));
+        EXPECT_THAT(backend.received, ElementsAre(End::Received{"writePipe", patternOf(16)}));
+        EXPECT_THAT(frontend.reports, IsEmpty());
+        EXPECT_THAT(backend.reports, IsEmpty());
+    }
+}
+
+TEST_F(DBusNotificationCenterTest, RefusesNamesThatAreNoValidText) {
+    const auto frontend = makeFrontend();
+    for (const char *name : {"usb://\xFF", "usb://\xC3", "usb://\xC0\xAF", "usb://\xED\xA0\x80", "\x80",
+                             "usb://\xF4\x90\x80\x80"}) {
+        EXPECT_THROW(frontend->center->startObserving(name, backendCommands, [](const Notification &) {}),
+                     NotificationError);
+        EXPECT_THROW(frontend->center->post(name, "fronted-alive", std::nullopt), NotificationError);
+        EXPECT_THROW(frontend->center->post(backendName, name, std::nullopt), NotificationError);
+    }
+    frontend->post("fronted-alive"); // the connection is none the worse for it
+}
+
+TEST_F(DBusNotificationCenterTest, CarriesBlocksOfEverySize) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    for (const std::size_t size : {0U, 1U, 65535U, 65536U, 65537U, 1024U * 1024U, 100U * 1024U * 1024U}) {
+        SCOPED_TRACE(size);
+        const Block block = patternOf(size);
+        for (const auto &[from, to] :
+             {std::pair(frontend.get(), backend.get()), {backend.get(), frontend.get()}}) {
+            to->received.clear();
+            from->post("writePipe", block);
+            ASSERT_TRUE(runUntil([&] { return !to->received.empty(); }, {turning(*to)}));
+            EXPECT_TRUE(to->received.front().data == block);
+            from->center->turn(1ms);
+        }
+    }
+    EXPECT_TRUE(frontend->center->waitForDelivery());
+}
+
+TEST_F(DBusNotificationCenterTest, CarriesANotificationWithoutUserInfoAsSuch) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    frontend->post("readPipe");
+    ASSERT_TRUE(runUntil([&] { return !backend->received.empty(); }, {turning(*backend)}));
+    EXPECT_THAT(backend->received, ElementsAre(End::Received{"readPipe", std::nullopt}));
+}
+
+// ---- The messages as they travel
+
+TEST_F(DBusNotificationCenterTest, BroadcastsUntilThereIsAPeerAndThenCallsIt) {
+    const auto frontend = makeFrontend();
+    BusClient witness(backendName);
+    BusClient backend(backendName);
+    frontend->post("fronted-alive");
+    ASSERT_TRUE(runUntil([&] { return !witness.received.empty(); }, {processing(witness)}));
+    sd_bus_message *first = witness.received.front().get();
+    EXPECT_GT(sd_bus_message_is_signal(first, "org.veltrin.Notifications1", "Posted"), 0);
+    EXPECT_EQ(sd_bus_message_get_path(first), notificationPath(backendName));
+    EXPECT_EQ(sd_bus_message_get_destination(first), nullptr);
+    EXPECT_STREQ(sd_bus_message_get_signature(first, 1), "sva{sv}");
+    const char *name = nullptr;
+    const char *object = nullptr;
+    ASSERT_GT(sd_bus_message_read(first, "sv", &name, "s", &object), 0);
+    EXPECT_EQ(name, backendName);
+    EXPECT_STREQ(object, "fronted-alive");
+    ASSERT_GT(sd_bus_message_enter_container(first, 'a', "{sv}"), 0);
+    EXPECT_GT(sd_bus_message_at_end(first, 0), 0);
+
+    backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "backend-alive"));
+    ASSERT_TRUE(runUntil([&] { return !frontend->received.empty(); }, {turning(*frontend)}));
+    backend.process();
+    backend.received.clear();
+    frontend->post("readPipe");
+    ASSERT_TRUE(runUntil([&] { return !backend.received.empty(); }, {processing(backend)}));
+    sd_bus_message *second = backend.received.front().get();
+    EXPECT_GT(sd_bus_message_is_method_call(second, "org.veltrin.Notifications1", "Posted"), 0);
+    EXPECT_EQ(sd_bus_message_get_path(second), notificationPath(backendName));
+    EXPECT_EQ(sd_bus_message_get_destination(second), backend.uniqueName());
+    EXPECT_STREQ(sd_bus_message_get_signature(second, 1), "sva{sv}");
+    EXPECT_GT(sd_bus_message_get_expect_reply(second), 0);
+    witness.process();
+    EXPECT_EQ(witness.received.size(), 1U) << "nobody else is to see it";
+}
+
+TEST_F(DBusNotificationCenterTest, PutsLargeBlocksIntoSealedMemoryAndSmallOnesIntoTheMessage) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    const std::vector<std::pair<std::size_t, std::string>> table = {
+        {0, "ay"}, {1, "ay"}, {65535, "ay"}, {65536, "h"}, {1024 * 1024, "h"}};
+    for (const auto &[size, type] : table) {
+        SCOPED_TRACE(size);
+        backend.received.clear();
+        frontend->post("writePipe", patternOf(size));
+        ASSERT_TRUE(runUntil([&] { return !backend.received.empty(); }, {processing(backend)}));
+        sd_bus_message *message = backend.received.front().get();
+        const char *key = nullptr;
+        const char *contents = nullptr;
+        ASSERT_GE(sd_bus_message_skip(message, "sv"), 0);
+        ASSERT_GT(sd_bus_message_enter_container(message, 'a', "{sv}"), 0);
+        ASSERT_GT(sd_bus_message_enter_container(message, 'e', "sv"), 0);
+        ASSERT_GT(sd_bus_message_read(message, "s", &key), 0);
+        EXPECT_STREQ(key, "data");
+        ASSERT_GT(sd_bus_message_peek_type(message, nullptr, &contents), 0);
+        EXPECT_EQ(contents, type);
+        if (type == "h") {
+            int descriptor = -1;
+            ASSERT_GT(sd_bus_message_read(message, "v", "h", &descriptor), 0);
+            constexpr int required = F_SEAL_WRITE | F_SEAL_GROW | F_SEAL_SHRINK;
+            EXPECT_EQ(fcntl(descriptor, F_GET_SEALS) & required, required);
+        } else {
+            ASSERT_GE(sd_bus_message_skip(message, "v"), 0);
+        }
+        ASSERT_GE(sd_bus_message_exit_container(message), 0);
+        EXPECT_GT(sd_bus_message_at_end(message, 0), 0) << "only one entry";
+        backend.answer(message);
+    }
+    EXPECT_TRUE(frontend->center->waitForDelivery());
+}
+
+BusClient::Arguments withData(const std::function<void(sd_bus_message *)> &appendData,
+                              const std::string &object = "readPipe") {
+    return [appendData, object](sd_bus_message *message) {
+        EXPECT_GE(sd_bus_message_append(message, "sv", frontendName.c_str(), "s", object.c_str()), 0);
+        EXPECT_GE(sd_bus_message_open_container(message, 'a', "{sv}"), 0);
+        EXPECT_GE(sd_bus_message_append(message, "{sv}", "other", "i", 7), 0);
+        EXPECT_GE(sd_bus_message_open_container(message, 'e', "sv"), 0);
+        EXPECT_GE(sd_bus_message_append(message, "s", "data"), 0);
+        appendData(message);
+        EXPECT_GE(sd_bus_message_close_container(message), 0);
+        EXPECT_GE(sd_bus_message_close_container(message), 0);
+    };
+}
+
+BusClient::Arguments withDescriptor(int descriptor) {
+    return withData([descriptor](sd_bus_message *message) {
+        EXPECT_GE(sd_bus_message_append(message, "v", "h", descriptor), 0);
+        close(descriptor);
+    });
+}
+
+BusClient::Arguments withBytes(const Block &block) {
+    return withData([block](sd_bus_message *message) {
+        EXPECT_GE(sd_bus_message_open_container(message, 'v', "ay"), 0);
+        EXPECT_GE(sd_bus_message_append_array(message, 'y', block.data(), block.size()), 0);
+        EXPECT_GE(sd_bus_message_close_container(message), 0);
+    });
+}
+
+TEST_F(DBusNotificationCenterTest, TakesBothFormsOfDataAtAnySizeInSignalsAndCalls) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    const std::string destination = introduce(*frontend, backend);
+    const std::string path = notificationPath(frontendName);
+    for (const std::size_t size : {0U, 5U, 64U, 1024U * 1024U}) {
+        SCOPED_TRACE(size);
+        const Block block = patternOf(size);
+        frontend->received.clear();
+        backend.replies.clear();
+        backend.signal(path, withBytes(block));
+        backend.signal(path, withDescriptor(makeSealedMemory(block)));
+        backend.call(destination, path, withBytes(block));
+        backend.call(destination, path, withDescriptor(makeSealedMemory(block)));
+        ASSERT_TRUE(
+            runUntil([&] { return backend.replies.size() == 2; }, {turning(*frontend), processing(backend)}));
+        EXPECT_THAT(backend.replies, ElementsAre("", ""));
+        const End::Received expected{"readPipe", block};
+        EXPECT_TRUE(frontend->received == std::vector<End::Received>(4, expected));
+    }
+}
+
+TEST_F(DBusNotificationCenterTest, DropsMalformedNotificationsAndSaysSo) {
+    const std::string path = notificationPath(frontendName);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    close(ends[1]);
+    const int unsealed = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    const int halfSealed = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    ASSERT_EQ(fcntl(halfSealed, F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_GROW), 0);
+    const std::vector<std::pair<std::string, BusClient::Arguments>> table = {
+        {"no arguments", [](sd_bus_message *) {}},
+        {"the name alone",
+         [](sd_bus_message *message) { sd_bus_message_append(message, "s", frontendName.c_str()); }},
+        {"an object that is no variant",
+         [](sd_bus_message *message) {
+             sd_bus_message_append(message, "ssa{sv}", frontendName.c_str(), "readPipe", 0);
+         }},
+        {"user info of other types",
+         [](sd_bus_message *message) {
+             sd_bus_message_append(message, "sva{ss}", frontendName.c_str(), "s", "readPipe", 0);
+         }},
+        {"one argument more",
+         [](sd_bus_message *message) {
+             sd_bus_message_append(message, "sva{sv}s", frontendName.c_str(), "s", "readPipe", 0, "more");
+         }},
+        {"data that is a text",
+         withData([](sd_bus_message *message) { sd_bus_message_append(message, "v", "s", "GDIR"); })},
+        {"data that is a number",
+         withData([](sd_bus_message *message) { sd_bus_message_append(message, "v", "i", 1); })},
+        {"data that is an array of numbers",
+         withData([](sd_bus_message *message) { sd_bus_message_append(message, "v", "au", 1, 2); })},
+        {"data in a variant more",
+         withData([](sd_bus_message *message) { sd_bus_message_append(message, "v", "v", "s", "x"); })},
+        {"a pipe", withDescriptor(ends[0])},
+        {"unsealed memory", withDescriptor(unsealed)},
+        {"memory that may still shrink", withDescriptor(halfSealed)},
+    };
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    const std::string destination = introduce(*frontend, backend);
+    for (const auto &[what, arguments] : table) {
+        SCOPED_TRACE(what);
+        backend.replies.clear();
+        frontend->reports.clear();
+        backend.call(destination, path, arguments);
+        ASSERT_TRUE(
+            runUntil([&] { return !backend.replies.empty(); }, {turning(*frontend), processing(backend)}));
+        EXPECT_THAT(backend.replies, ElementsAre(SD_BUS_ERROR_INVALID_ARGS));
+        EXPECT_THAT(frontend->reports,
+                    ElementsAre(HasSubstr("dropped a notification from " + backend.uniqueName())));
+    }
+    EXPECT_THAT(frontend->received, IsEmpty());
+    backend.signal(path, notificationArguments(frontendName, "readPipe"));
+    ASSERT_TRUE(runUntil([&] { return !frontend->received.empty(); }, {turning(*frontend)}));
+}
+
+TEST_F(DBusNotificationCenterTest, DeliversAnObjectThatIsNoTextWithoutIt) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    const std::vector<BusClient::Arguments> table = {
+        [](sd_bus_message *message) {
+            sd_bus_message_append(message, "sva{sv}", frontendName.c_str(), "i", 5, 0);
+        },
+        [](sd_bus_message *message) {
+            sd_bus_message_append(message, "sva{sv}", frontendName.c_str(), "o", "/readPipe", 0);
+        },
+        [](sd_bus_message *message) {
+            sd_bus_message_append(message, "sva{sv}", frontendName.c_str(), "as", 1, "readPipe", 0);
+        },
+    };
+    for (const auto &arguments : table) {
+        backend.signal(notificationPath(frontendName), arguments);
+    }
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() == table.size(); }, {turning(*frontend)}));
+    EXPECT_THAT(frontend->objects(), testing::Each("(no text)"));
+    EXPECT_THAT(frontend->reports, IsEmpty());
+}
+
+TEST_F(DBusNotificationCenterTest, DropsANotificationOfAnotherNameOnTheSamePath) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    const std::string destination = introduce(*frontend, backend);
+    backend.call(destination, notificationPath(frontendName),
+                 notificationArguments(frontendName + "x", "readPipe"));
+    ASSERT_TRUE(
+        runUntil([&] { return !backend.replies.empty(); }, {turning(*frontend), processing(backend)}));
+    EXPECT_THAT(backend.replies, ElementsAre(SD_BUS_ERROR_UNKNOWN_OBJECT));
+    EXPECT_THAT(frontend->received, IsEmpty());
+}
+
+TEST_F(DBusNotificationCenterTest, HearsNothingOfOtherPortsAndNothingAfterItStoppedObserving) {
+    const auto frontend = makeFrontend();
+    End other("usb://other.frontend", frontendName, backendCommands);
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    other.center->turn(20ms);
+    EXPECT_THAT(other.received, IsEmpty());
+    frontend->center->stopObserving();
+    backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "readPipe"));
+    frontend->center->turn(20ms);
+    EXPECT_THAT(frontend->received, IsEmpty());
+}
+
+// ---- Turns
+
+std::chrono::milliseconds durationOf(const std::function<void()> &deed) {
+    const auto start = steady_clock::now();
+    deed();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - start);
+}
+
+TEST_F(DBusNotificationCenterTest, ATurnLastsItsTimeWhereNothingComes) {
+    const auto frontend = makeFrontend();
+    frontend->center->turn(10ms);
+    EXPECT_GE(durationOf([&] { frontend->center->turn(150ms); }), 149ms);
+    bus.kill();
+    EXPECT_GE(durationOf([&] { frontend->center->turn(150ms); }), 149ms);
+    EXPECT_GE(durationOf([&] { frontend->center->turn(150ms); }), 149ms);
+    EXPECT_EQ(frontend->reports.size(), 1U) << "the loss is reported once";
+}
+
+TEST_F(DBusNotificationCenterTest, ATurnEndsWithOneNotification) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    for (int i = 0; i < 3; ++i) {
+        backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "readPipe"));
+    }
+    for (std::size_t i = 1; i <= 3; ++i) {
+        EXPECT_LT(durationOf([&] { frontend->center->turn(10s); }), 5s);
+        EXPECT_EQ(frontend->received.size(), i);
+    }
+}
+
+TEST_F(DBusNotificationCenterTest, DeliversOnlyInTurns) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    backend->post("readPipe");
+    std::this_thread::sleep_for(50ms);
+    frontend->post("readPipe");
+    EXPECT_THAT(frontend->received, IsEmpty());
+    frontend->center->turn(1s);
+    EXPECT_EQ(frontend->received.size(), 1U);
+}
+
+TEST_F(DBusNotificationCenterTest, RunsQueuedFunctionsInALaterTurnAndThenWaitsAllTheSame) {
+    const auto frontend = makeFrontend();
+    std::vector<int> order;
+    frontend->center->performLater([&] {
+        order.push_back(1);
+        frontend->center->performLater([&] { order.push_back(3); });
+    });
+    frontend->center->performLater([&] { order.push_back(2); });
+    EXPECT_THAT(order, IsEmpty());
+    EXPECT_GE(durationOf([&] { frontend->center->turn(50ms); }), 49ms);
+    EXPECT_THAT(order, ElementsAre(1, 2));
+    frontend->center->turn(0ms);
+    EXPECT_THAT(order, ElementsAre(1, 2, 3));
+}
+
+TEST_F(DBusNotificationCenterTest, KeepsTheOrderAcrossSignalsAndCalls) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    const std::string destination = introduce(*frontend, backend);
+    std::vector<std::string> expected;
+    for (int i = 0; i < 20; ++i) {
+        expected.push_back("object " + std::to_string(i));
+        const auto arguments = notificationArguments(frontendName, expected.back());
+        if (i % 3 == 0) {
+            backend.signal(notificationPath(frontendName), arguments);
+        } else {
+            backend.call(destination, notificationPath(frontendName), arguments);
+        }
+    }
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 20; }, {turning(*frontend)}));
+    EXPECT_EQ(frontend->objects(), expected);
+}
+
+// ---- Who takes part
+
+TEST(TrustedUserTest, IsRootOrOneself) {
+    EXPECT_TRUE(isTrustedUser(0, 7));
+    EXPECT_TRUE(isTrustedUser(7, 7));
+    EXPECT_TRUE(isTrustedUser(0, 0));
+    EXPECT_FALSE(isTrustedUser(1000, 7));
+    EXPECT_FALSE(isTrustedUser(7, 0));
+    EXPECT_FALSE(isTrustedUser(static_cast<uid_t>(-1), 7));
+}
+
+TEST_F(DBusNotificationCenterTest, RefusesPeersOfAnotherUser) {
+    std::vector<uid_t> asked;
+    const auto frontend = makeFrontend([&](uid_t user) {
+        asked.push_back(user);
+        return false;
+    });
+    frontend->post("fronted-alive");
+    BusClient stranger(backendName);
+    const std::string path = notificationPath(frontendName);
+    stranger.signal(path, notificationArguments(frontendName, "backend-alive"));
+    ASSERT_TRUE(runUntil([&] { return !frontend->reports.empty(); }, {turning(*frontend)}));
+    EXPECT_THAT(asked, ElementsAre(geteuid()));
+    EXPECT_THAT(frontend->reports, ElementsAre("refused " + stranger.uniqueName() + " of the user " +
+                                               std::to_string(geteuid())));
+    frontend->post("fronted-alive");
+    ASSERT_TRUE(runUntil([&] { return !stranger.received.empty(); }, {processing(stranger)}));
+    EXPECT_GT(sd_bus_message_is_signal(stranger.received.front().get(), nullptr, nullptr), 0)
+        << "it must not have become the peer";
+    stranger.call(sd_bus_message_get_sender(stranger.received.front().get()), path,
+                  notificationArguments(frontendName, "backend-alive"));
+    ASSERT_TRUE(
+        runUntil([&] { return !stranger.replies.empty(); }, {turning(*frontend), processing(stranger)}));
+    EXPECT_THAT(stranger.replies, ElementsAre(SD_BUS_ERROR_ACCESS_DENIED));
+    EXPECT_THAT(frontend->received, IsEmpty());
+    EXPECT_EQ(frontend->reports.size(), 1U) << "a stranger is reported once";
+}
+
+TEST_F(DBusNotificationCenterTest, DoesNotBroadcastData) {
+    const auto frontend = makeFrontend();
+    BusClient witness(backendName);
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)));
+    EXPECT_THAT(frontend->lastError, HasSubstr("no peer"));
+    frontend->post("fronted-alive");
+    ASSERT_TRUE(runUntil([&] { return !witness.received.empty(); }, {processing(witness)}));
+    EXPECT_EQ(witness.received.size(), 1U);
+}
+
+TEST_F(DBusNotificationCenterTest, APeerThatLeavesCountsAsOneThatSaidGoodbye) {
+    const auto frontend = makeFrontend();
+    auto backend = makeBackend();
+    BusClient witness(backendName);
+    introduce(*frontend, *backend);
+    witness.process();
+    witness.received.clear();
+    backend.reset();
+    ASSERT_TRUE(runUntil([&] { return !frontend->received.empty(); }, {turning(*frontend)}));
+    EXPECT_THAT(frontend->received, ElementsAre(End::Received{"backend-byebye", std::nullopt}));
+    EXPECT_FALSE(frontend->tryPost("readPipe"));
+    EXPECT_THAT(frontend->lastError, HasSubstr("left"));
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)));
+    witness.process();
+    EXPECT_THAT(witness.received, IsEmpty()) << "nothing is broadcast in its stead";
+
+    backend = makeBackend(); // another one comes
+    backend->post("backend-alive");
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 2; }, {turning(*frontend)}));
+    frontend->post("writePipe", patternOf(16));
+    ASSERT_TRUE(runUntil([&] { return !backend->received.empty(); }, {turning(*backend)}));
+}
+
+TEST_F(DBusNotificationCenterTest, APeerThatSaidGoodbyeMayLeaveWithoutAnother) {
+    const auto frontend = makeFrontend();
+    auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    backend->post("backend-byebye");
+    backend.reset();
+    frontend->center->turn(10s);
+    frontend->center->turn(100ms);
+    EXPECT_THAT(frontend->objects(), ElementsAre("backend-byebye"));
+    EXPECT_FALSE(frontend->tryPost("readPipe"));
+}
+
+TEST_F(DBusNotificationCenterTest, WhatAPeerSentBeforeItLeftIsDeliveredBeforeItsGoodbye) {
+    const auto frontend = makeFrontend();
+    auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    backend->post("readPipe", patternOf(100));
+    backend->post("readPipe", patternOf(100000));
+    backend.reset();
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 3; }, {turning(*frontend)}));
+    EXPECT_THAT(frontend->objects(), ElementsAre("readPipe", "readPipe", "backend-byebye"));
+    EXPECT_TRUE(frontend->received[1].data == patternOf(100000));
+}
+
+TEST_F(DBusNotificationCenterTest, TheNewestPeerThatAnnouncesItselfCounts) {
+    const auto frontend = makeFrontend();
+    const auto older = makeBackend();
+    const auto newer = makeBackend();
+    introduce(*frontend, *older);
+    newer->post("backend-alive");
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 1; }, {turning(*frontend)}));
+    newer->received.clear();
+    frontend->post("writePipe", patternOf(16));
+    ASSERT_TRUE(runUntil([&] { return !newer->received.empty(); }, {turning(*newer)}));
+    EXPECT_THAT(older->received, IsEmpty());
+
+    // What the older one still says, its goodbye above all, is not the newer one's.
+    older->post("backend-byebye");
+    frontend->center->turn(100ms);
+    EXPECT_EQ(frontend->received.size(), 1U);
+    older->center->turn(100ms);
+    EXPECT_FALSE(older->tryPost("readPipe")) << "it is told so";
+    frontend->post("writePipe", patternOf(16));
+
+    older->post("backend-alive"); // unless it announces itself again
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 2; }, {turning(*frontend)}));
+    older->received.clear();
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(17))) << "the newer one has not taken its block";
+    ASSERT_TRUE(runUntil([&] { return !older->received.empty(); }, {turning(*older)}));
+}
+
+TEST_F(DBusNotificationCenterTest, BlocksThatAReplacedPeerDidNotTakeAreFailedSends) {
+    const auto frontend = makeFrontend();
+    BusClient older(backendName);
+    introduce(*frontend, older);
+    frontend->post("writePipe", patternOf(16));
+    const auto newer = makeBackend();
+    newer->post("backend-alive");
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 1; }, {turning(*frontend)}));
+    EXPECT_FALSE(frontend->center->waitForDelivery());
+    EXPECT_TRUE(frontend->tryPost("writePipe", patternOf(16)));
+}
+
+TEST_F(DBusNotificationCenterTest, AFloodFromThePeerIsTakenOneByOne) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    const std::string destination = introduce(*frontend, backend);
+    const std::string path = notificationPath(frontendName);
+    std::vector<std::string> expected;
+    for (int i = 0; i < 500; ++i) {
+        expected.push_back(std::to_string(i));
+        // A bus lets nobody wait for more than 128 replies.
+        if (i % 5 == 0) {
+            backend.call(destination, path, notificationArguments(frontendName, expected.back()));
+        } else {
+            backend.signal(path, notificationArguments(frontendName, expected.back()));
+        }
+    }
+    for (std::size_t turns = 1; turns <= 500; ++turns) {
+        frontend->center->turn(10s);
+        ASSERT_EQ(frontend->received.size(), turns);
+    }
+    EXPECT_EQ(frontend->objects(), expected);
+    ASSERT_TRUE(
+        runUntil([&] { return backend.replies.size() == 100; }, {turning(*frontend), processing(backend)}));
+    EXPECT_THAT(backend.replies, testing::Each(""));
+    EXPECT_THAT(frontend->reports, IsEmpty());
+}
+
+TEST_F(DBusNotificationCenterTest, AFloodFromSomebodyUnknownIsCutShort) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    for (int i = 0; i < 500; ++i) {
+        backend.signal(notificationPath(frontendName),
+                       notificationArguments(frontendName, std::to_string(i)));
+    }
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() + frontend->reports.size() == 500; },
+                         {turning(*frontend)}));
+    // While its user is not known yet, 32 are kept and no more.
+    ASSERT_GE(frontend->received.size(), 32U);
+    for (std::size_t i = 0; i < 32; ++i) {
+        EXPECT_EQ(frontend->objects()[i], std::to_string(i));
+    }
+    EXPECT_THAT(frontend->reports, Contains(HasSubstr("it comes too fast")));
+    backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "good"));
+    frontend->center->turn(10s);
+    EXPECT_EQ(frontend->objects().back(), "good");
+}
+
+// ---- Delivery and failure
+
+TEST_F(DBusNotificationCenterTest, LeavesSixteenCallsUnansweredAndAfterCancellationCallsWithoutReply) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    int questions = 0;
+    frontend->isCancelled = [&] { return ++questions > 3; };
+    for (int i = 0; i < 16; ++i) {
+        frontend->post("writePipe", patternOf(100000));
+    }
+    EXPECT_EQ(questions, 0) << "there is room, nothing is waited for";
+    EXPECT_GE(durationOf([&] { frontend->post("writePipe", patternOf(16)); }), 250ms);
+    EXPECT_EQ(questions, 4);
+    frontend->post("frontend-byebye");
+    ASSERT_TRUE(runUntil([&] { return backend.received.size() == 18; }, {processing(backend)}));
+    for (std::size_t i = 0; i < 18; ++i) {
+        EXPECT_EQ(sd_bus_message_get_expect_reply(backend.received[i].get()) > 0, i < 16) << i;
+        EXPECT_GT(sd_bus_message_is_method_call(backend.received[i].get(), nullptr, nullptr), 0);
+    }
+    EXPECT_TRUE(frontend->center->waitForDelivery()) << "a cancelled job waits for nothing";
+}
+
+TEST_F(DBusNotificationCenterTest, AnAnswerMakesRoomForOneMore) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    std::size_t answeredCalls = 0;
+    frontend->isCancelled = [&] {
+        backend.process();
+        EXPECT_LE(backend.received.size() - answeredCalls, 16U);
+        if (answeredCalls < backend.received.size()) {
+            backend.answer(backend.received[answeredCalls++].get());
+        }
+        return false;
+    };
+    for (int i = 0; i < 60; ++i) {
+        frontend->post("writePipe", patternOf(static_cast<std::size_t>(i)));
+    }
+    EXPECT_GE(answeredCalls, 60U - 16U);
+    EXPECT_TRUE(frontend->center->waitForDelivery());
+    EXPECT_EQ(answeredCalls, 60U);
+}
+
+TEST_F(DBusNotificationCenterTest, WaitsForRoomEndWhenThePeerLeaves) {
+    const auto frontend = makeFrontend();
+    auto backend = std::make_unique<BusClient>(backendName);
+    introduce(*frontend, *backend);
+    for (int i = 0; i < 16; ++i) {
+        frontend->post("writePipe", patternOf(16));
+    }
+    int questions = 0;
+    frontend->isCancelled = [&] {
+        if (++questions == 2) {
+            backend.reset();
+        }
+        return false;
+    };
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)));
+}
+
+TEST_F(DBusNotificationCenterTest, WaitsForRoomEndWhenTheBusDies) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    for (int i = 0; i < 16; ++i) {
+        frontend->post("writePipe", patternOf(16));
+    }
+    int questions = 0;
+    frontend->isCancelled = [&] {
+        if (++questions == 2) {
+            bus.kill();
+        }
+        return false;
+    };
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)));
+    EXPECT_THAT(frontend->lastError, HasSubstr("the system bus is lost"));
+    EXPECT_FALSE(frontend->center->waitForDelivery());
+}
+
+TEST_F(DBusNotificationCenterTest, AnErrorReplyIsOneFailedSend) {
+    for (const char *error : {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_ACCESS_DENIED,
+                              SD_BUS_ERROR_LIMITS_EXCEEDED, "org.example.Error"}) {
+        SCOPED_TRACE(error);
+        const auto frontend = makeFrontend();
+        BusClient backend(backendName);
+        introduce(*frontend, backend);
+        frontend->post("writePipe", patternOf(16));
+        ASSERT_TRUE(runUntil([&] { return !backend.received.empty(); }, {processing(backend)}));
+        backend.answerWithError(backend.received.front().get(), error);
+        frontend->center->turn(50ms);
+        EXPECT_THAT(frontend->reports, ElementsAre(HasSubstr(error)));
+        EXPECT_TRUE(frontend->tryPost("readPipe")) << "a lost block is not a command's failure";
+        EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)));
+        EXPECT_TRUE(frontend->tryPost("writePipe", patternOf(16))) << "one failure for one loss";
+    }
+}
+
+TEST_F(DBusNotificationCenterTest, ARefusedBlockFailsTheWaitForDelivery) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    frontend->post("writePipe", patternOf(16));
+    frontend->post("writePipe", patternOf(16));
+    std::size_t answeredCalls = 0;
+    frontend->isCancelled = [&] {
+        backend.process();
+        if (answeredCalls < backend.received.size()) {
+            sd_bus_message *call = backend.received[answeredCalls].get();
+            answeredCalls++ == 0 ? backend.answerWithError(call, SD_BUS_ERROR_FAILED) : backend.answer(call);
+        }
+        return false;
+    };
+    EXPECT_FALSE(frontend->center->waitForDelivery());
+    EXPECT_EQ(answeredCalls, 2U) << "it waits for all of them";
+    EXPECT_TRUE(frontend->center->waitForDelivery());
+}
+
+TEST_F(DBusNotificationCenterTest, ALostCommandIsTheNextCommandsFailureAndNoBlocks) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    frontend->post("readPipe");
+    EXPECT_TRUE(frontend->center->waitForDelivery()) << "commands are not waited for";
+    ASSERT_TRUE(runUntil([&] { return !backend.received.empty(); }, {processing(backend)}));
+    backend.answerWithError(backend.received.front().get(), SD_BUS_ERROR_FAILED);
+    frontend->center->turn(50ms);
+    EXPECT_TRUE(frontend->tryPost("writePipe", patternOf(16)));
+    EXPECT_FALSE(frontend->tryPost("readPipe"));
+    EXPECT_TRUE(frontend->tryPost("readPipe"));
+}
+
+TEST_F(DBusNotificationCenterTest, BlocksThatADepartedPeerDidNotTakeAreFailedSends) {
+    const auto frontend = makeFrontend();
+    auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    frontend->post("writePipe", patternOf(16));
+    backend.reset();
+    EXPECT_FALSE(frontend->center->waitForDelivery());
+}
+
+TEST_F(DBusNotificationCenterTest, ABusThatDiesIsAFailedSendForWhatWasUnderWayAndForWhatComes) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    frontend->post("writePipe", patternOf(16));
+    bus.kill();
+    frontend->center->turn(20ms);
+    EXPECT_THAT(frontend->reports, ElementsAre(HasSubstr("the system bus is lost")));
+    EXPECT_FALSE(frontend->center->waitForDelivery());
+    EXPECT_FALSE(frontend->tryPost("readPipe"));
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)));
+    EXPECT_THROW(frontend->center->startObserving("x", backendCommands, [](const Notification &) {}),
+                 NotificationError);
+}
+
+TEST_F(DBusNotificationCenterTest, APostIntoABusThatHasJustDiedFails) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    bus.kill();
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)) && frontend->center->waitForDelivery());
+}
+
+TEST_F(DBusNotificationCenterTest, WaitsOutAShortageOfDescriptors) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    std::optional<NoMoreDescriptors> shortage(std::in_place);
+    int questions = 0;
+    frontend->isCancelled = [&] {
+        if (++questions == 5) {
+            shortage.reset();
+        }
+        return false;
+    };
+    EXPECT_TRUE(frontend->tryPost("writePipe", patternOf(100000)));
+    EXPECT_GE(questions, 5);
+    ASSERT_TRUE(runUntil([&] { return !backend->received.empty(); }, {turning(*backend)}));
+    EXPECT_TRUE(backend->received.front().data == patternOf(100000));
+}
+
+TEST_F(DBusNotificationCenterTest, ACancelledJobDoesNotWaitOutAShortage) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    const NoMoreDescriptors shortage;
+    frontend->isCancelled = [] { return true; };
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(100000)));
+    EXPECT_THAT(frontend->lastError, HasSubstr("Too many open files"));
+}
+
+/// Posts of 60,000 bytes that fill a socket's buffer of any usual size.
+constexpr int moreThanASocketHolds = 400;
+
+TEST_F(DBusNotificationCenterTest, ABusThatStandsStillHoldsUpNeitherACancelledJobNorItsEnd) {
+    auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    bus.freeze();
+    frontend->isCancelled = [] { return true; };
+    const Block block = patternOf(60000);
+    const auto posting = durationOf([&] {
+        for (int i = 0; i < moreThanASocketHolds; ++i) {
+            frontend->post("writePipe", block);
+        }
+    });
+    EXPECT_LT(posting, 10s);
+    const auto taken = durationOf([&] { frontend->center.reset(); });
+    EXPECT_GE(taken, 1900ms) << "the end gives the rest a chance";
+    EXPECT_LT(taken, 10s);
+    bus.thaw();
+}
+
+TEST_F(DBusNotificationCenterTest, WhatIsUnsentGoesOutBeforeTheEnd) {
+    auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    bus.freeze();
+    frontend->isCancelled = [] { return true; };
+    for (int i = 0; i < moreThanASocketHolds; ++i) {
+        frontend->post("writePipe", patternOf(60000));
+    }
+    frontend->post("frontend-byebye");
+    std::thread thawing([this] {
+        std::this_thread::sleep_for(200ms);
+        bus.thaw();
+    });
+    frontend->center.reset();
+    thawing.join();
+    ASSERT_TRUE(
+        runUntil([&] { return backend->received.size() == moreThanASocketHolds + 1; }, {turning(*backend)}));
+    EXPECT_EQ(backend->objects().back(), "frontend-byebye");
+}
+
+TEST_F(DBusNotificationCenterTest, TwoEndsThatBothWaitForRoomDoNotBlockEachOther) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    std::thread backendThread([&] {
+        for (int i = 0; i < 100; ++i) {
+            backend->post("readPipe", patternOf(64));
+        }
+        EXPECT_TRUE(runUntil([&] { return backend->received.size() == 100; }, {turning(*backend)}));
+    });
+    for (int i = 0; i < 100; ++i) {
+        frontend->post("writePipe", patternOf(64));
+    }
+    EXPECT_TRUE(runUntil([&] { return frontend->received.size() == 100; }, {turning(*frontend)}));
+    backendThread.join();
+}
+
+TEST_F(DBusNotificationCenterTest, AnObserverMayPostAndStop) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    backend->onReceived = [&] {
+        backend->post("readPipe", patternOf(64));
+        backend->center->turn(1ms); // hears nothing inside of it
+        backend->center->stopObserving();
+    };
+    frontend->post("readPipe");
+    frontend->post("readPipe");
+    ASSERT_TRUE(
+        runUntil([&] { return !frontend->received.empty(); }, {turning(*frontend), turning(*backend)}));
+    EXPECT_EQ(backend->received.size(), 1U);
+}
+
+// ---- Connecting
+
+NotificationCenterClient indifferentClient() {
+    return {[] { return false; }, [](const std::string &) {}};
+}
+
+TEST(DBusConnectionTest, SaysWhyTheBusCannotBeReached) {
+    const std::vector<std::pair<std::string, std::string>> table = {
+        {"unix:path=/tmp/nowhere", "No such file or directory"},
+        {"unix:path=/tmp", "Connection refused"},
+        {"nonsense", "Connection refused"},
+    };
+    for (const auto &[address, reason] : table) {
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
+        std::string problem;
+        EXPECT_EQ(DBusNotificationCenter::connect(indifferentClient(), problem), nullptr);
+        EXPECT_EQ(problem, "cannot connect to the system bus: " + reason);
+    }
+}
+
+/// A socket that stands for the system bus and does what the test wants.
+class ListeningSocket {
+  public:
+    ListeningSocket() : descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, "/tmp/listening");
+        EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(descriptor, 1), 0);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/tmp/listening", 1);
+    }
+
+    ListeningSocket(const ListeningSocket &) = delete;
+    ListeningSocket &operator=(const ListeningSocket &) = delete;
+
+    ~ListeningSocket() {
+        close(descriptor);
+        unlink("/tmp/listening");
+    }
+
+    int descriptor;
+};
+
+TEST(DBusConnectionTest, GivesABusFiveSecondsToLetItIn) {
+    const ListeningSocket silent;
+    std::string problem;
+    const auto taken = durationOf(
+        [&] { EXPECT_EQ(DBusNotificationCenter::connect(indifferentClient(), problem), nullptr); });
+    EXPECT_EQ(problem, "the system bus did not let us in within 5 seconds");
+    EXPECT_GE(taken, 4900ms);
+    EXPECT_LT(taken, 8s);
+}
+
+TEST(DBusConnectionTest, SaysThatTheBusClosedTheConnection) {
+    const ListeningSocket rude;
+    std::thread closing([&] { close(accept(rude.descriptor, nullptr, nullptr)); });
+    std::string problem;
+    EXPECT_EQ(DBusNotificationCenter::connect(indifferentClient(), problem), nullptr);
+    closing.join();
+    EXPECT_THAT(problem, HasSubstr("the system bus"));
+}
+
+TEST_F(DBusNotificationCenterTest, OwnsNoNameButItsUniqueOne) {
+    const auto frontend = makeFrontend();
+    BusClient client(backendName);
+    introduce(*frontend, client);
+    sd_bus *raw = nullptr;
+    ASSERT_GE(sd_bus_open_system(&raw), 0);
+    char **names = nullptr;
+    ASSERT_GE(sd_bus_list_names(raw, &names, nullptr), 0);
+    for (char **name = names; *name != nullptr; ++name) {
+        const std::string text = *name;
+        EXPECT_TRUE(text.front() == ':' || text == "org.freedesktop.DBus") << text;
+        std::free(*name);
+    }
+    std::free(names);
+    sd_bus_unref(raw);
+}
+
+} // namespace
+} // namespace veltrin::platform

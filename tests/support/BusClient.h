@@ -1,0 +1,61 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace veltrin::test {
+
+/// A program on the system bus that speaks the notification messages by hand: it sees them as they travel,
+/// answers only when told to, and can send what no proper end of a channel would.
+class BusClient {
+  public:
+    struct Release {
+        void operator()(sd_bus_message *message) const { sd_bus_message_unref(message); }
+    };
+
+    using Message = std::unique_ptr<sd_bus_message, Release>;
+
+    /// Appends a message's arguments.
+    using Arguments = std::function<void(sd_bus_message *)>;
+
+    /// Connects and takes in the notifications of `name` from now on.
+    explicit BusClient(const std::string &name);
+
+    BusClient(const BusClient &) = delete;
+    BusClient &operator=(const BusClient &) = delete;
+    ~BusClient();
+
+    [[nodiscard]] std::string uniqueName() const;
+
+    /// Sends a broadcast signal.
+    void signal(const std::string &path, const Arguments &arguments);
+
+    /// Sends a call; what becomes of it goes into `replies`.
+    void call(const std::string &destination, const std::string &path, const Arguments &arguments);
+
+    /// Answers a call as delivered, or with an error.
+    void answer(sd_bus_message *call);
+    void answerWithError(sd_bus_message *call, const char *error);
+
+    /// Takes in whatever has come, without waiting.
+    void process();
+
+    std::vector<Message> received;    // signals and calls of the name, in order
+    std::vector<std::string> replies; // to this client's calls, in order: "" or the error's name
+
+  private:
+    static int onMessage(sd_bus_message *message, void *client, sd_bus_error *error);
+    static int onReply(sd_bus_message *reply, void *client, sd_bus_error *error);
+    void flush();
+
+    sd_bus *bus = nullptr;
+};
+
+/// The arguments of a proper notification without data.
+[[nodiscard]] BusClient::Arguments notificationArguments(const std::string &name, const std::string &object);
+
+} // namespace veltrin::test

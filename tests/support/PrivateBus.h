@@ -1,0 +1,65 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+namespace veltrin::test {
+
+/// A message bus of the test's own, in the private /tmp, which stands for the system bus as long as the
+/// object lives. A bus that cannot be started fails the running test.
+class PrivateBus {
+  public:
+    /// Everybody may do everything.
+    static constexpr const char *openPolicy = R"(
+        <policy context="default">
+          <allow user="*"/>
+          <allow send_destination="*"/>
+          <allow receive_sender="*"/>
+        </policy>)";
+
+    /// The rules of a system bus as installed, without those of any service.
+    static constexpr const char *systemPolicy = R"(
+        <policy context="default">
+          <allow user="*"/>
+          <deny own="*"/>
+          <deny send_type="method_call"/>
+          <allow send_type="signal"/>
+          <allow send_requested_reply="true" send_type="method_return"/>
+          <allow send_requested_reply="true" send_type="error"/>
+          <allow receive_type="method_call"/>
+          <allow receive_type="method_return"/>
+          <allow receive_type="error"/>
+          <allow receive_type="signal"/>
+          <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
+        </policy>)";
+
+    /// `configuration` goes into the bus's configuration file as it stands.
+    explicit PrivateBus(const std::string &configuration = openPolicy);
+
+    PrivateBus(const PrivateBus &) = delete;
+    PrivateBus &operator=(const PrivateBus &) = delete;
+    ~PrivateBus();
+
+    /// Ends the bus without a warning.
+    void kill();
+
+    /// Lets the bus stand still: connections stay, nothing is taken off them.
+    void freeze();
+    void thaw();
+
+    /// The most memory that the bus has used since its start, in bytes.
+    [[nodiscard]] std::size_t peakMemory() const;
+
+  private:
+    void start(const std::string &configuration);
+
+    std::string directory;
+    pid_t process = -1;
+};
+
+/// The most memory a process has used since its start or since its mark was last reset, in bytes.
+[[nodiscard]] std::size_t peakMemoryOf(pid_t process);
+
+} // namespace veltrin::test
