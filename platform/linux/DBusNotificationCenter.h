@@ -45,7 +45,8 @@ class DBusNotificationCenter final : public NotificationCenter {
 
     ~DBusNotificationCenter() override;
 
-    void startObserving(const std::string &name, const PeerCommands &peer, Observer observer) override;
+    void startObserving(const std::string &name, const PeerCommands &peerCommands,
+                        Observer observer) override;
     void stopObserving() noexcept override;
     void post(const std::string &name, const std::string &object,
               std::optional<std::span<const std::byte>> data) override;
@@ -57,7 +58,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     using Time = std::chrono::steady_clock::time_point;
 
     struct BusRelease {
-        void operator()(sd_bus *bus) const { sd_bus_close_unref(bus); } // drops what is unsent
+        void operator()(sd_bus *open) const { sd_bus_close_unref(open); } // drops what is unsent
     };
 
     struct SlotRelease {
