@@ -556,7 +556,7 @@ TEST_F(FilterProcessTest, BrokenOneSidedStreamsEndWithMarkAndCancelRecord) {
         return band.substr(0, 8) + sizes + band.substr(24);
     };
     const std::string negative("\x80\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
-    const std::string huge("\x7F\xFF\xFF\xFF\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+    const std::string huge("\x10\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
 
     const std::vector<BrokenCase> cases = {
         {"empty",
@@ -741,13 +741,11 @@ TEST_F(FilterProcessTest, ThePartOfAPageBeforeTheEndMarkIsDropped) {
 }
 
 TEST_F(FilterProcessTest, ASpoolFileThatCannotBeMadeFailsTheJob) {
-    Command command =
-        this->command(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(streamOf(2)));
-    // Standard input, output and error, and the debug log: no descriptor is left for a spool file.
-    command.arguments = {"prlimit",  "--nofile=4", executable, "17",
-                         "somebody", "title",      "1",        command.arguments[5]};
-    command.program = "/usr/bin/prlimit";
-    const ProcessResult result = runToEnd(command);
+    // A file system with room for its own directory alone.
+    ASSERT_EQ(mount("tmpfs", spoolDirectory, "tmpfs", 0, "nr_inodes=1"), 0);
+    const ProcessResult result =
+        print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(streamOf(2)));
+    EXPECT_EQ(umount(spoolDirectory), 0);
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(result.output, cancelRecord());
     EXPECT_THAT(logMessages(),
