@@ -186,6 +186,9 @@ void DBusNotificationCenter::waitForBus(Time until) {
 
 void DBusNotificationCenter::startObserving(const std::string &name, const PeerCommands &peerCommands,
                                             Observer observer) {
+    if (isBusLost) {
+        throw NotificationError("the system bus is lost");
+    }
     if (!canCarryText(bus.get(), name)) {
         throw NotificationError("the name \"" + name + "\" cannot be carried by the system bus");
     }
@@ -193,11 +196,28 @@ void DBusNotificationCenter::startObserving(const std::string &name, const PeerC
     const std::string rule = "type='signal',path='" + path + "',interface='" + notificationInterface +
                              "',member='" + notificationMember + "'";
     sd_bus_slot *slot = nullptr;
-    const int result = sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nullptr, nullptr, nullptr);
-    if (result < 0) {
-        throw NotificationError("cannot observe \"" + name + "\": " + textOf(result));
-    }
+    matchError.reset();
+    int result = sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nullptr, matchAnswered, this);
     observation.emplace(Observation{name, path, peerCommands, std::move(observer), Slot(slot)});
+    const Time deadline = steady_clock::now() + connectionLimit;
+    while (result >= 0 && !matchError) {
+        if (isBusLost || steady_clock::now() >= deadline) {
+            result = -ETIMEDOUT;
+        } else if (!processBus()) {
+            waitForBus(deadline);
+        }
+    }
+    if (result < 0 || *matchError != 0) {
+        observation.reset();
+        throw NotificationError("cannot observe \"" + name +
+                                "\": " + textOf(result < 0 ? result : *matchError));
+    }
+}
+
+int DBusNotificationCenter::matchAnswered(sd_bus_message *reply, void *center,
+                                          sd_bus_error * /*error*/) noexcept {
+    static_cast<DBusNotificationCenter *>(center)->matchError = sd_bus_message_get_errno(reply);
+    return 1;
 }
 
 void DBusNotificationCenter::stopObserving() noexcept {

@@ -106,6 +106,7 @@ class DBusNotificationCenter final : public NotificationCenter {
 
     // Callbacks of the library. They only note what happened; observers run outside of them.
     static int received(sd_bus_message *message, void *center, sd_bus_error *error) noexcept;
+    static int matchAnswered(sd_bus_message *reply, void *center, sd_bus_error *error) noexcept;
     static int nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_error *error) noexcept;
     static int userToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
     static int answered(sd_bus_message *reply, void *call, sd_bus_error *error) noexcept;
@@ -144,6 +145,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     bool isBusLost = false;
 
     std::optional<Observation> observation;
+    std::optional<int> matchError; // the bus's answer to the match: an error number, 0 where it is in place
     std::map<std::string, Sender> senders; // by unique name
     std::deque<Incoming> inbox;
     bool isDelivering = false;

@@ -1108,6 +1108,27 @@ TEST(DBusConnectionTest, SaysThatTheBusClosedTheConnection) {
     EXPECT_THAT(problem, HasSubstr("the system bus"));
 }
 
+TEST_F(DBusNotificationCenterTest, SaysWhenTheBusDoesNotLetItObserve) {
+    const PrivateBus strict(std::string(PrivateBus::openPolicy) +
+                            "<limit name=\"max_match_rules_per_connection\">0</limit>");
+    std::string problem;
+    const auto center =
+        DBusNotificationCenter::connect({[] { return false; }, [](const std::string &) {}}, problem);
+    ASSERT_NE(center, nullptr) << problem;
+    EXPECT_THAT([&] { center->startObserving("name", backendCommands, [](const Notification &) {}); },
+                testing::ThrowsMessage<NotificationError>(HasSubstr("cannot observe \"name\"")));
+}
+
+TEST_F(DBusNotificationCenterTest, HearsWhatIsPostedOnceItObserves) {
+    for (int i = 0; i < 50; ++i) {
+        const auto frontend = makeFrontend();
+        const auto backend = makeBackend();
+        frontend->post("fronted-alive");
+        backend->center->turn(10s);
+        ASSERT_EQ(backend->received.size(), 1U);
+    }
+}
+
 TEST_F(DBusNotificationCenterTest, OwnsNoNameButItsUniqueOne) {
     const auto frontend = makeFrontend();
     BusClient client(backendName);
