@@ -745,6 +745,7 @@ TEST_F(DBusNotificationCenterTest, AFloodFromSomebodyUnknownIsCutShort) {
         backend.signal(notificationPath(frontendName),
                        notificationArguments(frontendName, std::to_string(i)));
     }
+    backend.waitForBus(); // so that the answer about its user comes behind all of them
     ASSERT_TRUE(runUntil([&] { return frontend->received.size() + frontend->reports.size() == 500; },
                          {turning(*frontend)}));
     // While its user is not known yet, 32 are kept and no more.
@@ -962,6 +963,23 @@ TEST_F(DBusNotificationCenterTest, ACancelledJobDoesNotWaitOutAShortage) {
 
 /// Posts of 60,000 bytes that fill a socket's buffer of any usual size.
 constexpr int moreThanASocketHolds = 400;
+
+TEST_F(DBusNotificationCenterTest, APostWaitsUntilItIsWrittenUnlessTheJobIsCancelled) {
+    const auto frontend = makeFrontend();
+    bus.freeze();
+    int questions = 0;
+    frontend->isCancelled = [&] { return ++questions > 3; };
+    const std::string longCommand(1024 * 1024, 'x');
+    int posts = 0;
+    auto longest = 0ms;
+    while (questions == 0 && posts < 100) { // until the socket is full
+        longest = std::max(longest, durationOf([&] { frontend->post(longCommand); }));
+        ++posts;
+    }
+    EXPECT_EQ(questions, 4);
+    EXPECT_GE(longest, 250ms);
+    bus.thaw();
+}
 
 TEST_F(DBusNotificationCenterTest, ABusThatStandsStillHoldsUpNeitherACancelledJobNorItsEnd) {
     auto frontend = makeFrontend();

@@ -66,6 +66,12 @@ void BusClient::process() {
     }
 }
 
+void BusClient::waitForBus() {
+    constexpr const char *busName = "org.freedesktop.DBus";
+    EXPECT_GE(
+        sd_bus_call_method(bus, busName, "/org/freedesktop/DBus", busName, "GetId", nullptr, nullptr, ""), 0);
+}
+
 void BusClient::flush() {
     EXPECT_GE(sd_bus_flush(bus), 0);
 }

@@ -44,6 +44,9 @@ class BusClient {
     /// Takes in whatever has come, without waiting.
     void process();
 
+    /// Returns when the bus has passed on everything that was sent before.
+    void waitForBus();
+
     std::vector<Message> received;    // signals and calls of the name, in order
     std::vector<std::string> replies; // to this client's calls, in order: "" or the error's name
 
