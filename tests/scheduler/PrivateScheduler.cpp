@@ -1,0 +1,244 @@
+#include "tests/scheduler/PrivateScheduler.h"
+
+#include "tests/support/Files.h"
+#include "tests/support/PrivateTmp.h"
+
+#include <gtest/gtest.h>
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+
+namespace veltrin::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char *filterName = "veltrin";
+
+constexpr const char *filesConfiguration = R"(FileDevice Yes
+User @USER@
+Group @GROUP@
+ServerRoot @ROOT@/etc
+ServerBin @ROOT@/lib
+DataDir @ROOT@/share
+StateDir @ROOT@/run
+CacheDir @ROOT@/cache
+RequestRoot @ROOT@/spool
+TempDir @ROOT@/spool/tmp
+ErrorLog @ROOT@/log/error_log
+AccessLog @ROOT@/log/access_log
+PageLog @ROOT@/log/page_log
+)";
+
+constexpr const char *schedulerConfiguration = R"(Listen @ROOT@/socket
+LogLevel debug
+MaxLogSize 0
+Browsing No
+WebInterface No
+DefaultAuthType None
+JobKillDelay 20
+<Location />
+  Order allow,deny
+  Allow all
+</Location>
+<Policy default>
+  <Limit All>
+    Order allow,deny
+    Allow all
+  </Limit>
+</Policy>
+)";
+
+/// The user whom the scheduler runs filters as. An ordinary user can have them run as nobody but himself.
+std::string filterUser() {
+    return geteuid() == 0 ? "lp" : getpwuid(geteuid())->pw_name;
+}
+
+std::string filterGroup() {
+    return geteuid() == 0 ? "lp" : getgrgid(getegid())->gr_name;
+}
+
+/// Started by root, the scheduler runs only filters that nobody but root can change.
+void copyAsInstalled(const fs::path &from, const fs::path &to, fs::perms mode) {
+    fs::create_directories(to.parent_path());
+    fs::copy_file(from, to);
+    fs::permissions(to, mode);
+}
+
+std::string quotedForLog(const std::string &log) {
+    return "The scheduler's log:\n" + log;
+}
+
+} // namespace
+
+PrivateScheduler::PrivateScheduler(const std::string &file) : device(file) {
+    std::string path = "/tmp/cups-XXXXXX";
+    root = mkdtemp(path.data());
+    // The filter's user comes through here.
+    fs::permissions(root, fs::perms(0755));
+    umask(022);
+    install();
+    configure();
+    cupsSetServer((root + "/socket").c_str());
+
+    daemon = std::make_unique<Process>(Command{
+        .program = CUPSD,
+        .arguments = {CUPSD, "-f", "-c", root + "/etc/cupsd.conf", "-s", root + "/etc/cups-files.conf"},
+        .environment = std::map<std::string, std::string>{{"PATH", "/usr/sbin:/usr/bin:/sbin:/bin"}},
+        .input = Text{}});
+    const auto listening = [this] {
+        http_t *connection = httpConnect2((root + "/socket").c_str(), 0, nullptr, AF_UNSPEC,
+                                          HTTP_ENCRYPTION_NEVER, 1, 1000, nullptr);
+        httpClose(connection);
+        return connection != nullptr;
+    };
+    if (!waitUntil(listening)) {
+        ADD_FAILURE() << "cupsd does not listen. " << daemon->errors() << quotedForLog(log());
+        return;
+    }
+    const ProcessResult added = run(clientCommand(LPADMIN, {"-p", queue, "-E", "-v", "file://" + device, "-P",
+                                                            hostPath(VELTRIN_PACKAGING "/veltrin.ppd")}));
+    EXPECT_EQ(added.exitStatus, 0) << added.errors << quotedForLog(log());
+}
+
+PrivateScheduler::~PrivateScheduler() {
+    daemon->send(SIGTERM);
+    daemon->finish();
+
+    fs::remove_all(root);
+}
+
+int PrivateScheduler::submit(const std::string &stream, const std::vector<std::string> &options) {
+    const std::string file = root + "/stream";
+    writeFile(file, stream);
+    std::vector<std::string> arguments = {"-d", queue};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    arguments.push_back(file);
+    const ProcessResult result = run(clientCommand(LP, arguments));
+    std::smatch match;
+    if (!std::regex_search(result.output, match, std::regex(std::string(queue) + "-([0-9]+)"))) {
+        ADD_FAILURE() << "lp: " << result.output << result.errors << quotedForLog(log());
+        return 0;
+    }
+    return std::stoi(match[1]);
+}
+
+void PrivateScheduler::cancel(int job) {
+    const ProcessResult result = run(clientCommand(CANCEL, {std::string(queue) + "-" + std::to_string(job)}));
+    EXPECT_EQ(result.exitStatus, 0) << result.errors;
+}
+
+std::optional<ipp_jstate_t> PrivateScheduler::stateOf(int job) const {
+    cups_job_t *jobs = nullptr;
+    const int count = cupsGetJobs2(CUPS_HTTP_DEFAULT, &jobs, queue, 0, CUPS_WHICHJOBS_ALL);
+    std::optional<ipp_jstate_t> state;
+    for (int i = 0; i < count; ++i) {
+        if (jobs[i].id == job) {
+            state = jobs[i].state;
+        }
+    }
+    cupsFreeJobs(count, jobs);
+    return state;
+}
+
+PrivateScheduler::QueueStatus PrivateScheduler::queueStatus() const {
+    ipp_t *request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
+    const std::string uri = std::string("ipp://localhost/printers/") + queue;
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
+    ipp_t *answer = cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/");
+    QueueStatus status;
+    status.state =
+        static_cast<ipp_pstate_t>(ippGetInteger(ippFindAttribute(answer, "printer-state", IPP_TAG_ENUM), 0));
+    if (const char *text =
+            ippGetString(ippFindAttribute(answer, "printer-state-message", IPP_TAG_TEXT), 0, nullptr)) {
+        status.message = text;
+    }
+    ippDelete(answer);
+    return status;
+}
+
+void PrivateScheduler::expectIdleQueue() {
+    EXPECT_TRUE(waitUntil([this] { return queueStatus().state == IPP_PSTATE_IDLE; }))
+        << "the queue is " << ippEnumString("printer-state", queueStatus().state) << ". "
+        << quotedForLog(log());
+}
+
+bool PrivateScheduler::waitUntil(const std::function<bool()> &predicate) {
+    return daemon->waitUntil(predicate);
+}
+
+void PrivateScheduler::expectState(int job, ipp_jstate_t state) {
+    EXPECT_TRUE(waitUntil([&] { return stateOf(job) == state; }))
+        << "job " << job << " is " << ippEnumString("job-state", stateOf(job).value_or(IPP_JSTATE_PENDING))
+        << ", not " << ippEnumString("job-state", state) << ". " << quotedForLog(log());
+}
+
+std::string PrivateScheduler::log() const {
+    const std::string path = root + "/log/error_log";
+    return fs::exists(path) ? readFile(path) : std::string();
+}
+
+std::vector<std::string> PrivateScheduler::temporaryFiles() const {
+    return namesIn(root + "/spool/tmp");
+}
+
+Command PrivateScheduler::filterByHand(const std::string &options, const std::string &stream) const {
+    return {.program = root + "/lib/filter/" + filterName,
+            .arguments = {queue, "1", "somebody", "a title", "1", options},
+            .environment = std::map<std::string, std::string>{{"CUPS_SERVERROOT", root + "/etc"},
+                                                              {"DEVICE_URI", "file://" + device},
+                                                              {"LANG", "en.UTF-8"},
+                                                              {"TMPDIR", root + "/spool/tmp"}},
+            .input = Text{stream}};
+}
+
+/// Lays out what an installation puts into CUPS's directories.
+void PrivateScheduler::install() const {
+    const fs::path programs = hostPath(VELTRIN_PROGRAMS);
+    const fs::path filters = root + "/lib/filter";
+    copyAsInstalled(programs / filterName, filters / filterName, fs::perms(0755));
+    for (const char *resource : {"Info.plist", "en.lproj/Localizable.strings"}) {
+        copyAsInstalled(programs / resource, filters / resource, fs::perms(0644));
+    }
+    copyAsInstalled(hostPath(VELTRIN_PACKAGING "/veltrin.types"), root + "/share/mime/veltrin.types",
+                    fs::perms(0644));
+    copyAsInstalled(CUPS_DATADIR "/mime/mime.types", root + "/share/mime/mime.types", fs::perms(0644));
+    // The scheduler's own helper, through which it starts filters.
+    copyAsInstalled(CUPS_SERVERBIN "/daemon/cups-exec", root + "/lib/daemon/cups-exec", fs::perms(0755));
+}
+
+void PrivateScheduler::configure() const {
+    for (const char *directory : {"/etc/ppd", "/log", "/run", "/cache", "/spool/tmp"}) {
+        fs::create_directories(root + directory);
+    }
+    writeFile(root + "/etc/cups-files.conf", filledIn(filesConfiguration));
+    writeFile(root + "/etc/cupsd.conf", filledIn(schedulerConfiguration));
+}
+
+/// The configuration with this scheduler's root directory, user and group in place of their names between @.
+std::string PrivateScheduler::filledIn(std::string configuration) const {
+    configuration = std::regex_replace(configuration, std::regex("@ROOT@"), root);
+    configuration = std::regex_replace(configuration, std::regex("@USER@"), filterUser());
+    return std::regex_replace(configuration, std::regex("@GROUP@"), filterGroup());
+}
+
+/// One of the CUPS client programs, talking to this scheduler and to no other.
+Command PrivateScheduler::clientCommand(const char *program, std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), program);
+    return {.program = program,
+            .arguments = std::move(arguments),
+            .environment = std::map<std::string, std::string>{{"CUPS_SERVER", root + "/socket"},
+                                                              {"HOME", root},
+                                                              {"PATH", "/usr/bin:/bin"}},
+            .input = Text{}};
+}
+
+} // namespace veltrin::test

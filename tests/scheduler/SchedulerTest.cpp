@@ -1,0 +1,221 @@
+// Whole jobs, from lp through a real scheduler and the filter to a file device.
+
+#include "tests/scheduler/PrivateScheduler.h"
+#include "tests/support/Files.h"
+#include "tests/support/PrivateTmp.h"
+#include "tools/StreamMaker.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace veltrin {
+namespace {
+
+using test::hostPath;
+using test::PrivateScheduler;
+using test::ProcessResult;
+using test::readFile;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr const char *device = "/tmp/printer";
+
+const std::string cancelRecord("GDIC CANCEL    \0", 16);
+
+/// A four-page document in two collated copies, as the renderer writes it.
+StreamOptions document() {
+    StreamOptions stream;
+    stream.pages = 4;
+    stream.copies = 2;
+    return stream;
+}
+
+/// The same with more data than a pipe takes.
+StreamOptions largeDocument() {
+    StreamOptions stream = document();
+    stream.planeSizes = {100000, 0, 0, 0};
+    return stream;
+}
+
+const std::vector<std::string> twoSidedTwoCopies = {
+    "media=A4",
+    "com.apple.print.PrintSettings.PMCopies..n.=2",
+    "com.apple.print.PrintSettings.PMCopyCollate..b.=true",
+    "com.apple.print.PrintSettings.PMDuplexing..n.=2",
+    "com.apple.print.PrintSettings.PMTotalSidesImaged..n.=8",
+};
+
+/// The options as lp takes them, with the stream's MIME type.
+std::vector<std::string> forLp(std::vector<std::string> options) {
+    options.push_back(std::string("document-format=") + PrivateScheduler::mimeType);
+    std::vector<std::string> arguments;
+    for (const std::string &option : options) {
+        arguments.insert(arguments.end(), {"-o", option});
+    }
+    return arguments;
+}
+
+/// The options as the filter gets them.
+std::string forFilter(const std::vector<std::string> &options) {
+    std::string text;
+    for (const std::string &option : options) {
+        text += option + " ";
+    }
+    return text;
+}
+
+/// A device that takes nothing before somebody reads it.
+class StuckPrinter {
+  public:
+    StuckPrinter() {
+        std::filesystem::remove(device);
+        EXPECT_EQ(mkfifo(device, 0600), 0);
+        fd = open(device, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        EXPECT_NE(fd, -1);
+    }
+
+    StuckPrinter(const StuckPrinter &) = delete;
+    StuckPrinter &operator=(const StuckPrinter &) = delete;
+
+    ~StuckPrinter() {
+        breakDown();
+        unlink(device);
+    }
+
+    [[nodiscard]] bool hasGotSomething() const {
+        int waiting = 0;
+        return ioctl(fd, FIONREAD, &waiting) == 0 && waiting > 0;
+    }
+
+    /// Takes what there is, without waiting.
+    void print() {
+        std::array<char, 65536> block{};
+        ssize_t got = 0;
+        while ((got = read(fd, block.data(), block.size())) > 0) {
+            printed.append(block.data(), static_cast<std::size_t>(got));
+        }
+    }
+
+    /// From now on writing fails.
+    void breakDown() {
+        if (fd != -1) {
+            close(fd);
+        }
+        fd = -1;
+    }
+
+    std::string printed;
+
+  private:
+    int fd = -1;
+};
+
+TEST(SchedulerTest, ATwoSidedJobOfTwoCopiesReachesTheDevice) {
+    PrivateScheduler scheduler(device);
+    const std::string stream = makeStream(document());
+
+    const int job = scheduler.submit(stream, forLp(twoSidedTwoCopies));
+    scheduler.expectState(job, IPP_JSTATE_COMPLETED);
+
+    const std::string printed = readFile(device);
+    EXPECT_THAT(scheduler.temporaryFiles(), IsEmpty());
+    scheduler.expectIdleQueue();
+
+    const ProcessResult byHand = test::run(scheduler.filterByHand(forFilter(twoSidedTwoCopies), stream));
+    EXPECT_EQ(byHand.exitStatus, 0);
+    EXPECT_THAT(byHand.output, Not(IsEmpty()));
+    EXPECT_TRUE(printed == byHand.output)
+        << printed.size() << " bytes were printed, " << byHand.output.size() << " by hand\n"
+        << scheduler.log();
+    // Both ways reordered the pages: neither is the stream without its identifier.
+    EXPECT_NE(printed, stream.substr(36));
+    EXPECT_EQ(printed.size(), stream.size() - 36);
+}
+
+TEST(SchedulerTest, AOneSidedJobIsRecognisedByItsContents) {
+    PrivateScheduler scheduler(device);
+    const std::string stream = makeStream(document());
+
+    const int job = scheduler.submit(stream, {"-o", "media=A4"});
+    scheduler.expectState(job, IPP_JSTATE_COMPLETED);
+
+    EXPECT_TRUE(readFile(device) == stream.substr(36)) << scheduler.log();
+}
+
+TEST(SchedulerTest, ATruncatedStreamStopsTheJobAndLeavesTheQueue) {
+    PrivateScheduler scheduler(device);
+    const std::string stream = makeStream(document());
+
+    const int job = scheduler.submit(stream.substr(0, stream.size() / 2), forLp(twoSidedTwoCopies));
+    ASSERT_TRUE(scheduler.waitUntil([&] {
+        return scheduler.log().find("stopped with status 1") != std::string::npos;
+    })) << scheduler.log();
+    scheduler.expectState(job, IPP_JSTATE_STOPPED);
+
+    EXPECT_EQ(readFile(device), cancelRecord);
+    EXPECT_THAT(scheduler.temporaryFiles(), IsEmpty());
+    scheduler.expectIdleQueue();
+    const int next = scheduler.submit(stream, forLp({"media=A4"}));
+    scheduler.expectState(next, IPP_JSTATE_COMPLETED);
+    EXPECT_TRUE(readFile(device) == stream.substr(36));
+}
+
+TEST(SchedulerTest, ACancelledJobStillEndsInOrder) {
+    StuckPrinter printer;
+    PrivateScheduler scheduler(device);
+    const std::string stream = makeStream(largeDocument());
+
+    const int job = scheduler.submit(stream, forLp(twoSidedTwoCopies));
+    ASSERT_TRUE(scheduler.waitUntil([&] { return printer.hasGotSomething(); })) << scheduler.log();
+    EXPECT_THAT(scheduler.temporaryFiles(), Not(IsEmpty()));
+    scheduler.cancel(job);
+    ASSERT_TRUE(scheduler.waitUntil([&] {
+        printer.print();
+        return scheduler.stateOf(job) == IPP_JSTATE_CANCELED && scheduler.temporaryFiles().empty();
+    })) << scheduler.log();
+
+    // The printer got the whole job, which is what it takes to be ready for the next one.
+    printer.print();
+    EXPECT_EQ(printer.printed.size(), stream.size() - 36);
+    EXPECT_THAT(printer.printed, EndsWith("JIDG"));
+    scheduler.expectIdleQueue();
+}
+
+TEST(SchedulerTest, ABrokenDeviceIsShownUntilTheJobIsCancelled) {
+    StuckPrinter printer;
+    PrivateScheduler scheduler(device);
+
+    const int job = scheduler.submit(makeStream(largeDocument()), forLp(twoSidedTwoCopies));
+    ASSERT_TRUE(scheduler.waitUntil([&] { return printer.hasGotSomething(); })) << scheduler.log();
+    printer.breakDown();
+    EXPECT_TRUE(scheduler.waitUntil([&] {
+        return scheduler.queueStatus().message == "Unable to communicate with printer";
+    })) << scheduler.log();
+    EXPECT_EQ(scheduler.stateOf(job), IPP_JSTATE_PROCESSING);
+
+    scheduler.cancel(job);
+    scheduler.expectState(job, IPP_JSTATE_CANCELED);
+    EXPECT_TRUE(scheduler.waitUntil([&] { return scheduler.temporaryFiles().empty(); }));
+}
+
+TEST(SchedulerTest, ThePpdConforms) {
+    const ProcessResult result = test::run(
+        {.program = CUPSTESTPPD,
+         .arguments = {CUPSTESTPPD, "-W", "filters", "-q", hostPath(VELTRIN_PACKAGING "/veltrin.ppd")}});
+    EXPECT_EQ(result.exitStatus, 0) << result.output;
+}
+
+} // namespace
+} // namespace veltrin
