@@ -15,15 +15,6 @@ namespace veltrin {
 
 std::uint32_t pageBandNumber = 0;
 
-namespace {
-
-/// A page with both bits counts as two-sided for the printer's memory.
-bool isDuplexedPage(std::uint32_t additionalType) {
-    return (additionalType & pageTypeFirstOfSheet) == pageTypeFirstOfSheet;
-}
-
-} // namespace
-
 bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
                                 bool &eoj) {
     std::uint32_t headerCount = 0;

@@ -91,7 +91,6 @@ void DriverFilter::selectPagesOfOneCopy() {
     std::uint32_t systemVersion = 0;
     if (const std::int32_t error = platform.systemVersion(systemVersion); error != 0) {
         CPSDebugAssert_("Gestalt(gestaltSystemVersion) failed %d", error);
-        systemVersion = 0;
     }
 
     const PageSelection selection = selectPages(settings, counts, pageCount, systemVersion);

@@ -105,6 +105,10 @@ void forEachPlannedPage(const SendJob &job, const Send &send) {
     }
 }
 
+bool isDuplexedPage(std::uint32_t typeBits) {
+    return (typeBits & pageTypeFirstOfSheet) == pageTypeFirstOfSheet;
+}
+
 std::uint16_t duplexJobSetting(bool manualDuplex, bool duplexInstalled) {
     return manualDuplex && !duplexInstalled ? jobSettingManualDuplex : jobSettingDuplex;
 }

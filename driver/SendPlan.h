@@ -53,6 +53,10 @@ struct PlannedPage {
 /// memory, and a job without pages ends at once whatever the number.
 void forEachPlannedPage(const SendJob &job, const std::function<void(const PlannedPage &)> &send);
 
+/// Whether a page with these type bits counts as two-sided for the printer's memory: only one with both bits
+/// of a sheet's first side does.
+[[nodiscard]] bool isDuplexedPage(std::uint32_t typeBits);
+
 /// The bit for `wJobSetting` in the job file header of a two-sided job. `manualDuplex` is the printer model's
 /// setting.
 [[nodiscard]] std::uint16_t duplexJobSetting(bool manualDuplex, bool duplexInstalled);

@@ -648,9 +648,8 @@ TEST_F(StreamIOTest, ReadsHeadersBySizeAndKeepsTheSizeOfATruncatedOne) {
         if (one.result) {
             EXPECT_EQ(std::memcmp(header.data(), one.bytes.data(), static_cast<std::size_t>(one.size)), 0);
         }
-        // The number of the closed descriptor is used again: what was read ahead of it must not be.
-        StreamHeader leftover;
-        static_cast<void>(filter->copyPageFromPath("/dev/null", 99, 0, pagesOwnTray));
+        driver.reset();
+        filter = startFile(); // which has read nothing ahead
     }
 }
 
@@ -825,6 +824,19 @@ TEST_F(StreamIOTest, AFailureLeavesTheEndOfJobFlagAsItWas) {
     bool eoj = false;
     EXPECT_FALSE(filter->copyPageFrom(fileOf("GDIP"), STDOUT_FILENO, 0, pagesOwnTray, eoj));
     EXPECT_FALSE(eoj);
+}
+
+TEST_F(StreamIOTest, WhatIsReadAheadOfOneFileIsNeverTakenForAnother) {
+    OpenDriver *filter = startFile();
+    const std::string first = makePage(streamOf(1), 1);
+    const std::string second = makePage(streamOf(2), 2);
+    // More than a page, so that something is left when the first file is closed; the second gets its number.
+    writeFile("/tmp/first", first + first);
+    writeFile("/tmp/second", second);
+    output.clear();
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/first", STDOUT_FILENO, 0, pagesOwnTray));
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/second", STDOUT_FILENO, 0, pagesOwnTray));
+    EXPECT_TRUE(output.written() == first + second);
 }
 
 TEST_F(StreamIOTest, PatchesTypeAndTrayOfThePageHeaderAlone) {

@@ -206,6 +206,15 @@ TEST(SendPlan, KeepsNothingOfAnEndlessNumberOfCopies) {
     EXPECT_EQ(sent, 1000U);
 }
 
+TEST(SendPlan, OnlyTheFirstSideOfASheetCountsAsTwoSided) {
+    for (const std::uint32_t bits : {0x0CU, 0x1CU, 0xFFU, 0xFFFFFF0CU}) {
+        EXPECT_TRUE(isDuplexedPage(bits)) << bits;
+    }
+    for (const std::uint32_t bits : {0x00U, 0x04U, 0x08U, 0x10U, 0x14U, 0x18U, 0xF3U, 0x0C00U}) {
+        EXPECT_FALSE(isDuplexedPage(bits)) << bits;
+    }
+}
+
 TEST(SendPlan, JobSettingTellsHowSheetsAreTurned) {
     EXPECT_EQ(duplexJobSetting(true, false), 0x0400);
     EXPECT_EQ(duplexJobSetting(true, true), 0x0200);
