@@ -171,6 +171,7 @@ bool DriverFilter::printTwoSided() {
     if (duplexInstalled()) {
         order = duplexUnitOrder;
     }
+    // `duplex` has no way to fail; its result is looked at all the same.
     if (order && !duplex(*order)) {
         return failure("duplex error");
     }
@@ -186,7 +187,7 @@ bool DriverFilter::awaitEndOfJob() {
     if (!ipc->waitForDelivery()) {
         return false;
     }
-    while (!ipc->eojAck() && !cancelled()) {
+    while (!endOfJobAcknowledged() && !cancelled()) {
         platform.clock().sleepFor(1s);
     }
     return true;

@@ -24,6 +24,9 @@ namespace veltrin {
 /// order. Nothing reads it; it is there for a debugger.
 extern std::uint32_t pageBandNumber;
 
+/// What has become of a header and its data on their way out.
+enum class Written { all, headerFailed, dataFailed };
+
 /// The printer driver: the whole job from the input page stream to the printer.
 ///
 /// Its methods are spread over a few files by subject: the job sequence (DriverFilter.cpp), the stream's
@@ -44,6 +47,7 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// The whole job. True when it was printed.
     [[nodiscard]] bool run() override;
 
+    // Nothing derives from the driver but its tests, which look inside.
   protected:
     /// \name Job sequence
     /// \{
@@ -54,6 +58,9 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     [[nodiscard]] bool readIdentifier();
     [[nodiscard]] bool printTwoSided();
     [[nodiscard]] bool awaitEndOfJob();
+
+    [[nodiscard]] virtual bool endOfJobAcknowledged() { return ipc->eojAck(); }
+
     [[nodiscard]] std::int32_t readRetryCount() override;
     /// \}
 
@@ -66,9 +73,13 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// output. A failure is shown to the user until the job is cancelled.
     [[nodiscard]] bool writeToFD(int fd, const void *buffer, std::int32_t size);
 
-    /// Writes bands that stand at the beginning of `stream`. A failure is that of the header or data it
-    /// strikes.
-    [[nodiscard]] bool writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream);
+    /// Writes a header and what `readHeaderData` has read for it.
+    [[nodiscard]] Written writeHeaderAndData(int fd, const StreamHeader &header, std::int32_t headerSize,
+                                             std::int32_t dataSize);
+
+    /// Writes the bands at the beginning of `stream`, with the outcome and the reports that writing each
+    /// header and each band's data would have.
+    [[nodiscard]] Written writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream);
 
     /// What is written to `fd` is handed to the channel.
     [[nodiscard]] bool goesToChannel(int fd) const;
@@ -103,6 +114,8 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// Whether the job's name asks for a tray; `settings.priorityTray` becomes that tray if it does.
     [[nodiscard]] bool isSDCJob();
 
+    [[nodiscard]] bool copyKeptBands(int from, int to, std::uint32_t &headerCount, bool &pageDone);
+    void patchPageHeader(StreamHeader &header, std::uint32_t additionalType, std::uint8_t paperTray);
     void overrideTrayAndMedia(PageHeader &page);
     [[nodiscard]] bool readFileHeaders();
     [[nodiscard]] bool writeFileHeaders();

@@ -82,10 +82,21 @@ bool DriverFilter::writeToFD(int fd, const void *buffer, std::int32_t size) {
     return false;
 }
 
-bool DriverFilter::writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream) {
+Written DriverFilter::writeHeaderAndData(int fd, const StreamHeader &header, std::int32_t headerSize,
+                                         std::int32_t dataSize) {
+    if (headerSize != 0 && !writeToFD(fd, header.data(), headerSize)) {
+        return Written::headerFailed;
+    }
+    if (dataSize != 0 && !writeToFD(fd, dataBuffer.get(), dataSize)) {
+        return Written::dataFailed;
+    }
+    return Written::all;
+}
+
+Written DriverFilter::writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream) {
     const std::size_t written = writeUntilFailure(fd, stream.first(run.size()));
     if (written == run.size()) {
-        return true;
+        return Written::all;
     }
     const auto struck = std::find_if(run.bands.begin(), run.bands.end(),
                                      [written](const BandRun::Band &band) { return written < band.end; });
@@ -93,12 +104,7 @@ bool DriverFilter::writeBandRun(int fd, const BandRun &run, std::span<const std:
     const bool inHeader = written < headerEnd;
     reportFailedWrite((inHeader ? headerEnd : struck->end) - written);
     postCommunicationError();
-    if (inHeader) {
-        CPSDebugAssert_("DriverFilter copyPageFrom: failed to write header");
-    } else {
-        CPSDebugAssert_("DriverFilter copyPageFrom: failed to write data");
-    }
-    return false;
+    return inHeader ? Written::headerFailed : Written::dataFailed;
 }
 
 void DriverFilter::postCommunicationError() {

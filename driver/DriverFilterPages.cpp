@@ -15,25 +15,35 @@ namespace veltrin {
 
 std::uint32_t pageBandNumber = 0;
 
+namespace {
+
+/// Reports what of a page could not be written.
+bool isWritten(Written written) {
+    switch (written) {
+    case Written::headerFailed:
+        CPSDebugAssert_("DriverFilter copyPageFrom: failed to write header");
+        return false;
+    case Written::dataFailed:
+        CPSDebugAssert_("DriverFilter copyPageFrom: failed to write data");
+        return false;
+    case Written::all:
+        break;
+    }
+    return true;
+}
+
+} // namespace
+
 bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
                                 bool &eoj) {
     std::uint32_t headerCount = 0;
-    while (!eoj) {
-        // Without the channel, which is handed header and data one by one, bands that have been read already
-        // go out together: a system call for each would cost more than the data.
-        if (!goesToChannel(to)) {
-            const BandRun run = bandRunOf(readAhead.kept(from));
-            if (!run.bands.empty()) {
-                if (!writeBandRun(to, run, readAhead.kept(from))) {
-                    return false;
-                }
-                readAhead.skip(run.size());
-                headerCount += static_cast<std::uint32_t>(run.bands.size());
-            }
-            if (run.endsPage) {
-                CPSDebugLog("DriverFilter copyPageFrom: done with page");
-                break;
-            }
+    bool pageDone = false;
+    while (!eoj && !pageDone) {
+        if (!copyKeptBands(from, to, headerCount, pageDone)) {
+            return false;
+        }
+        if (pageDone) {
+            break;
         }
 
         StreamHeader header;
@@ -53,20 +63,9 @@ bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, 
         if (!headerRead) {
             return false;
         }
-
         if (tag == pageHeaderTag) {
-            auto page = header.as<PageHeader>();
-            page.bType |= static_cast<std::uint8_t>(additionalType);
-            if (paperTray != pagesOwnTray) {
-                page.bPaperTray = paperTray;
-            }
-            if (isSDCJob()) {
-                overrideTrayAndMedia(page);
-            }
-            pageBandNumber = std::bit_cast<LittleEndian16>(page.wBandNo);
-            header.store(page);
+            patchPageHeader(header, additionalType, paperTray);
         }
-
         if (!readHeaderData(header, dataSize, from)) {
             CPSDebugAssert_("DriverFilter copyPageFrom: failed to read header and data");
             return false;
@@ -76,21 +75,46 @@ bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, 
                              isDuplexedPage(additionalType))) {
             return false;
         }
-        if (headerSize != 0 && !writeToFD(to, header.data(), headerSize)) {
-            CPSDebugAssert_("DriverFilter copyPageFrom: failed to write header");
+        if (!isWritten(writeHeaderAndData(to, header, headerSize, dataSize))) {
             return false;
         }
-        if (dataSize != 0 && !writeToFD(to, dataBuffer.get(), dataSize)) {
-            CPSDebugAssert_("DriverFilter copyPageFrom: failed to write data");
-            return false;
-        }
-        if (tag == bandHeaderTag && header.as<BandHeader>().isLastOfPage()) {
-            CPSDebugLog("DriverFilter copyPageFrom: done with page");
-            break;
-        }
+        pageDone = tag == bandHeaderTag && header.as<BandHeader>().isLastOfPage();
         ++headerCount;
     }
+    if (pageDone) {
+        CPSDebugLog("DriverFilter copyPageFrom: done with page");
+    }
     return true;
+}
+
+/// Copies bands that have been read ahead already, all together: a system call for each would cost more than
+/// the data. Does nothing for the channel, which is handed header and data one by one.
+bool DriverFilter::copyKeptBands(int from, int to, std::uint32_t &headerCount, bool &pageDone) {
+    if (goesToChannel(to)) {
+        return true;
+    }
+    const BandRun run = bandRunOf(readAhead.kept(from));
+    if (!isWritten(writeBandRun(to, run, readAhead.kept(from)))) {
+        return false;
+    }
+    readAhead.skip(run.size());
+    headerCount += static_cast<std::uint32_t>(run.bands.size());
+    pageDone = run.endsPage;
+    return true;
+}
+
+void DriverFilter::patchPageHeader(StreamHeader &header, std::uint32_t additionalType,
+                                   std::uint8_t paperTray) {
+    auto page = header.as<PageHeader>();
+    page.bType |= static_cast<std::uint8_t>(additionalType);
+    if (paperTray != pagesOwnTray) {
+        page.bPaperTray = paperTray;
+    }
+    if (isSDCJob()) {
+        overrideTrayAndMedia(page);
+    }
+    pageBandNumber = std::bit_cast<LittleEndian16>(page.wBandNo);
+    header.store(page);
 }
 
 bool DriverFilter::copyPageFromPath(const std::string &path, int to, std::uint32_t additionalType,

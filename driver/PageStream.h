@@ -160,17 +160,6 @@ struct BandHeader {
     }
 };
 
-template <typename Header>
-inline constexpr Tag tagOfHeader = Tag{0};
-template <>
-inline constexpr Tag tagOfHeader<FileHeader> = fileHeaderTag;
-template <>
-inline constexpr Tag tagOfHeader<FileHeaderEx> = fileHeaderExTag;
-template <>
-inline constexpr Tag tagOfHeader<PageHeader> = pageHeaderTag;
-template <>
-inline constexpr Tag tagOfHeader<BandHeader> = bandHeaderTag;
-
 inline constexpr std::size_t tagSize = sizeof(WireTag);
 inline constexpr std::size_t largestHeaderSize = sizeof(FileHeaderEx);
 

@@ -1,19 +1,25 @@
 #include "driver/ReadAhead.h"
 
 #include <sys/uio.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <new>
 
 namespace veltrin {
-
-ReadAhead::ReadAhead() : storage(std::make_unique<std::byte[]>(capacity)) {}
 
 ssize_t ReadAhead::read(int fd, void *buffer, std::size_t size) {
     if (fd != source) {
         forget();
         source = fd;
+    }
+    if (storage == nullptr) {
+        storage.reset(new (std::nothrow) std::byte[capacity]);
+    }
+    if (storage == nullptr) {
+        return ::read(fd, buffer, size);
     }
     if (begin == end) {
         const std::array<iovec, 2> rooms = {iovec{buffer, size}, iovec{storage.get(), capacity}};

@@ -12,11 +12,9 @@ namespace veltrin {
 /// headers, and a system call for each would cost more than the data.
 ///
 /// It never waits for more than was asked for: the spare room is only offered to the system along with the
-/// request.
+/// request. The room is taken at the first read; where there is none to be had, it reads as read(2) does.
 class ReadAhead {
   public:
-    ReadAhead();
-
     /// Like read(2): stores up to `size` bytes and returns their number, 0 at the end of the input, or -1
     /// with `errno` set. Bytes kept of another descriptor are dropped first.
     [[nodiscard]] ssize_t read(int fd, void *buffer, std::size_t size);

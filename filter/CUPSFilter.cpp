@@ -64,8 +64,8 @@ bool CUPSFilter::initWithStoredArguments() {
     return true;
 }
 
-/// Chooses the input by the number of arguments. Only exactly seven name a file: with eight or more the
-/// stream still comes from standard input, and users rely on the difference.
+/// Chooses the input by the number of arguments. Only exactly seven name a file: with eight or more, which
+/// CUPS never passes, the stream still comes from standard input.
 bool CUPSFilter::openSource() {
     constexpr int fewestArguments = 6;
     constexpr int argumentsWithFile = 7;

@@ -54,9 +54,6 @@ class CUPSFilter {
 
     /// True exactly where the value is "true" or "yes", in any case.
     [[nodiscard]] bool boolForOption(const std::string &name) const;
-
-    /// Whether the paper that the job asks for can be printed on both sides.
-    [[nodiscard]] bool canDuplexPaperSize() const;
     /// \}
 
     /// \name Configuration keys
@@ -116,6 +113,9 @@ class CUPSFilter {
     void keepDefaultPaperType(const char *value);
     void setupCFLanguage();
     void loadOptions();
+
+    /// Whether the paper that the job asks for can be printed on both sides.
+    [[nodiscard]] bool canDuplexPaperSize() const;
 
     /// Path of the PPD copy that CUPS made for this process; empty without one.
     std::string ppdFile;

@@ -39,7 +39,8 @@ void CUPSFilter::PPDCloser::operator()(ppd_file_t *file) const {
 /// none.
 bool CUPSFilter::findPPD() {
     const char *path = cupsGetPPD(argv[0]);
-    // Where it had to ask the scheduler, the CUPS library has made the process ignore SIGPIPE: take the signal back.
+    // Where it had to ask the scheduler, the CUPS library has made the process ignore SIGPIPE: take the
+    // signal back.
     installSignalHandlers();
     if (path == nullptr) {
         CPSDebugAssert_("Unable to get ppd file");

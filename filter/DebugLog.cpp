@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstddef>
@@ -89,6 +90,11 @@ void DebugStart() {
     const int fd = platform::openSharedFileForAppending(debugLogPath);
     gDebugFile = fd != -1 ? fdopen(fd, "a") : nullptr;
     if (gDebugFile == nullptr) {
+        if (fd != -1) {
+            const int error = errno;
+            close(fd);
+            errno = error;
+        }
         std::perror("DEBUG: Unable to open debug log for writing, switching to stderr");
         gDebugFile = stderr;
         return;

@@ -41,7 +41,9 @@ int openSharedFileForAppending(const char *path) {
 
     struct stat status {};
 
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    // A file with a second name is somebody else's that was planted here. (One without a name is ours,
+    // removed meanwhile.)
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink > 1) {
         close(fd);
         errno = EINVAL;
         return -1;

@@ -73,12 +73,18 @@ class OpenDriver : public DriverFilter {
     using DriverFilter::readHeaderData;
     using DriverFilter::readRetryCount;
     using DriverFilter::reverseData;
+    using DriverFilter::selectPagesOfOneCopy;
     using DriverFilter::sendPages;
     using DriverFilter::settings;
     using DriverFilter::sourceFD;
     using DriverFilter::spoolPages;
     using DriverFilter::unspoolPages;
     using DriverFilter::writeToFD;
+
+    [[nodiscard]] bool endOfJobAcknowledged() override { return acknowledged(); }
+
+    /// The backend's answer at the end of the job, the channel's own unless a test gives another.
+    std::function<bool()> acknowledged = [this] { return DriverFilter::endOfJobAcknowledged(); };
 };
 
 /// What the printer says of itself.
@@ -804,6 +810,29 @@ TEST_F(StreamIOTest, CountsEveryHeaderOfAPageThatTheEndMarkCutsShort) {
     EXPECT_TRUE(eoj);
 }
 
+TEST_F(StreamIOTest, NothingOfAFailedPageIsLeftForTheNextFile) {
+    gSigTerm = 1;
+    OpenDriver *filter = startFile();
+    const std::string page = makePage(streamOf(1), 1);
+    writeFile("/tmp/failed", page);
+    writeFile("/tmp/next", page);
+    EXPECT_FALSE(filter->copyPageFromPath("/tmp/failed", -1, 0, pagesOwnTray));
+    output.clear();
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/next", STDOUT_FILENO, 0, pagesOwnTray));
+    EXPECT_TRUE(output.written() == page);
+}
+
+TEST_F(StreamIOTest, WhatFollowsTheEndMarkDoesNotGetIntoAnotherFile) {
+    OpenDriver *filter = startFile();
+    const std::string page = makePage(streamOf(1), 1);
+    writeFile("/tmp/next", page);
+    bool eoj = false;
+    EXPECT_TRUE(filter->copyPageFrom(fileOf("JIDGgarbage"), STDOUT_FILENO, 0, pagesOwnTray, eoj));
+    output.clear();
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/next", STDOUT_FILENO, 0, pagesOwnTray));
+    EXPECT_TRUE(output.written() == page);
+}
+
 // Copying pages
 
 TEST_F(StreamIOTest, AnEndMarkAloneSetsTheFlagAndIsNotWritten) {
@@ -945,7 +974,7 @@ TEST_F(DriverFilterTest, AnOldSystemsRendererRepeatsPageAfterPage) {
     for (const bool fails : {false, true}) {
         OpenDriver *filter = startFile("", makeStream(stream).substr(identifierSize));
         filter->settings = {.copies = 2, .duplex = true, .longEdge = true, .sidesImaged = 4};
-        platform.fakeSystemVersion = 0x1039;
+        platform.fakeSystemVersion = fails ? 0x1040 : 0x1039;
         platform.systemVersionError = fails ? -50 : 0;
         log.clear();
         EXPECT_TRUE(filter->spoolPages());
@@ -961,6 +990,24 @@ TEST_F(DriverFilterTest, AnOldSystemsRendererRepeatsPageAfterPage) {
         EXPECT_THAT(filter->paths, IsEmpty());
         driver.reset();
     }
+}
+
+TEST_F(DriverFilterTest, MoreSidesThanPagesAreLogged) {
+    // The spooler itself lowers the sides first.
+    OpenDriver *filter = startFile();
+    filter->settings = {.copies = 1, .sidesImaged = 9};
+    filter->origPaths = {"/tmp/none"};
+    filter->pageCount = 1;
+    log.clear();
+    filter->selectPagesOfOneCopy();
+    EXPECT_THAT(
+        log.messages(),
+        ElementsAre(
+            "DriverFilter spoolPages: sidesImaged / copies > pageCount",
+            "DriverFilter spoolPages: copies: 1, sidesImaged: 9, origPaths: 1, pathCount: 1, collate: NO, "
+            "hasGDIBlankPage: NO",
+            "DriverFilter spoolPages: copying path at index 0"));
+    filter->cleanupSpoolFiles();
 }
 
 TEST_F(DriverFilterTest, ADiscardedBlankPageIsLogged) {
@@ -1130,6 +1177,7 @@ TEST_F(DriverFilterTest, AJobOverTheChannelGoesStepByStep) {
     log.clear();
     errors.clear();
     EXPECT_TRUE(filter->run());
+    EXPECT_EQ(filter->dataBuffer, nullptr);
     driver.reset();
 
     EXPECT_TRUE(received == resetRecord + printed(stream, 0, "1"));
@@ -1203,6 +1251,21 @@ TEST_F(DriverFilterTest, TheOrderKeyIsLookedUpEvenForADuplexUnit) {
                 testing::IsSupersetOf({"ASSERT: CUPSFilter stringForPPDAttr: failed to get value for "
                                        "PPD attr VeltrinDuplexOrder",
                                        "DriverFilter duplex: Duplexing 214365"}));
+}
+
+TEST_F(DriverFilterTest, KeysAreLookedUpOnceForEveryTwoSidedJobWhetherTheyMatterOrNot) {
+    printer.duplexUnit = true;
+    for (const std::uint32_t pages : {2U, 1U}) {
+        OpenDriver *filter =
+            start(uri, JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(streamOf(pages)));
+        log.clear();
+        EXPECT_TRUE(filter->run());
+        const std::string missing = "ASSERT: CUPSFilter stringForPPDAttr: failed to get value for PPD attr ";
+        EXPECT_THAT(log.messages(), Contains(missing + "VeltrinDuplexBypass").Times(1));
+        // A job of one page has become one-sided.
+        EXPECT_THAT(log.messages(), Contains(missing + "VeltrinManualDuplex").Times(pages == 2 ? 1 : 0));
+        driver.reset();
+    }
 }
 
 TEST_F(DriverFilterTest, AOnePageJobForADuplexUnitIsAFirstSide) {
@@ -1291,6 +1354,72 @@ TEST_F(DriverFilterTest, AJobIsNotPrintedWhileItsBlocksAreUndelivered) {
     EXPECT_FALSE(filter->run());
     EXPECT_EQ(center().deliveryWaits, 1);
     EXPECT_TRUE(received.ends_with("JIDG" + cancelRecord()));
+}
+
+TEST_F(DriverFilterTest, AnEndMarkThatCannotBeSentFailsTheJob) {
+    struct Case {
+        std::string options;
+        std::string method;
+    };
+
+    std::size_t pages = 0;
+    center().afterPost = [this, &pages, given = center().afterPost](const auto &post) {
+        given(post);
+        const bool isLastBand = post.data && post.data->size() == 32 && (*post.data)[7] == std::byte{2};
+        pages += isLastBand ? 1 : 0;
+        center().failsPosts = pages == 2 && post.data && !isLastBand;
+    };
+    for (const Case &one : {Case{"", "sendPages"},
+                            Case{JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), "unspoolPages"}}) {
+        gSigTerm = 0;
+        platform.fakeClock.sleeps.clear();
+        platform.fakeClock.afterSleep = [this] {
+            if (center().failsPosts) {
+                center().failsPosts = false;
+                gSigTerm = 1;
+            }
+        };
+        received.clear();
+        pages = 0;
+        center().failsPosts = false;
+        OpenDriver *filter = start(uri, one.options, makeStream(streamOf(2)));
+        log.clear();
+        EXPECT_FALSE(filter->run());
+        EXPECT_THAT(log.messages(),
+                    testing::IsSupersetOf({"ASSERT: DriverFilter " + one.method + ": failed to send EOJ",
+                                           "ASSERT: " + one.method + " error"}));
+        EXPECT_TRUE(received.ends_with(cancelRecord()));
+        EXPECT_EQ(received.find("JIDG"), std::string::npos);
+        driver.reset();
+    }
+}
+
+TEST_F(DriverFilterTest, WaitsForTheEndOfTheJobToBeAcknowledgedUnlessCancelled) {
+    struct Case {
+        int askings;                // until it is acknowledged
+        std::size_t cancelledAfter; // sleeps
+        std::vector<std::chrono::microseconds> sleeps;
+    };
+
+    constexpr int never = 1000;
+    for (const Case &one :
+         {Case{1, 99, {}}, Case{3, 99, {1s, 1s}}, Case{never, 2, {1s, 1s}}, Case{never, 0, {}}}) {
+        gSigTerm = 0;
+        platform.fakeClock.afterSleep = [] {};
+        OpenDriver *filter = start(uri, "", makeStream(streamOf(1)));
+        int asked = 0;
+        filter->acknowledged = [&] {
+            if (++asked == 1) {
+                platform.fakeClock.sleeps.clear();
+                cancelAfterSleeps(one.cancelledAfter);
+                gSigTerm = one.cancelledAfter == 0 ? 1 : 0;
+            }
+            return asked >= one.askings;
+        };
+        EXPECT_TRUE(filter->run());
+        EXPECT_EQ(platform.fakeClock.sleeps, one.sleeps);
+        driver.reset();
+    }
 }
 
 TEST_F(DriverFilterTest, SigtermAtTheEndOfAJobLeavesItPrinted) {

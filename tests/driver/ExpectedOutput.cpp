@@ -1,5 +1,6 @@
 #include "tests/driver/ExpectedOutput.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <sstream>
 
@@ -37,9 +38,7 @@ std::string printed(const StreamOptions &stream, std::uint16_t jobSetting, const
     std::istringstream words(pages);
     for (std::string word; words >> word;) {
         std::string page = makePage(stream, static_cast<std::uint32_t>(std::stoul(word)));
-        const std::string marks = word.substr(word.find_first_not_of("0123456789") == std::string::npos
-                                                  ? word.size()
-                                                  : word.find_first_not_of("0123456789"));
+        const std::string marks = word.substr(std::min(word.find_first_not_of("0123456789"), word.size()));
         if (marks.find('*') != std::string::npos) {
             page[pageTypeOffset] = static_cast<char>(page[pageTypeOffset] | 0x10);
         }

@@ -34,7 +34,8 @@ class FilterFixture : public testing::Test {
     /// which they first appear.
     [[nodiscard]] std::vector<std::string> logMessages() const;
 
-    /// The file that the job's input was spooled into is not known beforehand; where it lies is.
+    /// Where the filter's temporary files go, and where the executable lies with its Info.plist and string
+    /// tables.
     static constexpr const char *spoolDirectory = "/tmp/spool";
     static constexpr const char *bundleDirectory = "/tmp/bundle";
 

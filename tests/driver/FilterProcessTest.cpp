@@ -3,6 +3,7 @@
 #include "filter/DebugLog.h"
 #include "tests/driver/FilterFixture.h"
 #include "tests/support/Files.h"
+#include "tests/support/PPD.h"
 #include "tests/support/PrivateTmp.h"
 
 #include <gmock/gmock.h>
@@ -488,24 +489,16 @@ TEST_F(FilterProcessTest, AnUnreadableFileEndsBeforeAnythingIsWritten) {
 }
 
 TEST_F(FilterProcessTest, ReadsTheQueuesPPDAndLeavesNoCopyBehind) {
-    test::writeFile(
-        "/tmp/cups/ppd/queue.ppd",
-        "*PPD-Adobe: \"4.3\"\n*FormatVersion: \"4.3\"\n*FileVersion: \"1.0\"\n*LanguageVersion: English\n"
-        "*LanguageEncoding: ISOLatin1\n*PCFileName: \"TEST.PPD\"\n*Manufacturer: \"Test\"\n"
-        "*Product: \"(Test)\"\n*ModelName: \"Test\"\n*ShortNickName: \"Test\"\n*NickName: \"Test\"\n"
-        "*DefaultPaperType: Plain\n");
+    test::writeFile("/tmp/cups/ppd/queue.ppd",
+                    test::ppdWith("*NickName: \"Test\"\n*DefaultPaperType: Plain\n"));
     EXPECT_EQ(print("", makeStream(streamOf(1))).exitStatus, 0);
     EXPECT_THAT(logMessages(), Contains("DefaultPaperType: Plain"));
     EXPECT_THAT(logMessages(), Not(Contains("ASSERT: Unable to open ppd file")));
 }
 
 TEST_F(FilterProcessTest, WorksWithACUPSLibraryThatHasLostThePPDAttributeLookUp) {
-    test::writeFile(
-        "/tmp/cups/ppd/queue.ppd",
-        "*PPD-Adobe: \"4.3\"\n*FormatVersion: \"4.3\"\n*FileVersion: \"1.0\"\n*LanguageVersion: English\n"
-        "*LanguageEncoding: ISOLatin1\n*PCFileName: \"TEST.PPD\"\n*Manufacturer: \"Test\"\n"
-        "*Product: \"(Test)\"\n*ModelName: \"Test\"\n*ShortNickName: \"Test\"\n*NickName: \"Test\"\n"
-        "*DefaultPaperType: Plain\n");
+    test::writeFile("/tmp/cups/ppd/queue.ppd",
+                    test::ppdWith("*NickName: \"Test\"\n*DefaultPaperType: Plain\n"));
     std::filesystem::create_directories("/tmp/bundle/lib");
     std::filesystem::copy_file(test::hostPath(CUPS_WITHOUT_PPD_FIND_ATTR), "/tmp/bundle/lib/libcups.so.2");
     environment["LD_LIBRARY_PATH"] = "/tmp/bundle/lib";
@@ -582,6 +575,11 @@ TEST_F(FilterProcessTest, BrokenOneSidedStreamsEndWithMarkAndCancelRecord) {
          identifier + headers.substr(120) + headers.substr(0, 120) + first + "JIDG",
          end,
          {"ASSERT: sendPages error"}},
+        {"two job file headers",
+         identifier + headers.substr(0, 120) + headers.substr(0, 120) + first + "JIDG",
+         end,
+         {"DriverFilter sendPages: Sending file headers", "DriverFilter sendPages: Sending EOJ",
+          "ASSERT: sendPages error"}},
         {"page in place of the headers", identifier + first + "JIDG", end, {"ASSERT: sendPages error"}},
         {"end mark in place of the headers", identifier + "JIDG", end, {"ASSERT: sendPages error"}},
         {"unknown tag in place of the headers",
@@ -714,6 +712,13 @@ TEST_F(FilterProcessTest, BrokenTwoSidedStreamsSendTheCancelRecordAlone) {
                                     "DriverFilter spoolPages: path 3 = <file 3>",
                                     "DriverFilter spoolPages: copied 4 pages, eoj: 0, result 0",
                                     "ASSERT: spoolPages error", "DriverFilter run: exiting with result 0"}));
+
+    std::filesystem::remove(debugLogPath);
+    const std::string firstHeader = whole.substr(36, 120);
+    const ProcessResult twice =
+        print(options, whole.substr(0, 36) + firstHeader + firstHeader + whole.substr(36 + 272));
+    EXPECT_EQ(twice.exitStatus, 1);
+    EXPECT_EQ(twice.output, cancelRecord());
 
     std::filesystem::remove(debugLogPath);
     const ProcessResult headless = print(options, whole.substr(0, 36) + whole.substr(36 + 120));

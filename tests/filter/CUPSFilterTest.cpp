@@ -7,21 +7,42 @@
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakePlatform.h"
 #include "tests/support/Files.h"
+#include "tests/support/PPD.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+namespace {
+
+bool sigactionFails = false;
+
+} // namespace
+
+// The linker puts these between the code under test and the C library (see CMakeLists.txt).
+extern "C" int __real_sigaction(int signal, const struct sigaction *action, struct sigaction *former);
+extern "C" int __wrap_sigaction(int signal, const struct sigaction *action, struct sigaction *former);
+
+extern "C" int __wrap_sigaction(int signal, const struct sigaction *action, struct sigaction *former) {
+    if (sigactionFails) {
+        errno = EINVAL;
+        return -1;
+    }
+    return __real_sigaction(signal, action, former);
+}
+
 namespace veltrin {
 namespace {
 
 using test::CapturedLog;
+using test::ppdWith;
 using test::writeFile;
 using testing::Contains;
 using testing::ElementsAre;
@@ -105,13 +126,6 @@ class CUPSFilterTest : public testing::Test {
 
     void installPPD(const std::string &contents) {
         writeFile(std::string(serverRoot) + "/ppd/queue.ppd", contents);
-    }
-
-    static std::string ppdWith(const std::string &lines) {
-        return "*PPD-Adobe: \"4.3\"\n*FormatVersion: \"4.3\"\n*FileVersion: \"1.0\"\n*LanguageVersion: English\n"
-               "*LanguageEncoding: ISOLatin1\n*PCFileName: \"TEST.PPD\"\n*Manufacturer: \"Test\"\n"
-               "*Product: \"(Test)\"\n*ModelName: \"Test\"\n*ShortNickName: \"Test\"\n" +
-               lines;
     }
 
     test::FakePlatform platform;
@@ -259,6 +273,13 @@ TEST_F(CUPSFilterTest, WalksThePPDInFileOrder) {
                             "ppd attr defaultpapertype = Small"));
 }
 
+TEST_F(CUPSFilterTest, APPDWithoutANickNameGivesNoPrinterName) {
+    installPPD(ppdWith("*DefaultPaperType: Plain\n"));
+    const auto filter = filterWith("");
+    EXPECT_EQ(filter->printerName, "");
+    EXPECT_STREQ(filter->DefaultPaperType.data(), "Plain");
+}
+
 TEST_F(CUPSFilterTest, TakesTheLastDefaultPaperType) {
     installPPD(ppdWith("*NickName: \"x\"\n*DefaultPaperType: Plain\n*DefaultPaperType: Thick\n"));
     EXPECT_STREQ(filterWith("")->DefaultPaperType.data(), "Thick");
@@ -327,19 +348,21 @@ TEST_F(CUPSFilterTest, ReadsOptionsAsCUPSParsesThem) {
     EXPECT_EQ(filter->intForOption("absent"), 0);
 }
 
-TEST_F(CUPSFilterTest, AsksThePaperRuleAboutItsOptions) {
-    EXPECT_FALSE(filterWith("media=A5")->canDuplexPaperSize());
-    EXPECT_TRUE(filterWith("media=a5")->canDuplexPaperSize());
-    EXPECT_FALSE(filterWith("media=Custom.100x150mm")->canDuplexPaperSize());
-    EXPECT_TRUE(filterWith("media=Letter PaperType=Plain")->canDuplexPaperSize());
-    EXPECT_FALSE(filterWith("PaperType=Labels")->canDuplexPaperSize());
-    EXPECT_TRUE(filterWith("media=A5,Tray1")->canDuplexPaperSize());
-    EXPECT_TRUE(filterWith("")->canDuplexPaperSize());
-}
-
-TEST_F(CUPSFilterTest, TakesNoPaperTypeFromThePPDForThePaperRule) {
+TEST_F(CUPSFilterTest, AsksThePaperRuleAboutItsOptionsAlone) {
+    const auto isTwoSided = [this](const std::string &options) {
+        const auto filter = filterWith("com.apple.print.PrintSettings.PMDuplexing..n.=2 " + options);
+        EXPECT_TRUE(filter->run());
+        return filter->settings.duplex;
+    };
+    // The PPD's default paper type is not consulted.
     installPPD(ppdWith("*NickName: \"x\"\n*DefaultPaperType: Labels\n"));
-    EXPECT_TRUE(filterWith("media=A4")->canDuplexPaperSize());
+    EXPECT_FALSE(isTwoSided("media=A5"));
+    EXPECT_TRUE(isTwoSided("media=a5"));
+    EXPECT_FALSE(isTwoSided("media=Custom.100x150mm"));
+    EXPECT_TRUE(isTwoSided("media=Letter PaperType=Plain"));
+    EXPECT_FALSE(isTwoSided("PaperType=Labels"));
+    EXPECT_TRUE(isTwoSided("media=A5,Tray1"));
+    EXPECT_TRUE(isTwoSided(""));
 }
 
 TEST_F(CUPSFilterTest, LooksConfigurationKeysUpInTheInformationDictionary) {
@@ -454,10 +477,23 @@ TEST_F(CUPSFilterTest, HandlesItsSignalsWithRestartedCallsAndNothingBlocked) {
         ASSERT_EQ(sigaction(signal, nullptr, &action), 0);
         EXPECT_EQ(action.sa_sigaction, signalHandler);
         EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_RESTART), SA_SIGINFO | SA_RESTART);
-        EXPECT_EQ(sigismember(&action.sa_mask, SIGTERM) + sigismember(&action.sa_mask, SIGPIPE), 0);
+        for (int other = 1; other < SIGRTMIN; ++other) {
+            EXPECT_EQ(sigismember(&action.sa_mask, other), 0) << other;
+        }
     }
     signalHandler(SIGHUP, nullptr, nullptr);
     EXPECT_EQ(gSigTerm + gSigPipe, 0);
+}
+
+TEST_F(CUPSFilterTest, GoesOnWithoutAHandlerThatCannotBeInstalled) {
+    testing::internal::CaptureStderr();
+    sigactionFails = true;
+    const auto filter = filterWith("");
+    sigactionFails = false;
+    const std::vector<std::string> lines = test::linesOf(testing::internal::GetCapturedStderr());
+    EXPECT_NE(filter, nullptr);
+    EXPECT_THAT(lines, testing::IsSupersetOf({"DEBUG: Failed to set SIGTERM handler: Invalid argument",
+                                              "DEBUG: Failed to set SIGPIPE handler: Invalid argument"}));
 }
 
 TEST_F(CUPSFilterTest, ProcessEntryRunsAndReleasesTheFilter) {

@@ -2,7 +2,6 @@
 
 #include "tests/support/Files.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -15,7 +14,6 @@ namespace veltrin::platform {
 namespace {
 
 using test::writeFile;
-using testing::ElementsAre;
 
 constexpr const char *beside = "/tmp/beside";
 constexpr const char *installed = "/tmp/installed";
@@ -46,11 +44,6 @@ class PropertyListBundleTest : public testing::Test {
 
     static void writeInfo(const std::string &directory, const std::string &contents) {
         writeFile(directory + "/Info.plist", contents);
-    }
-
-    static void writeStrings(const std::string &directory, const std::string &language,
-                             const std::string &contents) {
-        writeFile(directory + "/" + language + ".lproj/Localizable.strings", contents);
     }
 
     PropertyListBundle bundle{{beside, installed}};
@@ -94,7 +87,7 @@ TEST_F(PropertyListBundleTest, ABrokenDictionaryIsNoneEvenWhereAnotherIsInstalle
     writeInfo(installed, dictionaryOf(entry("a", "installed")));
     const std::vector<std::string> broken = {
         "",
-        "\0\0\0\0",
+        std::string(4, '\0'),
         "VeltrinDuplexOrder = 642135\n",
         "<?xml version=\"1.0\"?>",
         "<plist version=\"1.0\"><array><string>x</string></array></plist>",
@@ -119,65 +112,19 @@ TEST_F(PropertyListBundleTest, WhatIsNoFileIsNoDictionaryAndIsNotWaitedFor) {
     EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist is not a file");
 }
 
+TEST_F(PropertyListBundleTest, ADictionaryThatIsNotUTF8IsNone) {
+    writeInfo(beside, dictionaryOf(entry("VeltrinDuplexOrder", "f\xFCr")));
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("VeltrinDuplexOrder"), std::nullopt);
+    EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist holds text that is not UTF-8");
+}
+
 TEST_F(PropertyListBundleTest, AFileBeyondReasonIsNotRead) {
     writeInfo(beside, dictionaryOf(entry("a", "x")));
-    std::filesystem::resize_file("/tmp/beside/Info.plist", std::uintmax_t{1} << 32);
+    const std::string largest = dictionaryOf(entry("a", "x"));
+    writeInfo(beside, largest + std::string(std::size_t{256} * 1024 - largest.size(), ' '));
+    EXPECT_EQ((PropertyListBundle{{beside}}.infoDictionaryProblem()), std::nullopt);
+    writeInfo(beside, largest + std::string(std::size_t{256} * 1024 - largest.size() + 1, ' '));
     EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist is too large");
-}
-
-TEST(LanguagesToTry, AreTheRawValueWithoutEncodingTheBareLanguageAndEnglish) {
-    EXPECT_THAT(languagesToTry("de_DE.UTF-8"), ElementsAre("de_DE.UTF-8", "de_DE", "de", "en"));
-    EXPECT_THAT(languagesToTry("en.UTF-8"), ElementsAre("en.UTF-8", "en"));
-    EXPECT_THAT(languagesToTry("pt_BR"), ElementsAre("pt_BR", "pt", "en"));
-    EXPECT_THAT(languagesToTry("zh-Hans"), ElementsAre("zh-Hans", "zh", "en"));
-    EXPECT_THAT(languagesToTry("de_AT@euro"), ElementsAre("de_AT@euro", "de", "en"));
-    EXPECT_THAT(languagesToTry("C"), ElementsAre("C", "en"));
-    EXPECT_THAT(languagesToTry(""), ElementsAre("en"));
-}
-
-TEST(LanguagesToTry, NeverLeadOutOfTheBundle) {
-    EXPECT_THAT(languagesToTry("../../tmp/evil"), ElementsAre("en"));
-    EXPECT_THAT(languagesToTry("/tmp/evil.UTF-8"), ElementsAre("en"));
-    EXPECT_THAT(languagesToTry("de/../x.UTF-8"), ElementsAre("en"));
-    EXPECT_THAT(languagesToTry("de_DE/x"), ElementsAre("de", "en"));
-}
-
-TEST_F(PropertyListBundleTest, TextsFollowTheLanguageFromTheMostToTheLeastParticular) {
-    writeStrings(installed, "en", dictionaryOf(entry("k", "english")));
-    writeStrings(installed, "de", dictionaryOf(entry("k", "deutsch")));
-    bundle.setPreferredLanguage("de_DE.UTF-8");
-    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "deutsch");
-    writeStrings(installed, "de_DE", dictionaryOf(entry("k", "deutsch (Deutschland)")));
-    bundle.setPreferredLanguage("de_DE.UTF-8");
-    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "deutsch (Deutschland)");
-    writeStrings(installed, "de_DE.UTF-8", dictionaryOf(entry("k", "roh")));
-    bundle.setPreferredLanguage("de_DE.UTF-8");
-    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "roh");
-    bundle.setPreferredLanguage("fr_FR.UTF-8");
-    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "english");
-}
-
-TEST_F(PropertyListBundleTest, ATableBesideTheExecutableWins) {
-    writeStrings(installed, "de", dictionaryOf(entry("k", "installed")));
-    writeStrings(beside, "de", dictionaryOf(entry("k", "beside")));
-    bundle.setPreferredLanguage("de");
-    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "beside");
-}
-
-TEST_F(PropertyListBundleTest, AMissingTextIsItsDefaultAndWithoutOneItsKey) {
-    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "default");
-    EXPECT_EQ(bundle.localizedStringForKey("k", ""), "k");
-    writeStrings(beside, "en", dictionaryOf(entry("other", "x")));
-    bundle.setPreferredLanguage("en");
-    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "default");
-    EXPECT_EQ(bundle.localizedStringForKey("k", ""), "k");
-}
-
-TEST_F(PropertyListBundleTest, ADamagedTableIsNoTable) {
-    writeStrings(beside, "de", "\"k\" = \"deutsch\";\n");
-    writeStrings(beside, "en", dictionaryOf(entry("k", "english")));
-    bundle.setPreferredLanguage("de_DE.UTF-8");
-    EXPECT_EQ(bundle.localizedStringForKey("k", "default"), "english");
 }
 
 } // namespace

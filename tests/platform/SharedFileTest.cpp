@@ -136,6 +136,14 @@ TEST_F(SharedFileTest, IsNotFoundThroughASymbolicLink) {
     EXPECT_EQ(modeOf("/tmp/victim"), 0600U);
 }
 
+TEST_F(SharedFileTest, IsNotAnotherFileUnderASecondName) {
+    writeFile("/tmp/victim", "precious\n");
+    chmod("/tmp/victim", 0600);
+    std::filesystem::create_hard_link("/tmp/victim", path);
+    expectRefused(EINVAL);
+    EXPECT_EQ(modeOf("/tmp/victim"), 0600U);
+}
+
 TEST_F(SharedFileTest, IsNotCreatedThroughADanglingSymbolicLink) {
     std::filesystem::create_symlink("/tmp/victim", path);
     expectRefused(ELOOP);
