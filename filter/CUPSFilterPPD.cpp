@@ -16,6 +16,7 @@
 
 // The first of them to go: linked weakly, so that the filter starts and works with a CUPS library that lacks
 // it.
+// NOLINTNEXTLINE(readability-redundant-declaration): it is declared again to be weak.
 extern "C" [[gnu::weak]] ppd_attr_t *ppdFindAttr(ppd_file_t *ppd, const char *name, const char *spec);
 
 namespace veltrin {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <signal.h>
+#include <signal.h> // NOLINT(modernize-deprecated-headers): POSIX's siginfo_t
 
 #include <atomic>
 #include <cstdint>

@@ -410,7 +410,8 @@ void DBusNotificationCenter::observe(const Notification &notification) {
 }
 
 /// Drops a notification, and tells a caller so. An empty reason has been reported before.
-void DBusNotificationCenter::refuse(sd_bus_message *message, const char *error, const std::string &reason) {
+void DBusNotificationCenter::refuse(sd_bus_message *message, const char *error,
+                                    const std::string &reason) const {
     if (!reason.empty()) {
         client.report("dropped a notification from " + std::string(sd_bus_message_get_sender(message)) +
                       ": " + reason);

@@ -124,7 +124,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     bool deliverDeparture(const std::string &sender);
     void observe(const Notification &notification);
     bool isFromPeer(const std::string &sender, const Notification &notification);
-    void refuse(sd_bus_message *message, const char *error, const std::string &reason);
+    void refuse(sd_bus_message *message, const char *error, const std::string &reason) const;
 
     template <typename Condition>
     void turnWhile(Condition isToBeWaitedFor);

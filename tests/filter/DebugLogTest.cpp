@@ -19,7 +19,6 @@ namespace veltrin {
 namespace {
 
 using namespace std::chrono_literals;
-using test::CapturedLog;
 using test::readFile;
 using test::writeFile;
 using testing::ElementsAre;

@@ -113,7 +113,7 @@ class FrontendIPCTest : public testing::Test {
     }
 
     /// Answers every request with this reply, `delay` after it was posted.
-    void answerRequests(std::optional<Block> reply, std::chrono::microseconds delay = {}) {
+    void answerRequests(const std::optional<Block> &reply, std::chrono::microseconds delay = {}) {
         center.afterPost = [this, reply, delay](const Post &post) {
             if (post.object == "readPipe") {
                 center.deliver("readPipe", reply, delay);

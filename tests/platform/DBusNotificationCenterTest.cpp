@@ -111,9 +111,9 @@ class End {
         });
     }
 
-    void post(const std::string &object) { center->post(postName, object, std::nullopt); }
+    void post(const std::string &object) const { center->post(postName, object, std::nullopt); }
 
-    void post(const std::string &object, std::span<const std::byte> data) {
+    void post(const std::string &object, std::span<const std::byte> data) const {
         center->post(postName, object, data);
     }
 
@@ -193,7 +193,7 @@ void introduce(End &frontend, End &backend) {
 std::string introduce(End &frontend, BusClient &backend) {
     frontend.post("fronted-alive");
     EXPECT_TRUE(runUntil([&] { return !backend.received.empty(); }, {processing(backend)}));
-    const std::string name = sd_bus_message_get_sender(backend.received.back().get());
+    std::string name = sd_bus_message_get_sender(backend.received.back().get());
     backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "backend-alive"));
     EXPECT_TRUE(runUntil([&] { return !frontend.received.empty(); }, {turning(frontend)}));
     frontend.received.clear();
@@ -969,7 +969,7 @@ TEST_F(DBusNotificationCenterTest, APostWaitsUntilItIsWrittenUnlessTheJobIsCance
     bus.freeze();
     int questions = 0;
     frontend->isCancelled = [&] { return ++questions > 3; };
-    const std::string longCommand(1024 * 1024, 'x');
+    const std::string longCommand(std::size_t{1024} * 1024, 'x');
     int posts = 0;
     auto longest = 0ms;
     while (questions == 0 && posts < 100) { // until the socket is full

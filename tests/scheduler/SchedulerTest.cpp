@@ -26,7 +26,6 @@ using test::PrivateScheduler;
 using test::ProcessResult;
 using test::readFile;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 

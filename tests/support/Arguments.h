@@ -14,8 +14,10 @@ class Arguments {
     Arguments(const Arguments &other) : words(other.words) { point(); }
 
     Arguments &operator=(const Arguments &other) {
-        words = other.words;
-        point();
+        if (this != &other) {
+            words = other.words;
+            point();
+        }
         return *this;
     }
 

@@ -80,12 +80,12 @@ void PrivateBus::kill() {
     }
 }
 
-void PrivateBus::freeze() {
+void PrivateBus::freeze() const {
     ::kill(process, SIGSTOP);
     waitpid(process, nullptr, WUNTRACED);
 }
 
-void PrivateBus::thaw() {
+void PrivateBus::thaw() const {
     ::kill(process, SIGCONT);
 }
 

@@ -46,8 +46,8 @@ class PrivateBus {
     void kill();
 
     /// Lets the bus stand still: connections stay, nothing is taken off them.
-    void freeze();
-    void thaw();
+    void freeze() const;
+    void thaw() const;
 
     /// The most memory that the bus has used since its start, in bytes.
     [[nodiscard]] std::size_t peakMemory() const;

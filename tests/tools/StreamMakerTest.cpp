@@ -145,7 +145,7 @@ TEST(StreamMaker, LaysTheStreamOutAsTheFormatSays) {
         EXPECT_EQ(pageHeader.wPaperHeightmm, 297U);
         for (std::uint32_t band = 1; band <= 3; ++band) {
             SCOPED_TRACE(band);
-            const std::size_t bandAt = at + 64 + (band - 1) * 132;
+            const std::size_t bandAt = at + 64 + (band - std::size_t{1}) * 132;
             EXPECT_EQ(stream.substr(bandAt, 4), "GDIB");
             const auto bandHeader = headerAt<BandHeader>(stream, bandAt);
             EXPECT_EQ(bandHeader.isLastOfPage(), band == 3);
