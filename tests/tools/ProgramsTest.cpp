@@ -45,6 +45,7 @@ void PrintTo(const Program &program, std::ostream *out) {
 
 const Program mkstream = {"veltrin-mkstream", VELTRIN_MKSTREAM, VELTRIN_MKSTREAM_MAN_PAGE};
 const Program dump = {"veltrin-dump", VELTRIN_DUMP, VELTRIN_DUMP_MAN_PAGE};
+const Program printer = {"veltrin-printer", VELTRIN_PRINTER, VELTRIN_PRINTER_MAN_PAGE};
 
 Command command(const Program &program, const std::vector<std::string> &arguments) {
     Command result{test::hostPath(program.path), {program.name}};
@@ -70,7 +71,7 @@ std::set<std::string> longOptionsIn(const std::string &text) {
 
 class EveryProgram : public testing::TestWithParam<Program> {};
 
-INSTANTIATE_TEST_SUITE_P(Tools, EveryProgram, testing::Values(mkstream, dump), [](const auto &test) {
+INSTANTIATE_TEST_SUITE_P(Tools, EveryProgram, testing::Values(mkstream, dump, printer), [](const auto &test) {
     return std::string(test.param.name).substr(std::string("veltrin-").size());
 });
 
