@@ -1,0 +1,422 @@
+#include "driver/PageStream.h"
+#include "tests/printer/PrinterFixture.h"
+#include "tests/support/Files.h"
+#include "tests/support/PrivateTmp.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <regex>
+
+// The filter as CUPS runs it, at the other end of the channel from the virtual printer.
+
+namespace veltrin {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using test::afterReset;
+using test::ProcessResult;
+using test::readFile;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class FilterAndPrinter : public test::PrinterFixture {};
+
+StreamOptions document(std::uint32_t pages) {
+    StreamOptions options;
+    options.pages = pages;
+    return options;
+}
+
+/// The stream as it should arrive at the printer: the pages with these numbers and type bits.
+struct SentPage {
+    std::uint32_t number;
+    std::uint8_t type = 0;
+    std::uint8_t tray = 1;
+};
+
+std::string printed(StreamOptions options, std::uint16_t jobSetting, const std::vector<SentPage> &pages) {
+    options.jobSetting = jobSetting;
+    std::string stream = makeJobHeaders(options);
+    for (const SentPage &page : pages) {
+        options.pageType = page.type;
+        options.paperTray = page.tray;
+        stream += makePage(options, page.number);
+    }
+    return afterReset(stream + "JIDG");
+}
+
+json sheet(const json &front, const json &back) {
+    return {{"front", front}, {"back", back}};
+}
+
+std::string twoSided(unsigned copies, bool collate, std::uint64_t sides) {
+    return "com.apple.print.PrintSettings.PMDuplexing..n.=2 com.apple.print.PrintSettings.PMCopies..n.=" +
+           std::to_string(copies) + " " + (collate ? "" : "no") +
+           "com.apple.print.PrintSettings.PMCopyCollate..b. "
+           "com.apple.print.PrintSettings.PMTotalSidesImaged..n.=" +
+           std::to_string(sides);
+}
+
+// ---- Jobs with nothing the matter
+
+TEST_F(FilterAndPrinter, PrintAOneSidedJob) {
+    StreamOptions options = document(2);
+    options.bandsPerPage = 1;
+    startPrinter("one-sided");
+    startFilter({.stream = makeStream(options)});
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+
+    EXPECT_EQ(test::linesOf(result.errors).at(0), "socket");
+    EXPECT_THAT(statusLines(result), ElementsAre("INFO: Ready"));
+    EXPECT_THAT(notifications(),
+                ElementsAre("> backend-alive", "< fronted-alive", "> backend-alive", "< writePipe",
+                            "< readPipe", "> readPipe, 64 bytes", "< readPipe", "> readPipe, 64 bytes",
+                            "< writePipe", "< frontend-byebye", "> backend-byebye"));
+    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}, {2}}));
+    json job = reportedJob();
+    EXPECT_EQ(job["outcome"], "whole");
+    EXPECT_EQ(job["sheets"], json({sheet(0, nullptr), sheet(1, nullptr)}));
+    EXPECT_EQ(job["commands"], json({{{"text", "GDIC GDIREND    "}, {"offset", 0}}}));
+    EXPECT_THAT(job["overruns"], IsEmpty());
+    // One notification for each header and each block of data, none cut or put together.
+    EXPECT_EQ(job["notifications"], json({{"fronted-alive", 1},
+                                          {"readPipe", 2},
+                                          {"writePipe", 1 + 2 + 2 * 3 + 1},
+                                          {"frontend-byebye", 1}}));
+    EXPECT_THAT(log(), Contains("FrontendIPC initWithPortName: port name is: " + uri));
+    EXPECT_THAT(log(), Contains("DriverFilter run: exiting with result 1"));
+    expectNothingLeft();
+}
+
+TEST_F(FilterAndPrinter, PrintCopiesOnADuplexUnit) {
+    StreamOptions options = document(4);
+    options.copies = 2;
+    startPrinter("duplex-unit");
+    startFilter({.stream = makeStream(options), .options = twoSided(2, true, 8)});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(readFile(outputFile),
+              printed(options, jobSettingDuplex,
+                      {{2, 12}, {1, 4}, {4, 12}, {3, 4}, {2, 12}, {1, 4}, {4, 12}, {3, 4}}));
+    json job = reportedJob();
+    EXPECT_EQ(job["outcome"], "whole");
+    EXPECT_EQ(job["sheets"], json({sheet(1, 0), sheet(3, 2), sheet(5, 4), sheet(7, 6)}));
+    EXPECT_EQ(job["copies"], 2);
+    EXPECT_THAT(job["pauses"], IsEmpty());
+    expectNothingLeft();
+}
+
+TEST_F(FilterAndPrinter, PrintUncollatedCopiesOnADuplexUnit) {
+    StreamOptions options = document(4);
+    options.copies = 2;
+    options.order = CopyOrder::pairs;
+    startPrinter("duplex-unit");
+    startFilter({.stream = makeStream(options), .options = twoSided(2, false, 8)});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(readFile(outputFile),
+              printed(options, jobSettingDuplex,
+                      {{2, 12}, {1, 4}, {2, 12}, {1, 4}, {4, 12}, {3, 4}, {4, 12}, {3, 4}}));
+    expectNothingLeft();
+}
+
+TEST_F(FilterAndPrinter, PauseForTheStackToBeTurnedByHand) {
+    const StreamOptions options = document(4);
+    startPrinter("one-sided");
+    startFilter({.stream = makeStream(options), .options = twoSided(1, true, 4)});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(readFile(outputFile),
+              printed(options, jobSettingManualDuplex, {{4}, {2}, {1, pageTypePause}, {3}}));
+    json job = reportedJob();
+    EXPECT_EQ(job["pauses"], json({2}));
+    EXPECT_EQ(job["sheets"], json({sheet(3, 0), sheet(2, 1)}));
+    expectNothingLeft();
+}
+
+TEST_F(FilterAndPrinter, PutTheTurnedStackIntoTheBypassTray) {
+    // A filter that is configured otherwise, with its information dictionary beside it.
+    const std::filesystem::path built = test::hostPath(VELTRIN_FILTER);
+    std::filesystem::create_directory("/tmp/bundle");
+    std::filesystem::copy_file(built, "/tmp/bundle/veltrin");
+    std::string dictionary = readFile(built.parent_path() / "Info.plist");
+    const std::regex bypass("(<key>VeltrinDuplexBypass</key>\\s*)<false/>");
+    ASSERT_TRUE(std::regex_search(dictionary, bypass));
+    test::writeFile("/tmp/bundle/Info.plist", std::regex_replace(dictionary, bypass, "$1<true/>"));
+
+    StreamOptions options = document(4);
+    options.paperTray = 2;
+    startPrinter("one-sided");
+    startFilter(
+        {.stream = makeStream(options), .options = twoSided(1, false, 4), .program = "/tmp/bundle/veltrin"});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(readFile(outputFile), printed(options, jobSettingManualDuplex,
+                                            {{4, 0, 2}, {2, 0, 2}, {1, pageTypePause, 1}, {3, 0, 1}}));
+    expectNothingLeft();
+}
+
+TEST_F(FilterAndPrinter, TakeTheTrayFromTheJobsName) {
+    StreamOptions options = document(1);
+    startPrinter("trays");
+    startFilter(
+        {.stream = makeStream(options), .options = R"|(com.apple.print.JobInfo.PMJobName="@letters (2)")|"});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    json page = reportedJob()["pages"].at(0);
+    EXPECT_EQ(page["tray"], 3);
+    EXPECT_EQ(page["media"], 7); // the labels in tray 2
+    EXPECT_THAT(log(), Contains("DriverFilter copyPageFrom: overriding tray (3) and media type (7)"));
+    expectNothingLeft();
+}
+
+TEST_F(FilterAndPrinter, MarkAUSBJobForAsLongAsItLasts) {
+    uri = "usb://Morvex/LX%20410N?serial=1";
+    startPrinter("one-sided");
+    startFilter();
+    awaitPrinter("< fronted-alive");
+
+    struct stat marker {};
+
+    ASSERT_EQ(stat("/tmp/Sem_File00001", &marker), 0);
+    EXPECT_EQ(marker.st_mode & 07777U, 0666U);
+    EXPECT_EQ(marker.st_size, 0);
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(test::linesOf(result.errors).at(0), "usb");
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    expectNothingLeft();
+}
+
+// ---- The printer's state
+
+TEST_F(FilterAndPrinter, ShowAnInformationOnceForEachReading) {
+    startPrinter("toner-near-end");
+    startFilter();
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    std::vector<std::string> lines = test::linesOf(result.errors);
+    lines.erase(lines.begin());
+    EXPECT_THAT(lines, Each(std::string("INFO: M toner cartridge near end of life")));
+    EXPECT_EQ(lines.size(), reportedJob()["replies"]);
+}
+
+TEST_F(FilterAndPrinter, WaitUntilThePrinterHasRoom) {
+    startPrinter("memory-short");
+    startFilter();
+    awaitLog("DriverFilter checkHeaderSize: Printer not ready...");
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(log(), Contains("DriverFilter checkHeaderSize: imageMemory = 1048576"));
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+    EXPECT_THAT(reportedJob()["overruns"], IsEmpty());
+}
+
+TEST_F(FilterAndPrinter, AreHeldUpByAnOpenCoverAndGoOn) {
+    const StreamOptions options = document(4);
+    startPrinter("cover-open");
+    startFilter({.stream = makeStream(options)});
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(statusLines(result), Contains("INFO: Cover open"));
+    EXPECT_THAT(log(), Contains("DriverFilter checkHeaderSize: Printer not ready..."));
+    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}, {2}, {3}, {4}}));
+    EXPECT_THAT(reportedJob()["overruns"], IsEmpty());
+}
+
+TEST_F(FilterAndPrinter, WaitForThePort) {
+    startPrinter("port-busy");
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    const std::vector<std::string> messages = log();
+    const auto busy = std::find(messages.begin(), messages.end(), "DriverFilter run: Waiting for port (4)");
+    ASSERT_NE(busy, messages.end());
+    EXPECT_NE(std::find(busy, messages.end(), "DriverFilter run: Waiting for port (0)"), messages.end());
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+}
+
+TEST_F(FilterAndPrinter, RepeatAFaultUntilTheJobIsCancelled) {
+    const std::string line = "ERROR: recoverable: Service call - Laser Error - LD1 Error";
+    startPrinter("service-call");
+    startFilter();
+    awaitStatusLine(line, 3);
+    filter->send(SIGTERM);
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(statusLines(result), ElementsAre(line));
+    EXPECT_THAT(log(), Contains("ASSERT: checkStatus error"));
+    EXPECT_EQ(readFile(outputFile), afterReset(test::cancelRecord()));
+    EXPECT_EQ(reportedJob()["outcome"], "cancelled");
+    expectNothingLeft();
+}
+
+// ---- Cancelled jobs
+
+TEST_F(FilterAndPrinter, EndAWaitForMemoryWhenTheJobIsCancelled) {
+    startPrinter("memory-short-for-good");
+    startFilter();
+    awaitLog("DriverFilter checkHeaderSize: headerMemory = 1024");
+    filter->send(SIGTERM);
+    EXPECT_EQ(finishFilter().exitStatus, 1);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(log(), Contains("ASSERT: checkHeaderSize error"));
+    EXPECT_EQ(readFile(outputFile), afterReset(test::cancelRecord()));
+    EXPECT_EQ(reportedJob()["outcome"], "cancelled");
+}
+
+TEST_F(FilterAndPrinter, WaitForThePortEvenWhenTheJobIsCancelled) {
+    startPrinter("port-busy-for-good");
+    startFilter();
+    awaitLog("DriverFilter run: Waiting for port (2)");
+    filter->send(SIGTERM);
+    // Two passes later it still waits for the port; nothing but SIGKILL ends that.
+    awaitLog("DriverFilter run: Waiting for port (2)", 3);
+    EXPECT_THAT(log(), Contains("ASSERT: checkStatus error"));
+    EXPECT_FALSE(filter->hasEnded());
+    filter->send(SIGKILL);
+    EXPECT_EQ(finishFilter().signal, SIGKILL);
+    // The printer notices: a peer that leaves the bus has said goodbye.
+    EXPECT_EQ(finishPrinter().exitStatus, 1);
+    EXPECT_EQ(reportedJob()["outcome"], "broken");
+}
+
+TEST_F(FilterAndPrinter, EndTheWaitForDeliveryWhenTheJobIsCancelled) {
+    StreamOptions options;
+    options.bandsPerPage = 1;
+    startPrinter("one-sided");
+    startFilter({.stream = makeStream(options)});
+    awaitLog("DriverFilter run: Waiting for port (0)");
+    // From now on the printer takes nothing; the whole job fits into what may be on its way.
+    awaitLog("DriverFilter checkHeaderSize: refreshing memory values");
+    awaitPrinter("< writePipe, 16 bytes");
+    ASSERT_TRUE(printer->waitUntil([&] {
+        const std::vector<std::string> lines = notifications();
+        return std::count(lines.begin(), lines.end(), "> readPipe, 64 bytes") == 2;
+    }));
+    printer->send(SIGSTOP);
+    awaitLog("FrontendIPC sendData: sending 4 bytes to backend");
+    EXPECT_FALSE(filter->waitUntil([&] { return filter->hasEnded(); }, 500ms));
+    filter->send(SIGTERM);
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->send(SIGCONT);
+    // It gets all that was on its way.
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}}));
+}
+
+// ---- A backend that is not what it should be
+
+TEST_F(FilterAndPrinter, WaitForABackendThatAnswersLate) {
+    startPrinter("late-announcement");
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(log(), Contains("FrontendIPC sendData: waiting for backend alive..."));
+    EXPECT_EQ(notifications().at(0), "< fronted-alive");
+    EXPECT_EQ(notifications().at(1), "> backend-alive");
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+}
+
+TEST_F(FilterAndPrinter, FindEachOtherWhenTheBackendStartsLast) {
+    startFilter();
+    awaitLog("FrontendIPC sendData: waiting for backend alive...");
+    startPrinter("one-sided");
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+}
+
+TEST_F(FilterAndPrinter, GoOnWhenTheBackendComesBack) {
+    const StreamOptions options = document(3);
+    startPrinter("leaves-and-returns");
+    startFilter({.stream = makeStream(options)});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(log(), Contains("FrontendIPC::handleNotification:backend-byebye"));
+    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}, {2}, {3}}));
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+}
+
+TEST_F(FilterAndPrinter, AskAgainForWhatIsNoRecord) {
+    startPrinter("malformed-replies");
+    startFilter();
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+    EXPECT_THAT(notifications(), testing::IsSupersetOf({"> readPipe, 63 bytes", "> readPipe, 65 bytes"}));
+    // A record came in the fourth answer; the bad one after it changes nothing but is told of.
+    EXPECT_THAT(log(), Contains("ReverseData dataArrived: received 63 bytes of unexpected reverse data"));
+    EXPECT_THAT(statusLines(result), Contains("INFO: Ready"));
+}
+
+TEST_F(FilterAndPrinter, TakeALateRecord) {
+    startPrinter("late-reply");
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(log(), Contains("FrontendIPC waiting data..."));
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+}
+
+void expectCommunicationError(const std::vector<std::string> &log,
+                              const std::vector<std::string> &statusLines) {
+    EXPECT_THAT(log, Contains("FrontendIPC readData failed!"));
+    EXPECT_THAT(log, Contains("ASSERT: DriverFilter checkStatus: readData failed"));
+    EXPECT_THAT(statusLines, Contains("ERROR: recoverable: Unable to communicate with printer"));
+}
+
+TEST_F(FilterAndPrinter, FailWithoutAnyReply) {
+    startPrinter("no-replies");
+    startFilter();
+    awaitStatusLine("ERROR: recoverable: Unable to communicate with printer", 2);
+    filter->send(SIGTERM);
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    expectCommunicationError(log(), statusLines(result));
+    const std::vector<std::string> messages = log();
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), "FrontendIPC waiting data..."), 20);
+    EXPECT_EQ(reportedJob()["outcome"], "cancelled");
+}
+
+TEST_F(FilterAndPrinter, FailOnAnEmptyReply) {
+    startPrinter("empty-replies");
+    startFilter();
+    awaitStatusLine("ERROR: recoverable: Unable to communicate with printer", 2);
+    filter->send(SIGTERM);
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    expectCommunicationError(log(), statusLines(result));
+    EXPECT_EQ(reportedJob()["outcome"], "cancelled");
+}
+
+TEST_F(FilterAndPrinter, FailAtOnceWithoutABus) {
+    bus.kill();
+    const auto begin = std::chrono::steady_clock::now();
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+    EXPECT_THAT(log(), Contains("DriverFilter init: failed to allocate IPC"));
+    expectNothingLeft();
+}
+
+} // namespace
+} // namespace veltrin

@@ -1,0 +1,145 @@
+#include "tests/printer/PrinterFixture.h"
+
+#include "tests/support/CapturedLog.h"
+#include "tests/support/Files.h"
+#include "tests/support/PrivateTmp.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+namespace veltrin::test {
+
+PrinterFixture::PrinterFixture() {
+    std::filesystem::create_directory(spoolFolder);
+    writeFile("/tmp/gdidebug", "");
+}
+
+void PrinterFixture::startPrinter(const std::string &scenario,
+                                  const std::vector<std::string> &moreArguments) {
+    Command command{hostPath(VELTRIN_PRINTER),
+                    {"veltrin-printer",
+                     "--scenario=" + hostPath(VELTRIN_SCENARIOS) + "/" + scenario + ".json",
+                     std::string("--output=") + outputFile, std::string("--report=") + reportFile}};
+    command.arguments.insert(command.arguments.end(), moreArguments.begin(), moreArguments.end());
+    command.arguments.push_back(uri);
+    printer.emplace(command);
+    awaitPrinter("listening");
+}
+
+void PrinterFixture::startFilter(const FilterJob &job) {
+    writeFile("/tmp/job", job.stream);
+    Command command{job.program.empty() ? hostPath(VELTRIN_FILTER) : job.program,
+                    {"Queue", "7", "user", "title", "1", job.options}};
+    command.environment = {{"DEVICE_URI", uri},
+                           {"LANG", "C"},
+                           {"TMPDIR", spoolFolder},
+                           {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};
+    // From a file: nobody has to feed it while the test looks at the printer.
+    command.input = File{"/tmp/job"};
+    filter.emplace(command);
+}
+
+void PrinterFixture::awaitPrinter(const std::string &line) {
+    ASSERT_TRUE(printer->waitUntil([&] {
+        const std::vector<std::string> lines = printerLines(printer->output());
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    })) << "the printer has not written \""
+        << line << "\" but\n"
+        << printer->output() << printer->errors();
+}
+
+void PrinterFixture::awaitLog(const std::string &message, std::size_t times) {
+    ASSERT_TRUE(filter->waitUntil([&] {
+        if (!std::filesystem::exists("/tmp/CUPSDebug.log")) {
+            return false;
+        }
+        const std::vector<std::string> messages = log();
+        return static_cast<std::size_t>(std::count(messages.begin(), messages.end(), message)) >= times;
+    })) << "the log does not have \""
+        << message << "\"";
+}
+
+void PrinterFixture::awaitStatusLine(const std::string &line, std::size_t times) {
+    ASSERT_TRUE(filter->waitUntil([&] {
+        const std::vector<std::string> lines = linesOf(filter->errors());
+        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line)) >= times;
+    })) << "the filter has not written \""
+        << line << "\" but\n"
+        << filter->errors();
+}
+
+ProcessResult PrinterFixture::finishFilter() {
+    const ProcessResult result = filter->finish();
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(result.output, "");
+    return result;
+}
+
+ProcessResult PrinterFixture::finishPrinter() {
+    const ProcessResult result = printer->finish();
+    EXPECT_FALSE(result.timedOut) << result.output;
+    EXPECT_EQ(result.errors, "");
+    return result;
+}
+
+std::vector<std::string> PrinterFixture::notifications() const {
+    std::vector<std::string> result;
+    for (const std::string &line : printerLines(printer->output())) {
+        const bool block = line.starts_with("< writePipe, ");
+        const std::string text = block ? "< writePipe" : line;
+        if ((line.starts_with("<") || line.starts_with(">")) &&
+            !(block && !result.empty() && result.back() == text)) {
+            result.push_back(text);
+        }
+    }
+    return result;
+}
+
+nlohmann::json PrinterFixture::reportedJob() {
+    const nlohmann::json report = nlohmann::json::parse(readFile(reportFile), nullptr, false);
+    if (!report.is_object() || report.value("jobs", nlohmann::json::array()).size() != 1) {
+        ADD_FAILURE() << "the report does not have one job: " << report.dump();
+        return nlohmann::json::object();
+    }
+    return report["jobs"][0];
+}
+
+std::vector<std::string> PrinterFixture::statusLines(const ProcessResult &filter) {
+    std::vector<std::string> lines = linesOf(filter.errors);
+    lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
+    EXPECT_FALSE(lines.empty());
+    if (!lines.empty()) {
+        lines.erase(lines.begin());
+    }
+    return lines;
+}
+
+std::vector<std::string> PrinterFixture::log() {
+    return messagesOf(readFile("/tmp/CUPSDebug.log"));
+}
+
+void PrinterFixture::expectNothingLeft() {
+    EXPECT_THAT(namesIn(spoolFolder), testing::IsEmpty());
+    EXPECT_FALSE(std::filesystem::exists("/tmp/Sem_File00001"));
+}
+
+std::vector<std::string> PrinterFixture::printerLines(const std::string &output) {
+    std::vector<std::string> lines = linesOf(output);
+    for (std::string &line : lines) {
+        line.erase(0, line.find(' ') + 1);
+    }
+    return lines;
+}
+
+std::string afterReset(const std::string &stream) {
+    return "GDIC GDIREND    " + stream;
+}
+
+std::string cancelRecord() {
+    return std::string("GDIC CANCEL    ") + '\0';
+}
+
+} // namespace veltrin::test

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "tests/support/PrivateBus.h"
+#include "tests/support/Process.h"
+#include "tools/StreamMaker.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace veltrin::test {
+
+/// A job as the scheduler hands it to the filter.
+struct FilterJob {
+    std::string stream = makeStream(StreamOptions());
+    std::string options = {};
+    std::string program = {}; ///< without: the filter of the build tree
+};
+
+/// Runs the filter and a virtual printer as processes on a message bus of the test's own.
+class PrinterFixture : public testing::Test {
+  protected:
+    static constexpr const char *spoolFolder = "/tmp/spool";
+    static constexpr const char *outputFile = "/tmp/printed";
+    static constexpr const char *reportFile = "/tmp/report.json";
+
+    PrinterFixture();
+
+    /// Starts the printer with a scenario of tests/scenarios/, for one job, and waits until it listens.
+    void startPrinter(const std::string &scenario,
+                      const std::vector<std::string> &moreArguments = {"--jobs=1"});
+
+    void startFilter(const FilterJob &job = {});
+
+    /// Waits until the printer has written this line.
+    void awaitPrinter(const std::string &line);
+
+    /// Waits until the filter's log has this message; with a count, so often.
+    void awaitLog(const std::string &message, std::size_t times = 1);
+
+    /// Waits until the filter has written this line to standard error.
+    void awaitStatusLine(const std::string &line, std::size_t times = 1);
+
+    /// The end of the job: the filter's result, after which the printer's is there, too.
+    ProcessResult finishFilter();
+    ProcessResult finishPrinter();
+
+    /// What the printer wrote, without the times; "< writePipe" lines in a row count as one without its size.
+    [[nodiscard]] std::vector<std::string> notifications() const;
+
+    /// The report's only job.
+    [[nodiscard]] static nlohmann::json reportedJob();
+
+    /// The lines on the filter's standard error behind the one with the URI's scheme, each once however often
+    /// it was repeated in a row.
+    [[nodiscard]] static std::vector<std::string> statusLines(const ProcessResult &filter);
+
+    [[nodiscard]] static std::vector<std::string> log();
+
+    /// What every job must leave as it was.
+    static void expectNothingLeft();
+
+    [[nodiscard]] static std::vector<std::string> printerLines(const std::string &output);
+
+    std::string uri = "socket://printer.example:9100/queue?x='y'";
+    PrivateBus bus;
+    std::optional<Process> printer;
+    std::optional<Process> filter;
+};
+
+/// What the printer gets: the reset command, then this.
+[[nodiscard]] std::string afterReset(const std::string &stream);
+
+[[nodiscard]] std::string cancelRecord();
+
+} // namespace veltrin::test

@@ -1,0 +1,325 @@
+#include "tests/printer/PrinterFixture.h"
+#include "tests/support/BusClient.h"
+#include "tests/support/Files.h"
+#include "tests/support/PrivateTmp.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+// The virtual printer as people and as CUPS start it.
+
+namespace veltrin {
+namespace {
+
+using test::afterReset;
+using test::Command;
+using test::ProcessResult;
+using test::readFile;
+using test::run;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+Command printerCommand(const std::vector<std::string> &arguments) {
+    Command command{test::hostPath(VELTRIN_PRINTER), {"veltrin-printer"}};
+    command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
+    return command;
+}
+
+std::string streamForPrinter() {
+    StreamOptions options;
+    options.identifier.reset();
+    return makeStream(options);
+}
+
+// ---- By hand
+
+class PrinterByHand : public test::PrinterFixture {};
+
+TEST_F(PrinterByHand, SaysGoodbyeWhenItIsToEnd) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        startPrinter("one-sided", {});
+        printer->send(signal);
+        EXPECT_EQ(finishPrinter().exitStatus, 0);
+        EXPECT_THAT(notifications(), ElementsAre("> backend-alive", "> backend-byebye"));
+        const nlohmann::json expected = {{"uri", uri}, {"jobs", nlohmann::json::array()}};
+        EXPECT_EQ(nlohmann::json::parse(readFile(reportFile)), expected);
+    }
+}
+
+TEST_F(PrinterByHand, IsHeardByWhoeverWaitsForIt) {
+    test::BusClient host(uri + ".frontend");
+    startPrinter("one-sided", {});
+    printer->send(SIGTERM);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    host.process();
+    std::vector<std::string> objects;
+    for (const test::BusClient::Message &message : host.received) {
+        const char *name = nullptr;
+        const char *object = nullptr;
+        ASSERT_GT(sd_bus_message_read(message.get(), "sv", &name, "s", &object), 0);
+        EXPECT_EQ(name, uri + ".frontend");
+        objects.emplace_back(object);
+    }
+    EXPECT_THAT(objects, ElementsAre("backend-alive", "backend-byebye"));
+}
+
+TEST_F(PrinterByHand, TakesJobAfterJob) {
+    startPrinter("one-sided", {"--jobs=2"});
+    for (int job = 0; job < 2; ++job) {
+        startFilter();
+        EXPECT_EQ(finishFilter().exitStatus, 0);
+    }
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    const nlohmann::json report = nlohmann::json::parse(readFile(reportFile));
+    ASSERT_EQ(report["jobs"].size(), 2U);
+    EXPECT_EQ(report["jobs"][1]["job"], 2);
+    EXPECT_EQ(report["jobs"][1]["outcome"], "whole");
+    EXPECT_EQ(readFile(outputFile), afterReset(streamForPrinter()) + afterReset(streamForPrinter()));
+}
+
+TEST_F(PrinterByHand, ReportsTheJobThatItWasInTheMiddleOf) {
+    startPrinter("port-busy-for-good", {});
+    startFilter();
+    awaitPrinter("< readPipe");
+    printer->send(SIGTERM);
+    EXPECT_EQ(finishPrinter().exitStatus, 1);
+    EXPECT_EQ(reportedJob()["outcome"], "broken");
+}
+
+TEST_F(PrinterByHand, CannotDoWithoutABus) {
+    bus.kill();
+    const ProcessResult result = run(printerCommand({uri}));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_THAT(result.errors,
+                testing::MatchesRegex("veltrin-printer: cannot connect to the system bus: .*\n"));
+}
+
+TEST_F(PrinterByHand, RefusesMistakes) {
+    test::writeFile("/tmp/bad.json", R"({"description": "x", "printer": {"model": 4}})");
+
+    struct Mistake {
+        std::vector<std::string> arguments;
+        int exitStatus;
+        std::string message;
+    };
+
+    const std::string help = "Try 'veltrin-printer --help'.\n";
+    for (const Mistake &mistake : std::vector<Mistake>{
+             {{"--jobs=1"}, 2, "veltrin-printer: wants one device URI\n" + help},
+             {{uri, "another"}, 2, "veltrin-printer: wants one device URI\n" + help},
+             {{"--jobs=0", uri}, 2, "veltrin-printer: --jobs does not take '0'\n" + help},
+             {{"--jobs=many", uri}, 2, "veltrin-printer: --jobs does not take 'many'\n" + help},
+             {{"--scenario=/tmp/none.json", uri},
+              1,
+              "veltrin-printer: /tmp/none.json: No such file or directory\n"},
+             {{"--scenario=/tmp/bad.json", uri},
+              1,
+              "veltrin-printer: /tmp/bad.json: printer.model must be a whole number from 0 to 3\n"},
+             {{"--output=/tmp", uri}, 1, "veltrin-printer: /tmp: Is a directory\n"}}) {
+        const ProcessResult result = run(printerCommand(mistake.arguments));
+        EXPECT_EQ(result.exitStatus, mistake.exitStatus);
+        EXPECT_EQ(result.errors, mistake.message);
+        EXPECT_EQ(result.output, "");
+    }
+}
+
+TEST_F(PrinterByHand, FailsWhenItCannotWrite) {
+    printer.emplace(printerCommand({"--report=/dev/full", uri}));
+    awaitPrinter("listening");
+    printer->send(SIGTERM);
+    ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.errors, "veltrin-printer: /dev/full: No space left on device\n");
+
+    printer.emplace(printerCommand({"--output=/dev/full", uri}));
+    awaitPrinter("listening");
+    startFilter();
+    result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.errors, "veltrin-printer: /dev/full: No space left on device\n");
+
+    Command command = printerCommand({uri});
+    command.output = test::File{"/dev/full"};
+    EXPECT_EQ(run(command).exitStatus, 1);
+}
+
+TEST_F(PrinterByHand, DrawsAPictureOnATerminal) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    std::array<char, 64> name{};
+    ASSERT_EQ(ptsname_r(terminal, name.data(), name.size()), 0);
+    const int screen = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    winsize size{};
+    size.ws_col = 60;
+    size.ws_row = 25;
+    ASSERT_EQ(ioctl(screen, TIOCSWINSZ, &size), 0);
+
+    Command command = printerCommand({uri});
+    command.output = test::Descriptor{screen};
+    printer.emplace(command);
+    std::string drawn;
+    const auto shows = [&drawn, terminal](const std::string &text) {
+        std::array<char, 4096> block{};
+        ssize_t got = 0;
+        while ((got = read(terminal, block.data(), block.size())) > 0) {
+            drawn.append(block.data(), static_cast<std::size_t>(got));
+        }
+        return drawn.find(text) != std::string::npos;
+    };
+    EXPECT_TRUE(printer->waitUntil([&] { return shows("> backend-alive\r\n"); })) << drawn;
+    EXPECT_THAT(drawn, HasSubstr("status         0/0/0 Ready\r\n"));
+    EXPECT_THAT(drawn, HasSubstr("[------------------------------]"));
+    startFilter();
+    // The next picture is drawn over the last one.
+    EXPECT_TRUE(printer->waitUntil([&] { return shows("A\x1b[J" + uri + "\r\n"); })) << drawn;
+    EXPECT_TRUE(printer->waitUntil([&] { return shows("< fronted-alive\r\n"); })) << drawn;
+    for (const std::string &line : test::linesOf(drawn)) {
+        EXPECT_LE(line.size(), 60U + std::string("\x1b[10A\x1b[J").size()) << line;
+    }
+    printer->send(SIGTERM);
+    EXPECT_EQ(printer->finish().exitStatus, 1); // in the middle of a job
+    close(screen);
+    close(terminal);
+}
+
+// ---- As a CUPS backend
+
+class PrinterAsBackend : public test::PrinterFixture {
+  protected:
+    void startBackend(const std::vector<std::string> &arguments = {"7", "user", "title", "1", ""}) {
+        Command command = printerCommand(arguments);
+        command.arguments[0] = "veltrin-printer:/lx-520n";
+        command.environment = {{"DEVICE_URI", uri},
+                               {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};
+        command.input = test::Pipe();
+        printer.emplace(command);
+    }
+
+    [[nodiscard]] bool says(const std::string &text) {
+        return printer->waitUntil([&] { return printer->errors().find(text) != std::string::npos; });
+    }
+};
+
+TEST_F(PrinterAsBackend, ListsItsPrinters) {
+    const ProcessResult result = run(printerCommand({}));
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_THAT(test::linesOf(result.output),
+                ElementsAre(R"(direct veltrin-printer:/lx-410n "Morvex LX 410N" "Virtual Morvex LX 410N" )"
+                            R"("MFG:Morvex;MDL:LX 410N;CLS:PRINTER;" "")",
+                            R"(direct veltrin-printer:/lx-520n "Morvex LX 520N" "Virtual Morvex LX 520N" )"
+                            R"("MFG:Morvex;MDL:LX 520N;CLS:PRINTER;" "")"));
+}
+
+TEST_F(PrinterAsBackend, TakesAFiltersJob) {
+    uri = "veltrin-printer:/lx-520n";
+    startBackend();
+    ASSERT_TRUE(says("listening"));
+    StreamOptions options;
+    options.pages = 2;
+    startFilter({.stream = makeStream(options),
+                 .options = "com.apple.print.PrintSettings.PMDuplexing..n.=2 "
+                            "com.apple.print.PrintSettings.PMTotalSidesImaged..n.=2"});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.output, "");
+    // The URI stands for a model with a duplex unit.
+    EXPECT_THAT(result.errors, HasSubstr("job 1 whole: 2 pages on 1 sheet"));
+    for (const std::string &line : test::linesOf(result.errors)) {
+        EXPECT_THAT(line, testing::StartsWith("DEBUG: "));
+    }
+}
+
+TEST_F(PrinterAsBackend, TakesACancelledJobToItsEnd) {
+    startBackend();
+    ASSERT_TRUE(says("listening"));
+    startFilter();
+    ASSERT_TRUE(says("> readPipe"));
+    // As the scheduler does: to both at once.
+    printer->send(SIGTERM);
+    filter->send(SIGTERM);
+    EXPECT_EQ(finishFilter().exitStatus, 1);
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(result.errors, HasSubstr("command GDIC CANCEL"));
+    EXPECT_THAT(result.errors, HasSubstr("job 1 cancelled"));
+    EXPECT_THAT(result.errors, HasSubstr("< frontend-byebye"));
+}
+
+TEST_F(PrinterAsBackend, FailsWithABrokenJob) {
+    startBackend();
+    ASSERT_TRUE(says("listening"));
+    startFilter({.stream = makeStream(StreamOptions()).substr(0, 2000)});
+    EXPECT_EQ(finishFilter().exitStatus, 1);
+    // The filter sends the cancel record, so the printer is not left with half a job.
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(result.errors, HasSubstr("job 1 cancelled"));
+
+    startBackend();
+    ASSERT_TRUE(says("listening"));
+    startFilter();
+    ASSERT_TRUE(says("> readPipe"));
+    filter->send(SIGKILL);
+    EXPECT_EQ(finishFilter().signal, SIGKILL);
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+    EXPECT_THAT(printer->errors(), HasSubstr("ERROR: job 1 broken"));
+}
+
+TEST_F(PrinterAsBackend, TakesWhatComesOnStandardInput) {
+    startBackend();
+    printer->write(streamForPrinter());
+    printer->closeInput();
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(result.errors, HasSubstr("job 1 whole: 1 page on 1 sheet"));
+}
+
+TEST_F(PrinterAsBackend, FailsWhenNothingComesAtAll) {
+    startBackend();
+    printer->closeInput();
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+}
+
+TEST_F(PrinterAsBackend, TakesAFileAsOftenAsCopiesAreWanted) {
+    test::writeFile("/tmp/raw", streamForPrinter());
+    startBackend({"7", "user", "title", "2", "", "/tmp/raw"});
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(test::linesOf(result.errors),
+                ElementsAre("DEBUG: job 1 whole: 1 page on 1 sheet, 1 copy, 4564 bytes",
+                            "DEBUG: job 2 whole: 1 page on 1 sheet, 1 copy, 4564 bytes"));
+
+    test::writeFile("/tmp/raw", "no page stream");
+    startBackend({"7", "user", "title", "1", "", "/tmp/raw"});
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+    startBackend({"7", "user", "title", "1", "", "/tmp/none"});
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+    EXPECT_EQ(printer->errors(), "ERROR: /tmp/none: No such file or directory\n");
+    startBackend({"7", "user", "title", "0", "", "/tmp/raw"});
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+    EXPECT_EQ(printer->errors(), "ERROR: the number of copies is \"0\"\n");
+}
+
+TEST_F(PrinterAsBackend, FailsWithoutABus) {
+    bus.kill();
+    startBackend();
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+    EXPECT_THAT(printer->errors(), HasSubstr("ERROR: cannot connect to the system bus"));
+}
+
+} // namespace
+} // namespace veltrin

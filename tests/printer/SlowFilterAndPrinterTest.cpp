@@ -1,0 +1,96 @@
+#include "tests/printer/PrinterFixture.h"
+#include "tests/support/Files.h"
+#include "tests/support/PrivateTmp.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+
+// What takes half a minute and more, because the filter's patience is real here.
+
+namespace veltrin {
+namespace {
+
+using namespace std::chrono_literals;
+using test::ProcessResult;
+using testing::ElementsAre;
+
+class SlowFilterAndPrinter : public test::PrinterFixture {
+  protected:
+    void startTwoPageJob() {
+        StreamOptions options;
+        options.pages = 2;
+        startFilter({.stream = makeStream(options)});
+    }
+
+    /// The filter waits for half a minute before it tells of it.
+    void awaitCommunicationError() {
+        EXPECT_TRUE(filter->waitUntil(
+            [this] {
+                return filter->errors().find("ERROR: recoverable: Unable to communicate with printer\n") !=
+                       std::string::npos;
+            },
+            60s));
+    }
+};
+
+TEST_F(SlowFilterAndPrinter, FailWhenTheBackendNeverAnnouncesItself) {
+    startPrinter("no-announcement");
+    startFilter();
+    awaitLog("FrontendIPC sendData: waiting for backend alive...", 3);
+    filter->send(SIGTERM); // does not shorten the wait
+    const ProcessResult result = filter->finish(60s);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(finishPrinter().exitStatus, 1);
+    EXPECT_THAT(notifications(), ElementsAre("< fronted-alive", "< frontend-byebye", "> backend-byebye"));
+    const std::vector<std::string> messages = log();
+    EXPECT_EQ(
+        std::count(messages.begin(), messages.end(), "FrontendIPC sendData: waiting for backend alive..."),
+        100);
+    EXPECT_EQ(test::readFile(outputFile), "");
+    expectNothingLeft();
+}
+
+TEST_F(SlowFilterAndPrinter, FailWhenTheBackendLeavesForGood) {
+    startPrinter("leaves-for-good");
+    startTwoPageJob();
+    awaitCommunicationError();
+    filter->send(SIGTERM);
+    // The end-of-job mark and the cancel record each wait as long as the page did.
+    EXPECT_EQ(filter->finish(100s).exitStatus, 1);
+    EXPECT_EQ(finishPrinter().exitStatus, 1);
+    EXPECT_EQ(reportedJob()["outcome"], "broken");
+    EXPECT_EQ(reportedJob()["pages"].size(), 1U);
+    expectNothingLeft();
+}
+
+TEST_F(SlowFilterAndPrinter, TellWhenTheBackendVanishes) {
+    startPrinter("vanishes");
+    startTwoPageJob();
+    EXPECT_EQ(finishPrinter().exitStatus, 1);
+    EXPECT_EQ(reportedJob()["outcome"], "broken");
+    awaitCommunicationError();
+    EXPECT_THAT(log(), testing::Contains("FrontendIPC::handleNotification:backend-byebye"));
+}
+
+class SlowBackend : public test::PrinterFixture {};
+
+TEST_F(SlowBackend, DoesNotOutliveACancelledJobForLong) {
+    test::Command command{test::hostPath(VELTRIN_PRINTER), {uri, "7", "user", "title", "1", ""}};
+    command.input = test::Pipe(); // of a filter that hangs
+    printer.emplace(command);
+    ASSERT_TRUE(
+        printer->waitUntil([this] { return printer->errors().find("listening") != std::string::npos; }));
+    printer->send(SIGTERM);
+    EXPECT_FALSE(printer->waitUntil([this] { return printer->hasEnded(); }, 10s));
+    const ProcessResult result = printer->finish(20s);
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(result.exitStatus, 0);
+}
+
+} // namespace
+} // namespace veltrin
