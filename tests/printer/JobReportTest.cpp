@@ -96,6 +96,17 @@ TEST(JobReport, HasEveryFieldInJson) {
     EXPECT_EQ(json, expected) << json.dump(2);
 }
 
+TEST(JobReport, IsADocumentWhateverBytesCame) {
+    const JobReport report = reportOf("GDIC \xFF\x01         ");
+    ASSERT_EQ(report.commands.size(), 1U);
+    const std::string document = reportDocument("usb://x", {report, report});
+    const Json json = Json::parse(document);
+    EXPECT_EQ(json["uri"], "usb://x");
+    EXPECT_EQ(json["jobs"].size(), 2U);
+    EXPECT_EQ(json["jobs"][1]["commands"][0]["text"], "GDIC \uFFFD\u0001         ");
+    EXPECT_TRUE(document.ends_with("}\n"));
+}
+
 TEST(JobReport, SaysInOneLineWhatCameOut) {
     JobReport report = reportOf(makeStream(forPrinter()) + "x");
     report.overruns = {{{}, MemoryPool::header, 12}};

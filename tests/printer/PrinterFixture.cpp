@@ -72,14 +72,14 @@ void PrinterFixture::awaitStatusLine(const std::string &line, std::size_t times)
 }
 
 ProcessResult PrinterFixture::finishFilter() {
-    const ProcessResult result = filter->finish();
+    ProcessResult result = filter->finish();
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(result.output, "");
     return result;
 }
 
 ProcessResult PrinterFixture::finishPrinter() {
-    const ProcessResult result = printer->finish();
+    ProcessResult result = printer->finish();
     EXPECT_FALSE(result.timedOut) << result.output;
     EXPECT_EQ(result.errors, "");
     return result;

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 
 namespace veltrin {
 namespace {
@@ -30,8 +29,8 @@ void receivePage(PrinterModel &printer, std::uint8_t type = 0, std::uint8_t tray
     printer.pageArrived(pageHeader(type, tray));
 }
 
-PrinterModel printerInJob(PrinterSettings settings = slowPrinter()) {
-    PrinterModel printer(std::move(settings));
+PrinterModel printerInJob(const PrinterSettings &settings = slowPrinter()) {
+    PrinterModel printer(settings);
     printer.jobBegan();
     return printer;
 }

@@ -7,12 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <signal.h>
-#include <stdlib.h>
+#include <stdlib.h> // NOLINT(modernize-deprecated-headers): POSIX's posix_openpt()
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <string>
 #include <vector>
 

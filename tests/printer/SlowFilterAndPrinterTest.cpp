@@ -5,10 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <signal.h>
-
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 
 // What takes half a minute and more, because the filter's patience is real here.
 

@@ -19,7 +19,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 /// A virtual printer in virtual time; the test is its host.
 class PrinterUnderTest {
@@ -41,9 +40,9 @@ class PrinterUnderTest {
     }
 
     /// Header by header and block by block, as the filter does.
-    void hostSendsPage(std::uint32_t page, StreamOptions options = {}) {
+    void hostSendsPage(std::uint32_t page, const StreamOptions &options = {}) {
         const std::string bytes = makePage(options, page);
-        const std::size_t bandData = static_cast<std::size_t>(options.planeSizes.total());
+        const auto bandData = static_cast<std::size_t>(options.planeSizes.total());
         std::size_t at = 0;
         const auto send = [&](std::size_t size) {
             hostSends("writePipe", bytes.substr(at, size));

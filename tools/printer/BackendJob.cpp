@@ -177,8 +177,9 @@ std::string discoveryLines() {
     std::string lines;
     for (const KnownPrinter &known : knownPrinters) {
         const std::string model(modelDescription(known.model).english);
-        lines += std::string("direct ") + known.uri + " \"" + model + "\" \"Virtual " + model + "\" \"" +
-                 known.deviceId + "\" \"\"\n";
+        lines.append("direct ").append(known.uri);
+        lines.append(" \"").append(model).append("\" \"Virtual ").append(model);
+        lines.append("\" \"").append(known.deviceId).append("\" \"\"\n");
     }
     return lines;
 }

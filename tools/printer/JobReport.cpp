@@ -94,6 +94,15 @@ nlohmann::ordered_json toJson(const JobReport &job) {
     return json;
 }
 
+std::string reportDocument(const std::string &uri, const std::vector<JobReport> &jobs) {
+    Json document = {{"uri", uri}, {"jobs", Json::array()}};
+    for (const JobReport &job : jobs) {
+        document["jobs"].push_back(toJson(job));
+    }
+    // Bytes that are no UTF-8 become replacement characters.
+    return document.dump(2, ' ', true, Json::error_handler_t::replace) + "\n";
+}
+
 std::string summaryOf(const JobReport &job) {
     std::string text = "job " + std::to_string(job.number) + " " + nameOf(job.outcome()) + ": " +
                        counted(job.pages.size(), "page", "pages") + " on " +

@@ -40,6 +40,9 @@ struct JobReport {
 
 [[nodiscard]] nlohmann::ordered_json toJson(const JobReport &job);
 
+/// The report of all jobs, as the text of a JSON document in ASCII.
+[[nodiscard]] std::string reportDocument(const std::string &uri, const std::vector<JobReport> &jobs);
+
 /// One line for people, such as "job 1 whole: 4 pages on 2 sheets, 1 copy, 16720 bytes".
 [[nodiscard]] std::string summaryOf(const JobReport &job);
 

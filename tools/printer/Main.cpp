@@ -5,13 +5,12 @@
 #include "tools/printer/PrinterRun.h"
 #include "tools/printer/StatusView.h"
 
-#include <nlohmann/json.hpp>
-
 #include <fcntl.h>
 #include <getopt.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fstream>
@@ -19,6 +18,7 @@
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 // veltrin-printer: a printer and its backend in one, at the other end of the filter's channel.
 
@@ -150,8 +150,7 @@ int servePrinter(const Options &options, Scenario scenario) {
     const bool onTerminal = isatty(STDOUT_FILENO) == 1;
     StatusView view(options.uri + (scenario.description.empty() ? "" : ": " + scenario.description));
     Terminal terminal;
-    nlohmann::ordered_json jobs = nlohmann::ordered_json::array();
-    bool broken = false;
+    std::vector<JobReport> jobs;
 
     PrinterListener listener;
     listener.told = [&view, onTerminal](PrinterTime when, const std::string &line) {
@@ -163,10 +162,7 @@ int servePrinter(const Options &options, Scenario scenario) {
         }
     };
     listener.dataArrived = [&output](std::span<const std::byte> bytes) { output.write(bytes); };
-    listener.jobEnded = [&jobs, &broken](const JobReport &report) {
-        jobs.push_back(toJson(report));
-        broken = broken || report.outcome() == JobOutcome::broken;
-    };
+    listener.jobEnded = [&jobs](const JobReport &report) { jobs.push_back(report); };
     const auto goOn = [&](const VirtualPrinter &printer, PrinterTime /*now*/) {
         if (onTerminal) {
             terminal.draw(view, printer.printer());
@@ -189,15 +185,15 @@ int servePrinter(const Options &options, Scenario scenario) {
         return reportFailure(program, options.outputFile, output.error());
     }
     OutputFile reportFile(options.reportFile);
-    const std::string report = nlohmann::ordered_json({{"uri", options.uri}, {"jobs", jobs}})
-                                   .dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) +
-                               "\n";
+    const std::string report = reportDocument(options.uri, jobs);
     reportFile.write(std::as_bytes(std::span(report)));
     reportFile.close();
     if (reportFile.error() != 0) {
         return reportFailure(program, options.reportFile, reportFile.error());
     }
     const int status = printText(program, "");
+    const bool broken = std::any_of(jobs.begin(), jobs.end(),
+                                    [](const JobReport &job) { return job.outcome() == JobOutcome::broken; });
     return status == exitFine && broken ? exitFailure : status;
 }
 

@@ -51,7 +51,7 @@ Tray trayOfPage(const PageHeader &page) {
     return isTray ? static_cast<Tray>(page.bPaperTray) : Tray::tray1;
 }
 
-PrinterModel::PrinterModel(PrinterSettings initial) : settings(std::move(initial)) {}
+PrinterModel::PrinterModel(const PrinterSettings &initial) : settings(initial) {}
 
 void PrinterModel::advance(PrinterTime to) {
     for (auto change = nextChange(); change && *change <= to; change = nextChange()) {

@@ -85,7 +85,7 @@ struct MemoryOverrun {
 /// is to be turned or a fatal status halts the printing, which goes on where it was.
 class PrinterModel {
   public:
-    explicit PrinterModel(PrinterSettings settings);
+    explicit PrinterModel(const PrinterSettings &initial);
 
     /// Lets the time pass up to `now`.
     void advance(PrinterTime now);
