@@ -45,13 +45,14 @@ bool enterPrivateTmp(std::string &problem) {
     if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
         return fail(problem, "make the mounts private");
     }
-    const int outer = open("/tmp", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    // Taken before the new /tmp covers it: a path to it, even one through a descriptor, would lead to the new
+    // one.
+    const int outer = open_tree(AT_FDCWD, "/tmp", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE);
     if (outer == -1 || mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") != 0) {
         return fail(problem, "mount a private /tmp");
     }
-    const std::string outerLink = "/proc/self/fd/" + std::to_string(outer);
     if (mkdir(outerTmp, 0700) != 0 ||
-        mount(outerLink.c_str(), outerTmp, nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+        move_mount(outer, "", AT_FDCWD, outerTmp, MOVE_MOUNT_F_EMPTY_PATH) != 0) {
         return fail(problem, "keep the machine's /tmp in sight");
     }
     close(outer);
