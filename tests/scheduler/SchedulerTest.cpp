@@ -75,6 +75,14 @@ std::string forFilter(const std::vector<std::string> &options) {
     return text;
 }
 
+std::size_t timesIn(const std::string &text, const std::string &part) {
+    std::size_t times = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
+        ++times;
+    }
+    return times;
+}
+
 /// A device that takes nothing before somebody reads it.
 class StuckPrinter {
   public:
@@ -201,6 +209,11 @@ TEST(SchedulerTest, ABrokenDeviceIsShownUntilTheJobIsCancelled) {
     printer.breakDown();
     EXPECT_TRUE(scheduler.waitUntil([&] {
         return scheduler.queueStatus().message == "Unable to communicate with printer";
+    })) << scheduler.log();
+    // Without repeating it, the filter would have one such line for each of the eight pages and a few parts
+    // more.
+    EXPECT_TRUE(scheduler.waitUntil([&] {
+        return timesIn(scheduler.log(), "Unable to communicate with printer") > 15;
     })) << scheduler.log();
     EXPECT_EQ(scheduler.stateOf(job), IPP_JSTATE_PROCESSING);
 
