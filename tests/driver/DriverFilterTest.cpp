@@ -1424,7 +1424,7 @@ TEST_F(DriverFilterTest, WaitsForTheEndOfTheJobToBeAcknowledgedUnlessCancelled) 
 
 TEST_F(DriverFilterTest, SigtermAtTheEndOfAJobLeavesItPrinted) {
     OpenDriver *filter = start(uri, "", makeStream(streamOf(1)));
-    center().afterPost = [this, given = center().afterPost](const test::FakeNotificationCenter::Post &post) {
+    center().afterPost = [given = center().afterPost](const test::FakeNotificationCenter::Post &post) {
         given(post);
         if (post.data && textOf(*post.data) == "JIDG") {
             gSigTerm = 1;
