@@ -1,6 +1,6 @@
 #pragma once
 
-#include <signal.h> // NOLINT(modernize-deprecated-headers): POSIX's siginfo_t
+#include <signal.h>
 
 #include <atomic>
 #include <cstdint>

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <stdlib.h> // NOLINT(modernize-deprecated-headers): POSIX's posix_openpt()
+#include <stdlib.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 

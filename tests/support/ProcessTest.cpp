@@ -45,7 +45,7 @@ TEST(Process, ReportsTheSignalThatEndedIt) {
 }
 
 TEST(Process, ChoosesEveryArgumentFromTheNameOn) {
-    Command command = shell("printf '%s|' \"$0\" \"$@\"");
+    Command command = shell(R"(printf '%s|' "$0" "$@")");
     command.arguments.insert(command.arguments.end(), {"queue name", "", "a'b\"c$d"});
     EXPECT_EQ(run(command).output, "queue name||a'b\"c$d|");
     command = {"/bin/cat", {"a name of its own", "/no/such/file"}};

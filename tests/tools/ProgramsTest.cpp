@@ -28,7 +28,6 @@ using test::ProcessResult;
 using test::readFile;
 using test::run;
 using test::writeFile;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;

@@ -1,6 +1,6 @@
 #include "tools/printer/PrinterRun.h"
 
-#include <signal.h> // NOLINT(modernize-deprecated-headers): POSIX's sigaction()
+#include <signal.h>
 
 #include <algorithm>
 #include <atomic>
