@@ -36,7 +36,7 @@ class ReadAheadTest : public testing::Test {
         return text;
     }
 
-    std::string kept(int fd) const {
+    [[nodiscard]] std::string kept(int fd) const {
         const auto bytes = readAhead.kept(fd);
         return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
     }

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
+#include <utility>
 
 namespace veltrin::test {
 
@@ -79,7 +80,7 @@ std::string quotedForLog(const std::string &log) {
 
 } // namespace
 
-PrivateScheduler::PrivateScheduler(const std::string &file) : device(file) {
+PrivateScheduler::PrivateScheduler(std::string file) : device(std::move(file)) {
     std::string path = "/tmp/cups-XXXXXX";
     root = mkdtemp(path.data());
     // The filter's user comes through here.

@@ -21,7 +21,7 @@ class PrivateScheduler {
 
     /// Starts it, with a queue that prints to the file `device`. Fails the running test where that is
     /// impossible.
-    explicit PrivateScheduler(const std::string &device);
+    explicit PrivateScheduler(std::string device);
     PrivateScheduler(const PrivateScheduler &) = delete;
     PrivateScheduler &operator=(const PrivateScheduler &) = delete;
     ~PrivateScheduler();
