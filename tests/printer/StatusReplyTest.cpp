@@ -50,10 +50,10 @@ TEST(StatusReply, CanHaveEveryFault) {
     EXPECT_EQ(with(ReplyFault::tooLong)->data, longer);
     EXPECT_EQ(with(ReplyFault::wrongObject)->object, "writePipe");
     EXPECT_EQ(with(ReplyFault::wrongObject)->data, whole);
-    const auto wrongTag = with(ReplyFault::wrongTag)->data;
-    ASSERT_EQ(wrongTag->size(), 64U);
-    EXPECT_EQ(std::memcmp(wrongTag->data(), "RIDG", 4), 0);
-    EXPECT_TRUE(std::equal(wrongTag->begin() + 4, wrongTag->end(), whole.begin() + 4));
+    const std::vector<std::byte> wrongTag = with(ReplyFault::wrongTag)->data.value();
+    ASSERT_EQ(wrongTag.size(), 64U);
+    EXPECT_EQ(std::memcmp(wrongTag.data(), "RIDG", 4), 0);
+    EXPECT_TRUE(std::equal(wrongTag.begin() + 4, wrongTag.end(), whole.begin() + 4));
 }
 
 TEST(StatusReply, HasTheFaultOfTheFirstRuleThatFits) {

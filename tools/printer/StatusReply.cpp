@@ -34,7 +34,7 @@ std::optional<StatusReply> statusReply(const std::vector<ReplyRule> &rules, std:
         reply.data->pop_back();
         break;
     case ReplyFault::tooLong:
-        reply.data->push_back(std::byte{0});
+        reply.data->resize(sizeof record + 1);
         break;
     case ReplyFault::wrongTag:
         std::reverse(reply.data->begin(), reply.data->begin() + reverseRecordTag.size());
