@@ -192,7 +192,7 @@ void FrontendIPC::handleCommand(const platform::Notification &notification) {
 void FrontendIPC::postNotificationCommand(const std::string &command) {
     try {
         center->post(backendServerName, command, std::nullopt);
-        center->turn(commandTurn);
+        center->turnAfterPost(commandTurn);
     } catch (const std::exception &) {
         CPSDebugLog("FrontendIPC postNotificationCommand: Catch Exception!");
     }
@@ -202,7 +202,7 @@ void FrontendIPC::postNotificationCommand(const std::string &command) {
 bool FrontendIPC::postNotificationSendData(std::span<const std::byte> block) {
     try {
         center->post(backendServerName, writePipe, block);
-        center->turn(dataTurn);
+        center->turnAfterPost(dataTurn);
         return true;
     } catch (const std::exception &) {
         CPSDebugLog("FrontendIPC postNotificationSendData: Catch Exception!");

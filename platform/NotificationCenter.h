@@ -35,7 +35,7 @@ class NotificationError : public std::runtime_error {
 /// The system's service of named notifications between processes, as one end of a channel sees it.
 ///
 /// Everything happens on the calling thread: notifications come in, and queued functions run, only while that
-/// thread turns its run loop (`turn`) or waits inside `post` and `waitForDelivery`.
+/// thread turns its run loop (`turn`, `turnAfterPost`) or waits inside `post` and `waitForDelivery`.
 ///
 /// The channel catches what these methods throw; nobody else has to do with them.
 class NotificationCenter {
@@ -69,6 +69,11 @@ class NotificationCenter {
     /// Turns the run loop: runs the functions queued before, then waits until one notification has been
     /// delivered or `length` has passed. Throws NotificationError where the system gives up on it.
     virtual void turn(std::chrono::microseconds length) = 0;
+
+    /// A turn that follows a post. It also ends once what has come in so far holds nothing to be delivered and
+    /// there is nothing to wait for: the peer has taken the command posted last, or a block posted last leaves
+    /// room for another. Where the peer cannot say so (a broadcast, say), it is like any other turn.
+    virtual void turnAfterPost(std::chrono::microseconds length) = 0;
 
     /// Queues a function to a later turn.
     virtual void performLater(std::function<void()> function) = 0;

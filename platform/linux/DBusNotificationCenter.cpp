@@ -424,6 +424,27 @@ void DBusNotificationCenter::refuse(sd_bus_message *message, const char *error,
 // ---- Turns
 
 void DBusNotificationCenter::turn(std::chrono::microseconds length) {
+    turnUntil(length, [] { return false; });
+}
+
+void DBusNotificationCenter::turnAfterPost(std::chrono::microseconds length) {
+    turnUntil(length, [this] {
+        switch (lastPost) {
+        case Post::block:
+            return calls.size() < window;
+        case Post::answeredCommand:
+            return true;
+        case Post::command:
+        case Post::unanswerable:
+            break;
+        }
+        return false;
+    });
+}
+
+/// A turn that also ends when the condition holds and everything that has come in already is looked at.
+template <typename Condition>
+void DBusNotificationCenter::turnUntil(std::chrono::microseconds length, Condition isOver) {
     const Time end = steady_clock::now() + length;
     for (const auto &function : std::exchange(later, {})) {
         function();
@@ -433,6 +454,9 @@ void DBusNotificationCenter::turn(std::chrono::microseconds length) {
             return;
         }
         if (!processBus()) {
+            if (isOver()) {
+                return;
+            }
             waitForBus(end);
         }
     } while (steady_clock::now() < end);
@@ -496,6 +520,7 @@ void DBusNotificationCenter::requireReceiver(bool withData) const {
 /// Hands one message to the library. Returns 0 or more, or the negative error number.
 int DBusNotificationCenter::trySend(const std::string &name, const std::string &object,
                                     std::optional<std::span<const std::byte>> data) {
+    lastPost = Post::unanswerable;
     const std::string path = notificationPath(name);
     sd_bus_message *raw = nullptr;
     int result = peer.empty() ? sd_bus_message_new_signal(bus.get(), &raw, path.c_str(),
@@ -522,6 +547,7 @@ int DBusNotificationCenter::trySend(const std::string &name, const std::string &
         return result;
     }
     call.slot.reset(slot);
+    lastPost = data ? Post::block : Post::command;
     return result;
 }
 
@@ -533,6 +559,9 @@ int DBusNotificationCenter::answered(sd_bus_message *reply, void *call, sd_bus_e
                              (error->message != nullptr ? error->message : ""));
         center.noteLoss(finished->carriesBlock);
     }
+    if (center.lastPost == Post::command && finished == &center.calls.back()) {
+        center.lastPost = Post::answeredCommand;
+    }
     center.calls.remove_if([finished](const Call &other) { return &other == finished; });
     return 1;
 }
@@ -543,6 +572,7 @@ void DBusNotificationCenter::abandonCalls() {
         noteLoss(call.carriesBlock);
     }
     calls.clear();
+    lastPost = Post::unanswerable;
 }
 
 void DBusNotificationCenter::noteLoss(bool ofBlock) {

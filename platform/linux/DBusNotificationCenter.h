@@ -51,6 +51,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     void post(const std::string &name, const std::string &object,
               std::optional<std::span<const std::byte>> data) override;
     void turn(std::chrono::microseconds length) override;
+    void turnAfterPost(std::chrono::microseconds length) override;
     void performLater(std::function<void()> function) override;
     [[nodiscard]] bool waitForDelivery() override;
 
@@ -100,6 +101,10 @@ class DBusNotificationCenter final : public NotificationCenter {
         Slot slot;
     };
 
+    /// What the turn after a post looks for: room for the next block, a command's reply, or nothing, since
+    /// the post was no call or its reply has been given up.
+    enum class Post { block, command, answeredCommand, unanswerable };
+
     DBusNotificationCenter(Bus openBus, NotificationCenterClient owner, UserCheck check);
 
     static bool acceptsTrustedUser(uid_t user);
@@ -126,6 +131,8 @@ class DBusNotificationCenter final : public NotificationCenter {
     bool isFromPeer(const std::string &sender, const Notification &notification);
     void refuse(sd_bus_message *message, const char *error, const std::string &reason) const;
 
+    template <typename Condition>
+    void turnUntil(std::chrono::microseconds length, Condition isOver);
     template <typename Condition>
     void turnWhile(Condition isToBeWaitedFor);
     void requireReceiver(bool withData) const;
@@ -155,6 +162,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     bool hasPeerSaidFarewell = false;
 
     std::list<Call> calls;
+    Post lastPost = Post::unanswerable;
     bool isBlockLost = false;   // and no post has said so yet
     bool isCommandLost = false; // likewise
 

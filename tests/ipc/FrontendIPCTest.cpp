@@ -142,8 +142,8 @@ TEST_F(FrontendIPCTest, AnnouncesItselfAndWaitsForTheBackend) {
     EXPECT_THAT(log.messages(),
                 ElementsAre("FrontendIPC initWithPortName: port name is: " + std::string(port),
                             "[observe " + frontend + "]", "[post " + backend + " fronted-alive]",
-                            "[turn 100 ms]", sendWaits, "[turn 300 ms]", sendWaits, "[turn 300 ms]",
-                            "FrontendIPC::handleNotification",
+                            "[turn after post 100 ms]", sendWaits, "[turn 300 ms]", sendWaits,
+                            "[turn 300 ms]", "FrontendIPC::handleNotification",
                             "FrontendIPC::handleNotification:backend-alive"));
     EXPECT_THAT(center.posts, ElementsAre(Post{backend, "fronted-alive", std::nullopt}));
     EXPECT_EQ(platform.fakeClock.now, 500ms);
@@ -163,14 +163,15 @@ TEST_F(FrontendIPCTest, TellsTheCenterByWhichObjectsTheBackendComesAndGoes) {
 
 TEST_F(FrontendIPCTest, GivesUpAfterAHundredTurnsWithoutABackend) {
     EXPECT_EQ(makeChannel(), nullptr);
-    EXPECT_THAT(log.messages(),
-                ElementsAreArray(joined({
-                    {"FrontendIPC initWithPortName: port name is: " + std::string(port),
-                     "[observe " + frontend + "]", "[post " + backend + " fronted-alive]", "[turn 100 ms]"},
-                    repeated(100, {sendWaits, "[turn 300 ms]"}),
-                    {"[post " + backend + " frontend-byebye]", "[turn 100 ms]",
-                     "FrontendIPC server exit: " + frontend, "FrontendIPC dealloc:", "[stop observing]"},
-                })));
+    EXPECT_THAT(
+        log.messages(),
+        ElementsAreArray(joined({
+            {"FrontendIPC initWithPortName: port name is: " + std::string(port), "[observe " + frontend + "]",
+             "[post " + backend + " fronted-alive]", "[turn after post 100 ms]"},
+            repeated(100, {sendWaits, "[turn 300 ms]"}),
+            {"[post " + backend + " frontend-byebye]", "[turn after post 100 ms]",
+             "FrontendIPC server exit: " + frontend, "FrontendIPC dealloc:", "[stop observing]"},
+        })));
     EXPECT_EQ(platform.fakeClock.now, 30200ms);
 }
 
@@ -307,7 +308,7 @@ TEST_F(FrontendIPCTest, SendsABlockAsOneNotification) {
     const Block block = blockOf("GDIC GDIREND    ");
     EXPECT_TRUE(channel->sendData(block));
     EXPECT_THAT(center.posts, ElementsAre(Post{backend, "writePipe", block}));
-    EXPECT_THAT(log.messages(), ElementsAre("[post " + backend + " writePipe]", "[turn 10 ms]",
+    EXPECT_THAT(log.messages(), ElementsAre("[post " + backend + " writePipe]", "[turn after post 10 ms]",
                                             "FrontendIPC sendData: sending 16 bytes to backend"));
 }
 
@@ -333,7 +334,7 @@ TEST_F(FrontendIPCTest, ASendWaitsForABackendThatComesBack) {
                 ElementsAreArray(joined({
                     repeated(97, {sendWaits, "[turn 300 ms]"}),
                     {"FrontendIPC::handleNotification", "FrontendIPC::handleNotification:backend-alive",
-                     "[post " + backend + " writePipe]", "[turn 10 ms]",
+                     "[post " + backend + " writePipe]", "[turn after post 10 ms]",
                      "FrontendIPC sendData: sending 25 bytes to backend"},
                 })));
 }
@@ -395,9 +396,9 @@ TEST_F(FrontendIPCTest, ReadsAReplyThatComesDuringTheRequestsOwnTurn) {
     EXPECT_TRUE(channel->readData(record));
     EXPECT_EQ(record, statusRecord);
     EXPECT_THAT(center.posts, ElementsAre(Post{backend, "readPipe", std::nullopt}));
-    EXPECT_THAT(log.messages(),
-                ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]", "[turn 100 ms]",
-                            "FrontendIPC::handleNotification", "FrontendIPC readData Completed"));
+    EXPECT_THAT(log.messages(), ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]",
+                                            "[turn after post 100 ms]", "FrontendIPC::handleNotification",
+                                            "FrontendIPC readData Completed"));
 }
 
 TEST_F(FrontendIPCTest, WaitsForALaterReply) {
@@ -405,9 +406,9 @@ TEST_F(FrontendIPCTest, WaitsForALaterReply) {
     answerRequests(statusRecord, 500ms);
     EXPECT_TRUE(channel->readData(record));
     EXPECT_THAT(log.messages(),
-                ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]", "[turn 100 ms]",
-                            "FrontendIPC waiting data...", "[turn 300 ms]", "FrontendIPC waiting data...",
-                            "[turn 300 ms]", "FrontendIPC::handleNotification",
+                ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]",
+                            "[turn after post 100 ms]", "FrontendIPC waiting data...", "[turn 300 ms]",
+                            "FrontendIPC waiting data...", "[turn 300 ms]", "FrontendIPC::handleNotification",
                             "FrontendIPC readData Completed"));
 }
 
@@ -418,7 +419,7 @@ TEST_F(FrontendIPCTest, AReadFailsAfterTwentyTurnsWithoutAReply) {
     EXPECT_EQ(record, std::nullopt);
     EXPECT_THAT(log.messages(),
                 ElementsAreArray(joined({
-                    {"FrontendIPC readData", "[post " + backend + " readPipe]", "[turn 100 ms]"},
+                    {"FrontendIPC readData", "[post " + backend + " readPipe]", "[turn after post 100 ms]"},
                     repeated(20, {"FrontendIPC waiting data...", "[turn 300 ms]"}),
                     {"FrontendIPC readData failed!", "FrontendIPC readData Completed"},
                 })));
@@ -441,9 +442,9 @@ TEST_F(FrontendIPCTest, AnEmptyReplyIsAFailureAtOnce) {
         EXPECT_FALSE(channel->readData(record));
         EXPECT_EQ(record, std::nullopt);
         EXPECT_THAT(log.messages(),
-                    ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]", "[turn 100 ms]",
-                                "FrontendIPC::handleNotification", "FrontendIPC readData failed!",
-                                "FrontendIPC readData Completed"));
+                    ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]",
+                                "[turn after post 100 ms]", "FrontendIPC::handleNotification",
+                                "FrontendIPC readData failed!", "FrontendIPC readData Completed"));
     }
 }
 
@@ -490,7 +491,7 @@ TEST_F(FrontendIPCTest, AReadWaitsForABackendThatComesBack) {
                 ElementsAre("FrontendIPC readData", readWaits, "[turn 300 ms]", readWaits, "[turn 300 ms]",
                             "FrontendIPC::handleNotification",
                             "FrontendIPC::handleNotification:backend-alive",
-                            "[post " + backend + " readPipe]", "[turn 100 ms]",
+                            "[post " + backend + " readPipe]", "[turn after post 100 ms]",
                             "FrontendIPC::handleNotification", "FrontendIPC readData Completed"));
 }
 
@@ -524,11 +525,11 @@ TEST_F(FrontendIPCTest, AnExceptionWhileAReadWaitsIsAFailedRead) {
     record = statusRecord;
     EXPECT_FALSE(channel->readData(record));
     EXPECT_EQ(record, std::nullopt);
-    EXPECT_THAT(log.messages(),
-                ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]", "[turn 100 ms]",
-                            "FrontendIPC postNotificationCommand: Catch Exception!",
-                            "FrontendIPC waiting data...", "[turn 300 ms]",
-                            "FrontendIPC readData: Catch Exception!"));
+    EXPECT_THAT(log.messages(), ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]",
+                                            "[turn after post 100 ms]",
+                                            "FrontendIPC postNotificationCommand: Catch Exception!",
+                                            "FrontendIPC waiting data...", "[turn 300 ms]",
+                                            "FrontendIPC readData: Catch Exception!"));
 }
 
 // ---- What else may come in
@@ -576,7 +577,8 @@ TEST_F(FrontendIPCTest, StopSaysGoodbye) {
     const auto channel = makeReadyChannel();
     channel->stop();
     EXPECT_THAT(center.posts, ElementsAre(Post{backend, "frontend-byebye", std::nullopt}));
-    EXPECT_THAT(log.messages(), ElementsAre("[post " + backend + " frontend-byebye]", "[turn 100 ms]"));
+    EXPECT_THAT(log.messages(),
+                ElementsAre("[post " + backend + " frontend-byebye]", "[turn after post 100 ms]"));
 }
 
 TEST_F(FrontendIPCTest, AStoppedChannelNeitherSendsNorReadsNorWaits) {
@@ -616,9 +618,10 @@ TEST_F(FrontendIPCTest, AStopInTheMidstOfAWaitEndsIt) {
     // The delegate is told, and stops the channel, in the turn that follows the request.
     EXPECT_FALSE(channel->readData(record));
     EXPECT_THAT(log.messages(),
-                ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]", "[turn 100 ms]",
-                            "[post " + backend + " frontend-byebye]", "[turn 100 ms]",
-                            "FrontendIPC readData failed!", "FrontendIPC readData Completed"));
+                ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]",
+                            "[turn after post 100 ms]", "[post " + backend + " frontend-byebye]",
+                            "[turn after post 100 ms]", "FrontendIPC readData failed!",
+                            "FrontendIPC readData Completed"));
 }
 
 TEST_F(FrontendIPCTest, AcknowledgementsAreAlwaysThere) {

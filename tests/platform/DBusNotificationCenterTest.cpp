@@ -533,6 +533,159 @@ TEST_F(DBusNotificationCenterTest, ATurnEndsWithOneNotification) {
     }
 }
 
+// ---- Turns that follow a post
+
+class TurnAfterPost : public DBusNotificationCenterTest {
+  protected:
+    static constexpr auto length = 150ms; // of a turn that nothing ends
+    static constexpr auto tooLong = 5s;   // for one that something ends
+
+    TurnAfterPost() { destination = introduce(*frontend, backend); }
+
+    /// Posts and waits until the backend has it.
+    void post(const std::string &object, std::optional<std::span<const std::byte>> data = std::nullopt) {
+        frontend->center->post(frontend->postName, object, data);
+        const std::size_t posted = backend.received.size() + 1;
+        ASSERT_TRUE(runUntil([&] { return backend.received.size() == posted; }, {processing(backend)}));
+    }
+
+    void postBlocks(int count) {
+        for (int i = 0; i < count; ++i) {
+            post("writePipe", patternOf(16));
+        }
+    }
+
+    void expectTurnLastsItsTime() {
+        EXPECT_GE(durationOf([&] { frontend->center->turnAfterPost(length); }), length - 1ms);
+    }
+
+    void expectTurnEndsEarly() {
+        EXPECT_LT(durationOf([&] { frontend->center->turnAfterPost(2 * tooLong); }), tooLong);
+    }
+
+    /// Sends a notification that has arrived when this returns.
+    void sendFromBackend(const std::string &object) {
+        backend.call(destination, notificationPath(frontendName),
+                     notificationArguments(frontendName, object));
+        backend.waitForBus();
+    }
+
+    std::unique_ptr<End> frontend = makeFrontend();
+    BusClient backend{backendName};
+    std::string destination;
+};
+
+TEST_F(TurnAfterPost, EndsWhenACommandIsAnswered) {
+    post("readPipe");
+    expectTurnLastsItsTime();
+    backend.answer(backend.received.back().get());
+    expectTurnEndsEarly();
+
+    post("readPipe");
+    backend.answerWithError(backend.received.back().get(), SD_BUS_ERROR_FAILED);
+    expectTurnEndsEarly();
+}
+
+TEST_F(TurnAfterPost, IsNotEndedByTheAnswerToAnEarlierPost) {
+    post("readPipe");
+    postBlocks(1);
+    post("readPipe");
+    backend.answer(backend.received[0].get());
+    backend.answer(backend.received[1].get());
+    expectTurnLastsItsTime();
+    backend.answer(backend.received[2].get());
+    expectTurnEndsEarly();
+}
+
+TEST_F(TurnAfterPost, DoesNotWaitWhereThereIsRoomForTheNextBlock) {
+    for (int block = 1; block < 16; ++block) {
+        postBlocks(1);
+        expectTurnEndsEarly();
+    }
+    postBlocks(1);
+    expectTurnLastsItsTime();
+    backend.answer(backend.received.front().get());
+    expectTurnEndsEarly();
+}
+
+TEST_F(TurnAfterPost, DeliversOneNotificationAndLeavesTheOthersToLaterTurnsInOrder) {
+    postBlocks(1);
+    sendFromBackend("backend-byebye");
+    sendFromBackend("backend-alive");
+    backend.answer(backend.received.back().get());
+    sendFromBackend("readPipe");
+    EXPECT_THAT(frontend->received, IsEmpty());
+    std::vector<std::string> expected;
+    for (const char *object : {"backend-byebye", "backend-alive", "readPipe"}) {
+        expectTurnEndsEarly();
+        expected.emplace_back(object);
+        EXPECT_EQ(frontend->objects(), expected);
+    }
+}
+
+TEST_F(TurnAfterPost, HearsAGoodbyeThatCameInBeforeItHadToWait) {
+    for (int block = 1; block <= 3; ++block) {
+        postBlocks(1);
+        backend.answer(backend.received.back().get());
+        expectTurnEndsEarly();
+    }
+    postBlocks(1);
+    backend.answer(backend.received.back().get());
+    sendFromBackend("backend-byebye");
+    expectTurnEndsEarly();
+    EXPECT_THAT(frontend->objects(), ElementsAre("backend-byebye"));
+}
+
+TEST_F(TurnAfterPost, LastsItsTimeWhereNobodyCanAnswer) {
+    const auto alone = std::make_unique<End>("nobody", "nobody else", backendCommands);
+    alone->post("fronted-alive");
+    EXPECT_GE(durationOf([&] { alone->center->turnAfterPost(length); }), length - 1ms) << "a broadcast";
+
+    postBlocks(16);
+    frontend->isCancelled = [] { return true; };
+    post("frontend-byebye"); // wants no reply
+    backend.answer(backend.received.front().get());
+    expectTurnLastsItsTime();
+    postBlocks(1);
+    expectTurnLastsItsTime();
+}
+
+TEST_F(TurnAfterPost, LastsItsTimeOnceTheBusIsLost) {
+    postBlocks(1);
+    bus.kill();
+    expectTurnLastsItsTime();
+    expectTurnLastsItsTime();
+}
+
+TEST_F(TurnAfterPost, EndsWithTheGoodbyeOfAPeerThatLeavesAndThenLastsItsTime) {
+    for (const bool afterBlock : {false, true}) {
+        auto leaving = makeBackend();
+        leaving->post("backend-alive"); // takes the other's place
+        ASSERT_TRUE(runUntil([&] { return !frontend->received.empty(); }, {turning(*frontend)}));
+        frontend->received.clear();
+        if (afterBlock) {
+            frontend->post("writePipe", patternOf(16));
+            leaving.reset();
+            ASSERT_TRUE(runUntil([&] { return !frontend->received.empty(); }, {turning(*frontend)}));
+        } else {
+            frontend->post("readPipe");
+            leaving.reset();
+            expectTurnEndsEarly();
+        }
+        EXPECT_THAT(frontend->objects(), ElementsAre("backend-byebye"));
+        expectTurnLastsItsTime();
+        frontend->received.clear();
+    }
+}
+
+TEST_F(TurnAfterPost, AnyOtherTurnIsNotEndedByAnAnswer) {
+    post("readPipe");
+    backend.answer(backend.received.back().get());
+    EXPECT_GE(durationOf([&] { frontend->center->turn(length); }), length - 1ms);
+    postBlocks(1);
+    EXPECT_GE(durationOf([&] { frontend->center->turn(length); }), length - 1ms);
+}
+
 TEST_F(DBusNotificationCenterTest, DeliversOnlyInTurns) {
     const auto frontend = makeFrontend();
     const auto backend = makeBackend();

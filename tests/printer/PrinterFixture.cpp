@@ -37,8 +37,11 @@ void PrinterFixture::startFilter(const FilterJob &job) {
                            {"LANG", "C"},
                            {"TMPDIR", spoolFolder},
                            {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};
-    // From a file: nobody has to feed it while the test looks at the printer.
-    command.input = File{"/tmp/job"};
+    if (job.input) {
+        command.input = *job.input;
+    } else {
+        command.input = File{"/tmp/job"};
+    }
     filter.emplace(command);
 }
 

@@ -19,6 +19,8 @@ struct FilterJob {
     std::string stream = makeStream(StreamOptions());
     std::string options = {};
     std::string program = {}; ///< without: the filter of the build tree
+    /// Without: `stream`, from a file, so that nobody has to feed it while the test looks at the printer.
+    std::optional<test::Pipe> input = {};
 };
 
 /// Runs the filter and a virtual printer as processes on a message bus of the test's own.

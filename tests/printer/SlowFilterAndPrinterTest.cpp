@@ -20,9 +20,11 @@ using testing::ElementsAre;
 
 class SlowFilterAndPrinter : public test::PrinterFixture {
   protected:
+    /// Pages of many blocks: what may be on its way when something happens is a part of one.
     void startTwoPageJob() {
         StreamOptions options;
         options.pages = 2;
+        options.bandsPerPage = 40;
         startFilter({.stream = makeStream(options)});
     }
 
@@ -63,7 +65,10 @@ TEST_F(SlowFilterAndPrinter, FailWhenTheBackendLeavesForGood) {
     EXPECT_EQ(filter->finish(100s).exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 1);
     EXPECT_EQ(reportedJob()["outcome"], "broken");
-    EXPECT_EQ(reportedJob()["pages"].size(), 1U);
+    // The second page was under way when the backend said goodbye.
+    EXPECT_EQ(reportedJob()["pages"].size(), 2U);
+    EXPECT_TRUE(reportedJob()["pages"][0]["complete"]);
+    EXPECT_FALSE(reportedJob()["pages"][1]["complete"]);
     expectNothingLeft();
 }
 

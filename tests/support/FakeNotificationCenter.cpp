@@ -40,7 +40,9 @@ class FakeNotificationCenter::Connection final : public platform::NotificationCe
         center.afterPost(Post(center.posts.back()));
     }
 
-    void turn(std::chrono::microseconds length) override { center.turn(length); }
+    void turn(std::chrono::microseconds length) override { center.turn("turn", length); }
+
+    void turnAfterPost(std::chrono::microseconds length) override { center.turn("turn after post", length); }
 
     void performLater(std::function<void()> function) override {
         center.later.push_back(std::move(function));
@@ -77,10 +79,10 @@ void FakeNotificationCenter::deliver(std::optional<std::string> object, std::opt
     pending.insert(place, {due, std::move(object), std::move(data)});
 }
 
-void FakeNotificationCenter::turn(std::chrono::microseconds length) {
+void FakeNotificationCenter::turn(const std::string &kind, std::chrono::microseconds length) {
     using std::chrono::duration_cast;
     using std::chrono::milliseconds;
-    trace("turn " + std::to_string(duration_cast<milliseconds>(length).count()) + " ms");
+    trace(kind + " " + std::to_string(duration_cast<milliseconds>(length).count()) + " ms");
     turns.push_back(length);
     if (failsTurns) {
         throw platform::NotificationError("the test lets turns fail");

@@ -47,8 +47,9 @@ class FakeNotificationCenter {
     /// Called after each post that succeeds, so that the test can answer it.
     std::function<void(const Post &)> afterPost = [](const Post &) {};
 
-    /// Called with a line for each post ("post <name> <object>"), turn ("turn <milliseconds> ms") and change
-    /// of the observation, so that a test can see them in the order of the log's lines.
+    /// Called with a line for each post ("post <name> <object>"), turn ("turn <milliseconds> ms", "turn after
+    /// post <milliseconds> ms") and change of the observation, so that a test can see them in the order of
+    /// the log's lines.
     std::function<void(const std::string &)> trace = [](const std::string &) {};
 
     std::string connectProblem; // fails `connect` where it is not empty
@@ -72,7 +73,7 @@ class FakeNotificationCenter {
         std::optional<Block> data;
     };
 
-    void turn(std::chrono::microseconds length);
+    void turn(const std::string &kind, std::chrono::microseconds length);
 
     FakeClock &clock;
     platform::NotificationCenter::Observer observer;
