@@ -11,9 +11,14 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
+#include <climits>
 #include <csignal>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The virtual printer as people and as CUPS start it.
@@ -154,30 +159,54 @@ TEST_F(PrinterByHand, FailsWhenItCannotWrite) {
     EXPECT_EQ(run(command).exitStatus, 1);
 }
 
-TEST_F(PrinterByHand, DrawsAPictureOnATerminal) {
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-    ASSERT_EQ(grantpt(terminal), 0);
-    ASSERT_EQ(unlockpt(terminal), 0);
-    std::array<char, 64> name{};
-    ASSERT_EQ(ptsname_r(terminal, name.data(), name.size()), 0);
-    const int screen = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    winsize size{};
-    size.ws_col = 60;
-    size.ws_row = 25;
-    ASSERT_EQ(ioctl(screen, TIOCSWINSZ, &size), 0);
+/// A terminal of 60 columns.
+class Screen {
+  public:
+    Screen() {
+        EXPECT_EQ(grantpt(terminal), 0);
+        EXPECT_EQ(unlockpt(terminal), 0);
+        std::array<char, 64> name{};
+        EXPECT_EQ(ptsname_r(terminal, name.data(), name.size()), 0);
+        screen = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        winsize size{};
+        size.ws_col = 60;
+        size.ws_row = 25;
+        EXPECT_EQ(ioctl(screen, TIOCSWINSZ, &size), 0);
+    }
 
-    Command command = printerCommand({uri});
-    command.output = test::Descriptor{screen};
-    printer.emplace(command);
-    std::string drawn;
-    const auto shows = [&drawn, terminal](const std::string &text) {
+    Screen(const Screen &) = delete;
+    Screen &operator=(const Screen &) = delete;
+
+    ~Screen() {
+        close(screen);
+        close(terminal);
+    }
+
+    [[nodiscard]] test::Descriptor output() const { return {screen}; }
+
+    bool shows(const std::string &text) {
         std::array<char, 4096> block{};
         ssize_t got = 0;
         while ((got = read(terminal, block.data(), block.size())) > 0) {
             drawn.append(block.data(), static_cast<std::size_t>(got));
         }
         return drawn.find(text) != std::string::npos;
-    };
+    }
+
+    std::string drawn;
+
+  private:
+    int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    int screen = -1;
+};
+
+TEST_F(PrinterByHand, DrawsAPictureOnATerminal) {
+    Screen screen;
+    Command command = printerCommand({uri});
+    command.output = screen.output();
+    printer.emplace(command);
+    const auto shows = [&screen](const std::string &text) { return screen.shows(text); };
+    const std::string &drawn = screen.drawn;
     EXPECT_TRUE(printer->waitUntil([&] { return shows("> backend-alive\r\n"); })) << drawn;
     EXPECT_THAT(drawn, HasSubstr("status         0/0/0 Ready\r\n"));
     EXPECT_THAT(drawn, HasSubstr("[------------------------------]"));
@@ -190,16 +219,113 @@ TEST_F(PrinterByHand, DrawsAPictureOnATerminal) {
     }
     printer->send(SIGTERM);
     EXPECT_EQ(printer->finish().exitStatus, 1); // in the middle of a job
-    close(screen);
-    close(terminal);
+    EXPECT_TRUE(shows("> backend-byebye\r\n")) << "the last picture shows the end: " << drawn;
+}
+
+/// A job of a few thousand notifications.
+std::string streamOfManyBlocks() {
+    StreamOptions options;
+    options.pages = 2;
+    options.bandsPerPage = 800;
+    options.planeSizes = {64, 0, 0, 0};
+    return makeStream(options);
+}
+
+/// A pipe that keeps writes apart, and counts them.
+class CountingPipe {
+  public:
+    CountingPipe() {
+        EXPECT_EQ(pipe2(ends.data(), O_DIRECT | O_CLOEXEC), 0);
+        EXPECT_GE(fcntl(ends[1], F_SETPIPE_SZ, 1024 * 1024), 1024 * 1024);
+    }
+
+    CountingPipe(const CountingPipe &) = delete;
+    CountingPipe &operator=(const CountingPipe &) = delete;
+
+    ~CountingPipe() { finish(); }
+
+    [[nodiscard]] test::Descriptor input() const { return {ends[1]}; }
+
+    /// Reads what has been written, once nobody else writes any more.
+    void finish() {
+        if (ends[1] == -1) {
+            return;
+        }
+        close(std::exchange(ends[1], -1));
+        std::array<char, PIPE_BUF> block{};
+        ssize_t got = 0;
+        while ((got = read(ends[0], block.data(), block.size())) > 0) {
+            text.append(block.data(), static_cast<std::size_t>(got));
+            EXPECT_EQ(text.back(), '\n') << "a line was torn";
+            // What is full is continued by the next write at once.
+            writes += got < PIPE_BUF - 200 ? 1 : 0;
+        }
+        close(ends[0]);
+        EXPECT_LE(writes,
+                  10 * std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count() + 3);
+    }
+
+    std::string text;
+    double writes = 0;
+
+  private:
+    std::array<int, 2> ends{-1, -1};
+    std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+};
+
+TEST_F(PrinterByHand, WritesItsLinesTogetherTenTimesASecondAtMost) {
+    CountingPipe pipe;
+    Command command = printerCommand({"--jobs=1", uri});
+    command.output = pipe.input();
+    printer.emplace(command);
+    startFilter({.stream = streamOfManyBlocks()});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    pipe.finish();
+    const std::vector<std::string> lines = printerLines(pipe.text);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "< writePipe, 64 bytes"), 2 * (800 + 1));
+    EXPECT_EQ(lines.front(), "listening");
+    EXPECT_EQ(lines.back(), "> backend-byebye");
+}
+
+TEST_F(PrinterByHand, DrawsTenTimesASecondAtMost) {
+    const auto begin = std::chrono::steady_clock::now();
+    Screen screen;
+    Command command = printerCommand({"--jobs=1", uri});
+    command.output = screen.output();
+    printer.emplace(command);
+    startFilter({.stream = streamOfManyBlocks()});
+    EXPECT_TRUE(printer->waitUntil([&] { return screen.shows("> backend-byebye\r\n"); })) << screen.drawn;
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+    std::size_t pictures = 1;
+    for (std::size_t at = 0; (at = screen.drawn.find("\x1b[J", at)) != std::string::npos; ++at) {
+        ++pictures;
+    }
+    EXPECT_GT(pictures, 2U);
+    EXPECT_LE(static_cast<double>(pictures), 10 * taken.count() + 2);
+}
+
+TEST_F(PrinterByHand, DrawsNothingWhereItCannotStart) {
+    bus.kill();
+    Screen screen;
+    Command command = printerCommand({uri});
+    command.output = screen.output();
+    EXPECT_EQ(run(command).exitStatus, 1);
+    EXPECT_FALSE(screen.shows(uri));
 }
 
 // ---- As a CUPS backend
 
 class PrinterAsBackend : public test::PrinterFixture {
   protected:
-    void startBackend(const std::vector<std::string> &arguments = {"7", "user", "title", "1", ""}) {
+    void startBackend(const std::vector<std::string> &arguments = {"7", "user", "title", "1", ""},
+                      std::optional<test::Descriptor> errors = std::nullopt) {
         Command command = printerCommand(arguments);
+        if (errors) {
+            command.errors = *errors;
+        }
         command.arguments[0] = "veltrin-printer:/lx-520n";
         command.environment = {{"DEVICE_URI", uri},
                                {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};
@@ -241,6 +367,18 @@ TEST_F(PrinterAsBackend, TakesAFiltersJob) {
     for (const std::string &line : test::linesOf(result.errors)) {
         EXPECT_THAT(line, testing::StartsWith("DEBUG: "));
     }
+}
+
+TEST_F(PrinterAsBackend, WritesItsMessagesTogetherTenTimesASecondAtMost) {
+    CountingPipe pipe;
+    startBackend({"7", "user", "title", "1", ""}, pipe.input());
+    startFilter({.stream = streamOfManyBlocks()});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(printer->finish().exitStatus, 0);
+    pipe.finish();
+    const std::vector<std::string> lines = test::linesOf(pipe.text);
+    EXPECT_THAT(lines, testing::Each(testing::StartsWith("DEBUG: ")));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "DEBUG: < writePipe, 64 bytes"), 2 * (800 + 1));
 }
 
 TEST_F(PrinterAsBackend, TakesACancelledJobToItsEnd) {

@@ -1,6 +1,8 @@
 #include "tools/printer/BackendJob.h"
 
 #include "status/MediaNames.h"
+#include "tools/printer/LineOutput.h"
+#include "tools/printer/Pace.h"
 #include "tools/printer/PrinterRun.h"
 
 #include <fcntl.h>
@@ -61,7 +63,7 @@ std::optional<unsigned> numberIn(std::string_view text) {
 /// Reads what is there, without waiting. Returns whether there may be more to come.
 template <typename Take>
 bool readAvailable(int fd, Take take) {
-    std::array<std::byte, 65'536> block{};
+    static std::array<std::byte, 65'536> block;
     pollfd source{fd, POLLIN, 0};
     while (poll(&source, 1, 0) > 0) {
         const ssize_t got = read(fd, block.data(), block.size());
@@ -84,14 +86,14 @@ class BackendJob {
         PrinterListener listening = listener();
         listening.told = [this](PrinterTime when, const std::string &line) {
             lastHeard = when;
-            std::cerr << "DEBUG: " << line << '\n';
+            messages.add("DEBUG: " + line);
         };
         PrinterRun run(platform,
                        {uri, scenario(), listening,
                         [this](VirtualPrinter &printer, PrinterTime now) { return goOn(printer, now); }});
         std::string problem;
         if (!run.run(problem)) {
-            std::cerr << "ERROR: " << problem << '\n';
+            messages.add("ERROR: " + problem);
             return backendFailed;
         }
         return exitStatus();
@@ -103,7 +105,7 @@ class BackendJob {
         for (unsigned copy = 0; copy < copies && !endWanted(); ++copy) {
             const int fd = open(path, O_RDONLY | O_CLOEXEC);
             if (fd == -1) {
-                std::cerr << "ERROR: " << path << ": " << std::strerror(errno) << '\n';
+                messages.add(std::string("ERROR: ") + path + ": " + std::strerror(errno));
                 return backendFailed;
             }
             static_cast<void>(readAvailable(
@@ -127,17 +129,22 @@ class BackendJob {
         listening.jobEnded = [this](const JobReport &report) {
             ended = true;
             allWhole = allWhole && report.outcome() != JobOutcome::broken;
-            std::cerr << (report.outcome() == JobOutcome::broken ? "ERROR: " : "DEBUG: ") << summaryOf(report)
-                      << '\n';
+            messages.add((report.outcome() == JobOutcome::broken ? "ERROR: " : "DEBUG: ") +
+                         summaryOf(report));
+            messages.write();
         };
         return listening;
     }
 
     bool goOn(VirtualPrinter &printer, PrinterTime now) {
+        const bool isDue = pace.isDue(now);
+        if (isDue) {
+            messages.write();
+        }
         if (ended) {
             return false;
         }
-        if (sourceOpen) {
+        if (sourceOpen && isDue) {
             sourceOpen = readAvailable(STDIN_FILENO, [this, &printer, now](std::span<const std::byte> bytes) {
                 lastHeard = now;
                 printer.takeData(bytes, now);
@@ -157,6 +164,8 @@ class BackendJob {
 
     std::string uri;
     platform::Platform &platform;
+    LineOutput messages{STDERR_FILENO};
+    Pace pace;
     bool sourceOpen = true;
     PrinterTime lastHeard{};
     std::optional<PrinterTime> cancelled;

@@ -2,6 +2,8 @@
 #include "platform/StandardDescriptors.h"
 #include "tools/CommandLine.h"
 #include "tools/printer/BackendJob.h"
+#include "tools/printer/LineOutput.h"
+#include "tools/printer/Pace.h"
 #include "tools/printer/PrinterRun.h"
 #include "tools/printer/StatusView.h"
 
@@ -150,24 +152,33 @@ int servePrinter(const Options &options, Scenario scenario) {
     const bool onTerminal = isatty(STDOUT_FILENO) == 1;
     StatusView view(options.uri + (scenario.description.empty() ? "" : ": " + scenario.description));
     Terminal terminal;
+    LineOutput lines(STDOUT_FILENO);
+    Pace pace;
     std::vector<JobReport> jobs;
 
     PrinterListener listener;
-    listener.told = [&view, onTerminal](PrinterTime when, const std::string &line) {
+    listener.told = [&view, &lines, onTerminal](PrinterTime when, const std::string &line) {
         const std::string text = secondsText(when) + " " + line;
         if (onTerminal) {
             view.addLine(text);
         } else {
-            std::cout << text << std::endl;
+            lines.add(text);
         }
     };
     listener.dataArrived = [&output](std::span<const std::byte> bytes) { output.write(bytes); };
     listener.jobEnded = [&jobs](const JobReport &report) { jobs.push_back(report); };
-    const auto goOn = [&](const VirtualPrinter &printer, PrinterTime /*now*/) {
+    const auto show = [&](const PrinterModel &printer) {
         if (onTerminal) {
-            terminal.draw(view, printer.printer());
+            terminal.draw(view, printer);
+        } else {
+            lines.write();
         }
-        return !endWanted() && output.error() == 0 && std::cout.good() &&
+    };
+    const auto goOn = [&](const VirtualPrinter &printer, PrinterTime now) {
+        if (pace.isDue(now)) {
+            show(printer.printer());
+        }
+        return !endWanted() && output.error() == 0 && std::cout.good() && lines.error() == 0 &&
                (options.jobs == 0 || jobs.size() < options.jobs);
     };
 
@@ -175,7 +186,11 @@ int servePrinter(const Options &options, Scenario scenario) {
     const std::unique_ptr<platform::Platform> platform = platform::makePlatform();
     PrinterRun run(*platform, {options.uri, std::move(scenario), listener, goOn});
     std::string problem;
-    if (!run.run(problem)) {
+    const bool served = run.run(problem);
+    if (served || !onTerminal) {
+        show(run.model());
+    }
+    if (!served) {
         std::cerr << program << ": " << problem << '\n';
         return exitFailure;
     }
@@ -190,6 +205,9 @@ int servePrinter(const Options &options, Scenario scenario) {
     reportFile.close();
     if (reportFile.error() != 0) {
         return reportFailure(program, options.reportFile, reportFile.error());
+    }
+    if (lines.error() != 0) {
+        return reportFailure(program, "standard output", lines.error());
     }
     const int status = printText(program, "");
     const bool broken = std::any_of(jobs.begin(), jobs.end(),

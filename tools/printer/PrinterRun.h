@@ -37,6 +37,8 @@ class PrinterRun {
     /// with `problem` set, where there is no channel to serve.
     [[nodiscard]] bool run(std::string &problem);
 
+    [[nodiscard]] const PrinterModel &model() const { return printer.printer(); }
+
   private:
     [[nodiscard]] bool connect(std::string &problem);
     [[nodiscard]] bool perform(const ChannelDeed &deed, std::string &problem);
