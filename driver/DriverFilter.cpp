@@ -6,6 +6,7 @@
 #include "driver/DuplexOrder.h"
 #include "filter/Cancellation.h"
 #include "filter/DebugLog.h"
+#include "platform/PipeCapacity.h"
 #include "platform/SharedFile.h"
 
 #include <unistd.h>
@@ -24,6 +25,9 @@ namespace {
 constexpr const char *semaphorePath = "/tmp/Sem_File00001";
 
 constexpr std::int32_t initialDataBufferSize = 0x100000;
+
+/// Room for a write as large as the filter makes them while the reader is still busy with the one before.
+constexpr std::size_t pipeCapacity = std::size_t{256} * 1024;
 
 /// Reports why the job has failed.
 bool failure(const char *message) {
@@ -108,6 +112,10 @@ std::int32_t DriverFilter::readRetryCount() {
 
 /// Everything between the job settings and the end of the pages.
 bool DriverFilter::printJob() {
+    platform::widenPipe(sourceFD, pipeCapacity);
+    if (ipc == nullptr) {
+        platform::widenPipe(STDOUT_FILENO, pipeCapacity);
+    }
     if (ipc != nullptr && !preparePrinter()) {
         return false;
     }

@@ -30,7 +30,8 @@ class ReadAhead {
     void forget();
 
   private:
-    static constexpr std::size_t capacity = std::size_t{256} * 1024;
+    /// Small enough to be still in the processor's cache when it is written.
+    static constexpr std::size_t capacity = std::size_t{128} * 1024;
 
     std::unique_ptr<std::byte[]> storage;
     std::size_t begin = 0;

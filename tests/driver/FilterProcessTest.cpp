@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -84,6 +85,25 @@ TEST_F(FilterProcessTest, OneSidedJobsPassThroughWithoutTheirIdentifier) {
         EXPECT_TRUE(result.output == printed(stream, unmarked, inStreamOrder(stream)))
             << inStreamOrder(stream);
         EXPECT_EQ(result.errors, "file\n");
+    }
+}
+
+TEST_F(FilterProcessTest, WidensThePipesThatItReadsAndWrites) {
+    std::array<int, 2> in{};
+    std::array<int, 2> out{};
+    ASSERT_EQ(pipe2(in.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(pipe2(out.data(), O_CLOEXEC), 0);
+    const std::string stream = makeStream(streamOf(1));
+    ASSERT_EQ(write(in[1], stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
+    close(in[1]);
+    Command command = this->command("", "");
+    command.input = test::Descriptor{in[0]};
+    command.output = test::Descriptor{out[1]};
+    EXPECT_EQ(run(command).exitStatus, 0);
+    EXPECT_EQ(fcntl(in[0], F_GETPIPE_SZ), 256 * 1024);
+    EXPECT_EQ(fcntl(out[1], F_GETPIPE_SZ), 256 * 1024);
+    for (const int end : {in[0], out[0], out[1]}) {
+        close(end);
     }
 }
 
