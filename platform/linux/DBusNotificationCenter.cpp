@@ -481,7 +481,7 @@ void DBusNotificationCenter::turnWhile(Condition isToBeWaitedFor) {
 void DBusNotificationCenter::post(const std::string &name, const std::string &object,
                                   std::optional<std::span<const std::byte>> data) {
     requireReceiver(data.has_value());
-    if (!canCarryText(bus.get(), name) || !canCarryText(bus.get(), object)) {
+    if (!canCarry(name) || !canCarry(object)) {
         throw NotificationError("a name or object cannot be carried by the system bus");
     }
     turnWhile([this] { return calls.size() >= window && !peer.empty(); });
@@ -502,6 +502,16 @@ void DBusNotificationCenter::post(const std::string &name, const std::string &ob
         throw NotificationError("an earlier notification was not delivered");
     }
     requireReceiver(false);
+}
+
+bool DBusNotificationCenter::canCarry(const std::string &text) {
+    if (!carriable.contains(text)) {
+        if (!canCarryText(bus.get(), text)) {
+            return false;
+        }
+        carriable.insert(text);
+    }
+    return true;
 }
 
 void DBusNotificationCenter::requireReceiver(bool withData) const {

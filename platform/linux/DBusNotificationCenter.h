@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -136,6 +137,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     template <typename Condition>
     void turnWhile(Condition isToBeWaitedFor);
     void requireReceiver(bool withData) const;
+    [[nodiscard]] bool canCarry(const std::string &text);
     [[nodiscard]] int trySend(const std::string &name, const std::string &object,
                               std::optional<std::span<const std::byte>> data);
     void abandonCalls();
@@ -161,6 +163,8 @@ class DBusNotificationCenter final : public NotificationCenter {
     bool hasPeerLeft = false;
     bool hasPeerSaidFarewell = false;
 
+    /// Names and objects of posts that the bus is known to carry: a handful, which every block needs.
+    std::set<std::string> carriable;
     std::list<Call> calls;
     Post lastPost = Post::unanswerable;
     bool isBlockLost = false;   // and no post has said so yet
