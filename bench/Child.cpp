@@ -7,8 +7,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
-#include <cstdlib>
+#include <csignal>
+#include <stdexcept>
+#include <utility>
 
 extern char **environ;
 
@@ -16,21 +17,23 @@ namespace veltrin::bench {
 
 namespace {
 
+constexpr int widePipeSize = 256 * 1024;
+
 [[noreturn]] void give(const std::string &program, const char *problem) {
-    std::fprintf(stderr, "%s: %s\n", program.c_str(), problem);
-    std::exit(EXIT_FAILURE);
+    throw std::runtime_error(program + ": " + problem);
 }
 
 void drain(int fd) {
-    static std::array<char, std::size_t{1024} * 1024> buffer;
+    std::vector<char> buffer(std::size_t{1024} * 1024);
     while (read(fd, buffer.data(), buffer.size()) > 0) {
     }
 }
 
 } // namespace
 
-Measurement runChild(const std::string &program, const std::vector<std::string> &arguments, Sink sink,
-                     const std::string &sinkPath) {
+Child::Child(std::string programPath, const std::vector<std::string> &arguments, Sink sink,
+             const std::string &sinkPath)
+    : program(std::move(programPath)) {
     std::vector<char *> argv;
     for (const std::string &argument : arguments) {
         argv.push_back(const_cast<char *>(argument.c_str())); // posix_spawn changes none of them
@@ -42,8 +45,9 @@ Measurement runChild(const std::string &program, const std::vector<std::string> 
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    if (sink == Sink::pipe) {
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    if (sink != Sink::file) {
+        if (pipe2(ends.data(), O_CLOEXEC) != 0 ||
+            (sink == Sink::widePipe && fcntl(ends[1], F_SETPIPE_SZ, widePipeSize) < 0)) {
             give(program, "no pipe");
         }
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
@@ -52,25 +56,57 @@ Measurement runChild(const std::string &program, const std::vector<std::string> 
                                          O_WRONLY | O_CREAT | O_TRUNC, 0600);
     }
 
-    const auto start = std::chrono::steady_clock::now();
-    pid_t child = -1;
-    if (posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
+    start = std::chrono::steady_clock::now();
+    if (posix_spawn(&process, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
         give(program, "cannot be started");
     }
-    if (sink == Sink::pipe) {
+    posix_spawn_file_actions_destroy(&actions);
+    if (sink != Sink::file) {
         close(ends[1]);
-        drain(ends[0]);
-        close(ends[0]);
+        output = ends[0];
+    }
+}
+
+Child::~Child() {
+    if (process > 0) {
+        kill(process, SIGKILL);
+        waitpid(process, nullptr, 0);
+    }
+    if (drainer.joinable()) {
+        drainer.join();
+    }
+    if (output != -1) {
+        close(output);
+    }
+}
+
+void Child::awaitOutput() {
+    char first = '\0';
+    if (read(output, &first, 1) != 1) {
+        give(program, "ended too early");
+    }
+    drainer = std::thread(drain, output);
+}
+
+Measurement Child::finish() {
+    if (drainer.joinable()) {
+        drainer.join();
+    } else if (output != -1) {
+        drain(output);
     }
     int status = -1;
     rusage usage{};
-    wait4(child, &status, 0, &usage);
+    wait4(std::exchange(process, -1), &status, 0, &usage);
     const auto end = std::chrono::steady_clock::now();
-    posix_spawn_file_actions_destroy(&actions);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         give(program, "failed");
     }
     return {end - start, usage.ru_maxrss};
+}
+
+Measurement runChild(const std::string &program, const std::vector<std::string> &arguments, Sink sink,
+                     const std::string &sinkPath) {
+    return Child(program, arguments, sink, sinkPath).finish();
 }
 
 } // namespace veltrin::bench

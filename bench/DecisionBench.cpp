@@ -24,7 +24,7 @@ BENCHMARK(LogCallWhileTheLogIsOff);
 
 void FindBandsInTheReadAheadBuffer(benchmark::State &state) {
     const auto bandSize = static_cast<std::uint32_t>(state.range(0));
-    std::vector<std::byte> stream(std::size_t{256} * 1024);
+    std::vector<std::byte> stream(std::size_t{128} * 1024);
     BandHeader header{};
     header.MagicNumber = bandHeaderTag;
     header.dwKSize = bandSize;
