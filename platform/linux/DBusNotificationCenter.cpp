@@ -38,6 +38,14 @@ std::string textOf(int error) {
     return std::strerror(std::abs(error));
 }
 
+/// Whether a message comes from the given sender, as the bus itself says. The library hands on whatever has
+/// the right form: a signal sent to us alone by somebody else, or a reply to a call that it was not the
+/// receiver of.
+bool isFrom(sd_bus_message *message, const char *expected) {
+    const char *sender = sd_bus_message_get_sender(message);
+    return sender != nullptr && std::strcmp(sender, expected) == 0;
+}
+
 /// Whether a negative error number is a shortage inside this process or this machine that passes.
 bool isPassingShortage(int error) {
     switch (-error) {
@@ -216,7 +224,9 @@ void DBusNotificationCenter::startObserving(const std::string &name, const PeerC
 
 int DBusNotificationCenter::matchAnswered(sd_bus_message *reply, void *center,
                                           sd_bus_error * /*error*/) noexcept {
-    static_cast<DBusNotificationCenter *>(center)->matchError = sd_bus_message_get_errno(reply);
+    const int error = sd_bus_message_get_errno(reply);
+    static_cast<DBusNotificationCenter *>(center)->matchError =
+        error != 0 || isFrom(reply, busName) ? error : EPERM;
     return 1;
 }
 
@@ -265,25 +275,40 @@ void DBusNotificationCenter::inquire(Sender &sender) {
                              "',interface='" + busName + "',member='NameOwnerChanged',arg0='" +
                              sender.uniqueName + "'";
     sd_bus_slot *slot = nullptr;
-    int result = sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
+    const int result =
+        sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
     sender.departure.reset(slot);
-    if (result >= 0) {
-        slot = nullptr;
-        result =
-            sd_bus_call_method_async(bus.get(), &slot, busName, busPath, busName, "GetConnectionUnixUser",
-                                     userToldOf, &sender, "s", sender.uniqueName.c_str());
-        sender.inquiry.reset(slot);
-    }
     if (result < 0) {
-        sender.verdict = Verdict::refused;
-        client.report("refused " + sender.uniqueName + ", whose user cannot be asked for: " + textOf(result));
+        refuseUnasked(sender, result);
+    } else {
+        askForUser(sender);
     }
+}
+
+void DBusNotificationCenter::askForUser(Sender &sender) {
+    sd_bus_slot *slot = nullptr;
+    const int result =
+        sd_bus_call_method_async(bus.get(), &slot, busName, busPath, busName, "GetConnectionUnixUser",
+                                 userToldOf, &sender, "s", sender.uniqueName.c_str());
+    sender.inquiry.reset(slot);
+    if (result < 0) {
+        refuseUnasked(sender, result);
+    }
+}
+
+void DBusNotificationCenter::refuseUnasked(Sender &sender, int error) {
+    sender.verdict = Verdict::refused;
+    client.report("refused " + sender.uniqueName + ", whose user cannot be asked for: " + textOf(error));
 }
 
 int DBusNotificationCenter::userToldOf(sd_bus_message *reply, void *sender,
                                        sd_bus_error * /*error*/) noexcept {
     Sender &asked = *static_cast<Sender *>(sender);
-    asked.center.judge(asked, reply);
+    if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
+        asked.center.judge(asked, reply);
+    } else {
+        asked.center.askForUser(asked); // somebody else has answered in the bus's place
+    }
     return 1;
 }
 
@@ -302,7 +327,8 @@ void DBusNotificationCenter::judge(Sender &sender, sd_bus_message *reply) {
 int DBusNotificationCenter::nameOwnerChanged(sd_bus_message *message, void *sender,
                                              sd_bus_error * /*error*/) noexcept {
     const char *newOwner = nullptr;
-    if (sd_bus_message_read(message, "sss", nullptr, nullptr, &newOwner) > 0 && *newOwner == '\0') {
+    if (isFrom(message, busName) && sd_bus_message_read(message, "sss", nullptr, nullptr, &newOwner) > 0 &&
+        *newOwner == '\0') {
         const Sender &gone = *static_cast<Sender *>(sender);
         gone.center.inbox.push_back({gone.uniqueName, nullptr});
     }
@@ -544,7 +570,8 @@ int DBusNotificationCenter::trySend(const std::string &name, const std::string &
     if (result < 0) {
         return result;
     }
-    // Only a cancelled job comes here with a full window; its cancel record and goodbye are to go out.
+    // Only a cancelled job comes here with a full window; its end mark, cancel record and goodbye are to go
+    // out.
     if (peer.empty() || calls.size() >= window) {
         return sd_bus_send(bus.get(), raw, nullptr); // wants no reply
     }
@@ -567,6 +594,9 @@ int DBusNotificationCenter::answered(sd_bus_message *reply, void *call, sd_bus_e
     if (const sd_bus_error *error = sd_bus_message_get_error(reply)) {
         center.client.report(std::string("a notification was not delivered: ") + error->name + ": " +
                              (error->message != nullptr ? error->message : ""));
+        center.noteLoss(finished->carriesBlock);
+    } else if (!isFrom(reply, center.peer.c_str())) {
+        center.client.report("a notification was answered by somebody else than its receiver");
         center.noteLoss(finished->carriesBlock);
     }
     if (center.lastPost == Post::command && finished == &center.calls.back()) {

@@ -120,6 +120,8 @@ class DBusNotificationCenter final : public NotificationCenter {
     int receive(sd_bus_message *message);
     Sender &senderNamed(const std::string &uniqueName);
     void inquire(Sender &sender);
+    void askForUser(Sender &sender);
+    void refuseUnasked(Sender &sender, int error);
     void judge(Sender &sender, sd_bus_message *reply);
 
     bool processBus();

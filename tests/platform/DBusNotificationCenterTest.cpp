@@ -769,6 +769,64 @@ TEST_F(DBusNotificationCenterTest, RefusesPeersOfAnotherUser) {
     EXPECT_EQ(frontend->reports.size(), 1U) << "a stranger is reported once";
 }
 
+// ---- Strangers who speak in another's name
+
+/// On a bus that lets everybody answer what others were asked, which no system bus does.
+class AmongStrangers : public testing::Test {
+  protected:
+    PrivateBus bus{std::string(PrivateBus::openPolicy) + R"(
+        <policy context="default">
+          <allow send_requested_reply="false" send_type="method_return"/>
+          <allow receive_requested_reply="false" receive_type="method_return"/>
+        </policy>)"};
+};
+
+TEST_F(AmongStrangers, OnlyTheBusIsBelievedThatAPeerHasLeft) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    const std::string destination = introduce(*frontend, backend);
+    BusClient stranger("somebody else");
+    stranger.forgeDeparture(destination, backend.uniqueName());
+    stranger.waitForBus();
+    backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "readPipe"));
+    ASSERT_TRUE(runUntil([&] { return !frontend->received.empty(); }, {turning(*frontend)}));
+    EXPECT_THAT(frontend->objects(), ElementsAre("readPipe"));
+    EXPECT_TRUE(frontend->tryPost("writePipe", patternOf(16)));
+}
+
+TEST_F(AmongStrangers, OnlyTheReceiverIsBelievedThatItHasTakenABlock) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    const std::string destination = introduce(*frontend, backend);
+    frontend->post("writePipe", patternOf(16));
+    BusClient stranger("somebody else");
+    stranger.forgeReplies(destination);
+    stranger.waitForBus();
+    int questions = 0;
+    frontend->isCancelled = [&] { return ++questions > 20; };
+    EXPECT_FALSE(frontend->center->waitForDelivery());
+    EXPECT_THAT(frontend->reports,
+                ElementsAre("a notification was answered by somebody else than its receiver"));
+}
+
+TEST_F(AmongStrangers, OnlyTheBusIsBelievedWhoseNotificationItIs) {
+    constexpr uid_t trusted = 4711;
+    const auto frontend = makeFrontend([](uid_t user) { return user == trusted; });
+    BusClient witness(backendName);
+    frontend->post("fronted-alive");
+    ASSERT_TRUE(runUntil([&] { return !witness.received.empty(); }, {processing(witness)}));
+    const std::string destination = sd_bus_message_get_sender(witness.received.back().get());
+    BusClient stranger("somebody else");
+    // The replies are there before the bus can answer the question that this notification raises.
+    stranger.signal(notificationPath(frontendName), notificationArguments(frontendName, "backend-alive"));
+    stranger.forgeReplies(destination, trusted);
+    stranger.waitForBus();
+    ASSERT_TRUE(runUntil([&] { return !frontend->reports.empty() || !frontend->received.empty(); },
+                         {turning(*frontend)}));
+    EXPECT_THAT(frontend->received, IsEmpty());
+    EXPECT_THAT(frontend->reports, ElementsAre(HasSubstr(" of the user ")));
+}
+
 TEST_F(DBusNotificationCenterTest, DoesNotBroadcastData) {
     const auto frontend = makeFrontend();
     BusClient witness(backendName);

@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdint>
+#include <utility>
 
 namespace veltrin::test {
 
@@ -49,6 +52,51 @@ void BusClient::call(const std::string &destination, const std::string &path, co
     arguments(raw);
     EXPECT_GE(sd_bus_call_async(bus, nullptr, raw, onReply, this, UINT64_MAX), 0);
     flush();
+}
+
+void BusClient::forgeDeparture(const std::string &destination, const std::string &leaver) {
+    constexpr const char *busName = "org.freedesktop.DBus";
+    sd_bus_message *raw = nullptr;
+    ASSERT_GE(sd_bus_message_new_signal(bus, &raw, "/org/freedesktop/DBus", busName, "NameOwnerChanged"), 0);
+    const Message message(raw);
+    EXPECT_GE(sd_bus_message_set_destination(raw, destination.c_str()), 0);
+    EXPECT_GE(sd_bus_message_append(raw, "sss", leaver.c_str(), leaver.c_str(), ""), 0);
+    EXPECT_GE(sd_bus_send(bus, raw, nullptr), 0);
+    flush();
+}
+
+// The library makes replies only to calls that it has received, so these are made by hand.
+void BusClient::forgeReplies(const std::string &destination, std::optional<std::uint32_t> number) {
+    for (std::uint32_t serial = 1; serial <= 200; ++serial) {
+        std::string fields;
+        const auto put = [&fields](const std::string &bytes) { fields += bytes; };
+        const auto putNumber = [&fields](std::uint32_t value) {
+            fields.append(reinterpret_cast<const char *>(&value), sizeof value);
+        };
+        const auto align = [&fields] { fields.resize((fields.size() + 7) / 8 * 8); };
+        put(std::string("\5\1u\0", 4)); // the serial number of the call
+        putNumber(serial);
+        put(std::string("\6\1s\0", 4)); // the destination
+        putNumber(static_cast<std::uint32_t>(destination.size()));
+        put(destination + '\0');
+        if (number) {
+            align();
+            put(std::string("\10\1g\0\1u\0", 7)); // the types of the body
+        }
+        const auto fieldsSize = static_cast<std::uint32_t>(fields.size());
+        align();
+        const std::string rest = std::exchange(fields, "");
+        put(std::string("l\2\1\1", 4)); // little-endian, a reply, wants none itself, protocol 1
+        putNumber(number ? sizeof *number : 0);
+        putNumber(0x7FFF0000 + serial);
+        putNumber(fieldsSize);
+        put(rest);
+        if (number) {
+            putNumber(*number);
+        }
+        EXPECT_EQ(write(sd_bus_get_fd(bus), fields.data(), fields.size()),
+                  static_cast<ssize_t>(fields.size()));
+    }
 }
 
 void BusClient::answer(sd_bus_message *call) {

@@ -2,8 +2,10 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +38,13 @@ class BusClient {
 
     /// Sends a call; what becomes of it goes into `replies`.
     void call(const std::string &destination, const std::string &path, const Arguments &arguments);
+
+    /// Sends a signal to `destination` alone that says, in the bus's stead, that `leaver` has left the bus.
+    void forgeDeparture(const std::string &destination, const std::string &leaver);
+
+    /// Sends replies to calls that `destination` has made to others, one for each serial number that its next
+    /// calls may have; with a number in them, or empty.
+    void forgeReplies(const std::string &destination, std::optional<std::uint32_t> number = std::nullopt);
 
     /// Answers a call as delivered, or with an error.
     void answer(sd_bus_message *call);
