@@ -46,7 +46,10 @@ void SelectAndPlanATwoSidedJob(benchmark::State &state) {
         const PageSelection selection = selectPages(settings, counts, pages, pairedPagesVersion);
         forEachPlannedPage(
             {.pathCount = static_cast<std::uint32_t>(selection.indexes.size()), .copies = 2, .duplex = true},
-            [](const PlannedPage &page) { benchmark::DoNotOptimize(page); });
+            [](const PlannedPage &page) {
+                benchmark::DoNotOptimize(page);
+                return true;
+            });
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }

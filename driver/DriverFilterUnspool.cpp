@@ -83,7 +83,9 @@ void DriverFilter::markJobAsDuplex() {
 }
 
 /// Sends every page as often and in the order that the job asks for. A page that fails does not keep the
-/// others from the printer: the result is that of the last page, or `headersSent` where there is none.
+/// others from the printer, unless the job is cancelled and goes over the channel: they would fail as well,
+/// each of them slowly, or be printed for nobody. The result is that of the last page, or `headersSent` where
+/// there is none.
 bool DriverFilter::sendPlannedPages(bool headersSent) {
     CPSDebugLog("DriverFilter unspoolPages: collate: %d, copies: %d, pathCount: %d",
                 static_cast<int>(settings.collate), static_cast<std::int32_t>(settings.copies),
@@ -108,6 +110,7 @@ bool DriverFilter::sendPlannedPages(bool headersSent) {
             CPSDebugAssert_("DriverFilter unspoolPages %s: copyPageFromPath failed on index %d", names.failed,
                             static_cast<std::int32_t>(page.index));
         }
+        return result || ipc == nullptr || !cancelled();
     });
     return result;
 }

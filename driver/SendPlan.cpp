@@ -6,7 +6,7 @@ namespace veltrin {
 
 namespace {
 
-using Send = std::function<void(const PlannedPage &)>;
+using Send = std::function<bool(const PlannedPage &)>;
 
 /// The instance of the middle page that carries the pause: the one with this number (from 0) among its
 /// copies. Odd numbers of copies round down, so 2 and 3 copies pause at the first instance, 4 and 5 at the
@@ -24,7 +24,9 @@ void sendUncollated(const SendJob &job, const Send &send) {
             if (pause && job.duplexBypass) {
                 tray = bypassTray;
             }
-            send({.index = index, .typeBits = pause ? pageTypePause : std::uint8_t{0}, .tray = tray});
+            if (!send({.index = index, .typeBits = pause ? pageTypePause : std::uint8_t{0}, .tray = tray})) {
+                return;
+            }
         }
     }
 }
@@ -32,9 +34,11 @@ void sendUncollated(const SendJob &job, const Send &send) {
 void sendUncollatedDuplexUnit(const SendJob &job, const Send &send) {
     for (std::uint32_t index = 0; index < job.pathCount; index += 2) {
         for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
-            send({.index = index, .typeBits = pageTypeFirstOfSheet});
-            if (index + 1 < job.pathCount) {
-                send({.index = index + 1, .typeBits = pageTypeSecondOfSheet});
+            if (!send({.index = index, .typeBits = pageTypeFirstOfSheet})) {
+                return;
+            }
+            if (index + 1 < job.pathCount && !send({.index = index + 1, .typeBits = pageTypeSecondOfSheet})) {
+                return;
             }
         }
     }
@@ -43,7 +47,9 @@ void sendUncollatedDuplexUnit(const SendJob &job, const Send &send) {
 void sendCollated(const SendJob &job, const Send &send) {
     for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
         for (std::uint32_t index = 0; index < job.pathCount; ++index) {
-            send({.index = index});
+            if (!send({.index = index})) {
+                return;
+            }
         }
     }
 }
@@ -52,17 +58,21 @@ void sendCollatedByHand(const SendJob &job, const Send &send) {
     const std::uint32_t half = job.pathCount / 2;
     for (std::uint32_t copy = 0; half > 0 && copy < job.copies; ++copy) {
         for (std::uint32_t index = 0; index < half; ++index) {
-            send({.index = index});
+            if (!send({.index = index})) {
+                return;
+            }
         }
     }
     const std::uint8_t tray = job.duplexBypass ? bypassTray : pagesOwnTray;
     for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
         for (std::uint32_t index = half; index < job.pathCount; ++index) {
             const bool pause = copy == 0 && index == half;
-            send({.index = index,
-                  .typeBits = pause ? pageTypePause : std::uint8_t{0},
-                  .tray = tray,
-                  .secondPass = true});
+            if (!send({.index = index,
+                       .typeBits = pause ? pageTypePause : std::uint8_t{0},
+                       .tray = tray,
+                       .secondPass = true})) {
+                return;
+            }
         }
     }
 }
@@ -70,7 +80,10 @@ void sendCollatedByHand(const SendJob &job, const Send &send) {
 void sendCollatedDuplexUnit(const SendJob &job, const Send &send) {
     for (std::uint32_t copy = 0; copy < job.copies; ++copy) {
         for (std::uint32_t index = 0; index < job.pathCount; ++index) {
-            send({.index = index, .typeBits = index % 2 == 0 ? pageTypeFirstOfSheet : pageTypeSecondOfSheet});
+            if (!send({.index = index,
+                       .typeBits = index % 2 == 0 ? pageTypeFirstOfSheet : pageTypeSecondOfSheet})) {
+                return;
+            }
         }
     }
 }

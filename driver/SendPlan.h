@@ -49,9 +49,9 @@ struct PlannedPage {
     bool operator==(const PlannedPage &) const = default;
 };
 
-/// Calls `send` for every page of the job, in order. Nothing is kept, so the number of copies costs no
-/// memory, and a job without pages ends at once whatever the number.
-void forEachPlannedPage(const SendJob &job, const std::function<void(const PlannedPage &)> &send);
+/// Calls `send` for every page of the job, in order, as long as it returns true. Nothing is kept, so the
+/// number of copies costs no memory, and a job without pages ends at once whatever the number.
+void forEachPlannedPage(const SendJob &job, const std::function<bool(const PlannedPage &)> &send);
 
 /// Whether a page with these type bits counts as two-sided for the printer's memory: only one with both bits
 /// of a sheet's first side does.

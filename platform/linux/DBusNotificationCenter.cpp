@@ -31,6 +31,10 @@ constexpr auto shortagePause = 10ms;
 /// replies is refused.
 constexpr std::size_t inboxLimit = 2 * DBusNotificationCenter::window;
 
+/// What is posted to a peer that takes nothing even when the job is cancelled: the end-of-job mark and the
+/// command records, in bytes.
+constexpr std::size_t smallBlock = 16;
+
 constexpr const char *busName = "org.freedesktop.DBus";
 constexpr const char *busPath = "/org/freedesktop/DBus";
 
@@ -511,6 +515,10 @@ void DBusNotificationCenter::post(const std::string &name, const std::string &ob
         throw NotificationError("a name or object cannot be carried by the system bus");
     }
     turnWhile([this] { return calls.size() >= window && !peer.empty(); });
+    // A bus that is filled with the data of a cancelled job would drop what matters then, the cancel record.
+    if (data && data->size() > smallBlock && calls.size() >= window && client.isCancelled()) {
+        throw NotificationError("the job is cancelled and the peer takes nothing");
+    }
     while (true) {
         requireReceiver(data.has_value());
         const int result = trySend(name, object, data);

@@ -1137,6 +1137,46 @@ TEST_F(DriverFilterTest, FailedPagesAreLoggedUnderTheNameOfTheirBranch) {
     }
 }
 
+TEST_F(DriverFilterTest, AfterAFailedPageOfACancelledJobOverTheChannelComesTheEndMark) {
+    const std::string failed =
+        "ASSERT: DriverFilter unspoolPages (collated duplex): copyPageFromPath failed on index ";
+    for (const bool cancelled : {false, true}) {
+        for (const bool overChannel : {true, false}) {
+            gSigTerm = 0;
+            OpenDriver *filter = overChannel ? start(uri) : startFile();
+            filter->settings = {.copies = 3, .collate = true, .duplex = true};
+            filter->paths = {"/tmp/none", "/tmp/none", "/tmp/none"};
+            log.clear();
+            received.clear();
+            gSigTerm = cancelled ? 1 : 0;
+            EXPECT_FALSE(filter->unspoolPages());
+            const std::vector<std::string> messages = log.messages();
+            const auto failures = std::count_if(messages.begin(), messages.end(), [&](const auto &message) {
+                return message.starts_with(failed);
+            });
+            EXPECT_EQ(failures, cancelled && overChannel ? 1 : 3 * 3);
+            EXPECT_THAT(messages, Contains("DriverFilter unspoolPages: Sending EOJ"));
+            if (overChannel) {
+                EXPECT_THAT(received, testing::EndsWith("JIDG"));
+            }
+            filter->paths.clear();
+            driver.reset();
+        }
+    }
+}
+
+TEST_F(DriverFilterTest, ACancelledJobGoesOnWithPagesThatDoNotFail) {
+    const StreamOptions stream = streamOf(4);
+    OpenDriver *filter = start(uri, "", makeStream(stream).substr(identifierSize));
+    ASSERT_TRUE(filter->checkHeaderSize(0, 0, false));
+    filter->settings = {.copies = 1, .duplex = true, .longEdge = true, .sidesImaged = 4};
+    ASSERT_TRUE(filter->spoolPages());
+    gSigTerm = 1;
+    EXPECT_TRUE(filter->unspoolPages());
+    EXPECT_THAT(log.messages(), testing::Not(Contains(testing::HasSubstr("copyPageFromPath failed"))));
+    filter->cleanupSpoolFiles();
+}
+
 TEST_F(DriverFilterTest, FailedHeadersDoNotKeepThePagesBackAndCountOnlyWithoutPages) {
     const StreamOptions stream = streamOf(2);
     for (const bool withPages : {true, false}) {

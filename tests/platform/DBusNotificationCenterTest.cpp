@@ -984,6 +984,8 @@ TEST_F(DBusNotificationCenterTest, LeavesSixteenCallsUnansweredAndAfterCancellat
     EXPECT_EQ(questions, 0) << "there is room, nothing is waited for";
     EXPECT_GE(durationOf([&] { frontend->post("writePipe", patternOf(16)); }), 250ms);
     EXPECT_EQ(questions, 4);
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(17))) << "no page data";
+    EXPECT_EQ(frontend->lastError, "the job is cancelled and the peer takes nothing");
     frontend->post("frontend-byebye");
     ASSERT_TRUE(runUntil([&] { return backend.received.size() == 18; }, {processing(backend)}));
     for (std::size_t i = 0; i < 18; ++i) {
@@ -1172,15 +1174,16 @@ TEST_F(DBusNotificationCenterTest, ACancelledJobDoesNotWaitOutAShortage) {
                 testing::ThrowsMessage<NotificationError>(HasSubstr("Too many open files")));
 }
 
-/// Posts of 60,000 bytes that fill a socket's buffer of any usual size.
-constexpr int moreThanASocketHolds = 400;
+/// As many posts as may be unanswered, of a command that is long enough to fill a socket's buffer of any
+/// usual size: a cancelled job's blocks would be refused.
+constexpr int moreThanASocketHolds = 16;
+const std::string longCommand(std::size_t{1536} * 1024, 'x');
 
 TEST_F(DBusNotificationCenterTest, APostWaitsUntilItIsWrittenUnlessTheJobIsCancelled) {
     const auto frontend = makeFrontend();
     bus.freeze();
     int questions = 0;
     frontend->isCancelled = [&] { return ++questions > 3; };
-    const std::string longCommand(std::size_t{1024} * 1024, 'x');
     int posts = 0;
     auto longest = 0ms;
     while (questions == 0 && posts < 100) { // until the socket is full
@@ -1198,10 +1201,9 @@ TEST_F(DBusNotificationCenterTest, ABusThatStandsStillHoldsUpNeitherACancelledJo
     introduce(*frontend, *backend);
     bus.freeze();
     frontend->isCancelled = [] { return true; };
-    const Block block = patternOf(60000);
     const auto posting = durationOf([&] {
         for (int i = 0; i < moreThanASocketHolds; ++i) {
-            frontend->post("writePipe", block);
+            frontend->post(longCommand);
         }
     });
     EXPECT_LT(posting, 10s);
@@ -1218,7 +1220,7 @@ TEST_F(DBusNotificationCenterTest, WhatIsUnsentGoesOutBeforeTheEnd) {
     bus.freeze();
     frontend->isCancelled = [] { return true; };
     for (int i = 0; i < moreThanASocketHolds; ++i) {
-        frontend->post("writePipe", patternOf(60000));
+        frontend->post(longCommand);
     }
     frontend->post("frontend-byebye");
     std::thread thawing([this] {
