@@ -35,7 +35,8 @@ std::unique_ptr<CUPSFilter> CUPSFilter::initWithArgc(std::unique_ptr<CUPSFilter>
     CPSDebugLog("CUPSFilter initWithArgc:argv");
     self->argc = argc;
     self->argv = argv;
-    if (const char *deviceURI = std::getenv("DEVICE_URI"); deviceURI != nullptr) {
+    // An empty one names no device.
+    if (const char *deviceURI = std::getenv("DEVICE_URI"); deviceURI != nullptr && *deviceURI != '\0') {
         self->uri.emplace(deviceURI);
     }
     if (!self->init()) {

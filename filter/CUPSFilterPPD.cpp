@@ -42,7 +42,7 @@ bool CUPSFilter::findPPD() {
     const char *path = cupsGetPPD(argv[0]);
     // Where it had to ask the scheduler, the CUPS library has made the process ignore SIGPIPE: take the
     // signal back.
-    installSignalHandlers();
+    reinstallBrokenPipeHandler();
     if (path == nullptr) {
         CPSDebugAssert_("Unable to get ppd file");
         return !needsPPD;

@@ -18,7 +18,10 @@ extern "C" void signalHandler(int signal, [[maybe_unused]] siginfo_t *informatio
     }
 }
 
-void installSignalHandlers() {
+namespace {
+
+/// Returns false with `errno` set where the system refuses.
+bool installHandlerOf(int signal) {
     struct sigaction action {};
 
     action.sa_sigaction = signalHandler;
@@ -26,12 +29,22 @@ void installSignalHandlers() {
     // order.
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     sigemptyset(&action.sa_mask);
-    if (sigaction(SIGTERM, &action, nullptr) != 0) {
+    return sigaction(signal, &action, nullptr) == 0;
+}
+
+} // namespace
+
+void installSignalHandlers() {
+    if (!installHandlerOf(SIGTERM)) {
         std::perror("DEBUG: Failed to set SIGTERM handler");
     }
-    if (sigaction(SIGPIPE, &action, nullptr) != 0) {
+    if (!installHandlerOf(SIGPIPE)) {
         std::perror("DEBUG: Failed to set SIGPIPE handler");
     }
+}
+
+void reinstallBrokenPipeHandler() {
+    static_cast<void>(installHandlerOf(SIGPIPE));
 }
 
 } // namespace veltrin

@@ -20,4 +20,8 @@ extern "C" void signalHandler(int signal, siginfo_t *information, void *context)
 /// and the job goes on without its handler.
 void installSignalHandlers();
 
+/// Takes SIGPIPE back from a library that has made the process ignore it. A signal that cannot be handled has
+/// been reported before.
+void reinstallBrokenPipeHandler();
+
 } // namespace veltrin
