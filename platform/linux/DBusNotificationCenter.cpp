@@ -2,6 +2,7 @@
 
 #include "platform/linux/NotificationPath.h"
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -73,6 +74,12 @@ int pollBus(sd_bus *bus, steady_clock::time_point until) {
     return result == -EINTR ? 0 : result;
 }
 
+/// The user's name, or the number of one who has none.
+std::string nameOf(uid_t user) {
+    const passwd *entry = getpwuid(user);
+    return entry != nullptr ? entry->pw_name : std::to_string(user);
+}
+
 class Flag {
   public:
     explicit Flag(bool &flag) : raised(flag) { raised = true; }
@@ -88,12 +95,14 @@ class Flag {
 
 } // namespace
 
-bool isTrustedUser(uid_t peer, uid_t own) {
-    return peer == 0 || peer == own;
+bool isTrustedUser(uid_t peer, uid_t own, std::optional<uid_t> scheduler) {
+    return peer == 0 || peer == own || (own == 0 && peer == scheduler);
 }
 
 bool DBusNotificationCenter::acceptsTrustedUser(uid_t user) {
-    return isTrustedUser(user, geteuid());
+    const passwd *scheduler = getpwnam(VELTRIN_SCHEDULER_USER);
+    return isTrustedUser(user, geteuid(),
+                         scheduler != nullptr ? std::optional(scheduler->pw_uid) : std::nullopt);
 }
 
 // ---- The connection
@@ -254,8 +263,8 @@ int DBusNotificationCenter::receive(sd_bus_message *message) {
         observation->path != sd_bus_message_get_path(message)) {
         return 0;
     }
-    if (senderNamed(sender).verdict == Verdict::refused) {
-        refuse(message, SD_BUS_ERROR_ACCESS_DENIED, "");
+    if (const Sender &known = senderNamed(sender); known.verdict == Verdict::refused) {
+        answerWithError(message, SD_BUS_ERROR_ACCESS_DENIED, known.refusal);
     } else if (inbox.size() >= inboxLimit) {
         refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "it comes too fast");
     } else {
@@ -265,7 +274,7 @@ int DBusNotificationCenter::receive(sd_bus_message *message) {
 }
 
 DBusNotificationCenter::Sender &DBusNotificationCenter::senderNamed(const std::string &uniqueName) {
-    const auto [entry, isNew] = senders.try_emplace(uniqueName, Sender{*this, uniqueName, {}, {}, {}});
+    const auto [entry, isNew] = senders.try_emplace(uniqueName, Sender{*this, uniqueName, {}, {}, {}, {}});
     if (isNew) {
         inquire(entry->second);
     }
@@ -283,7 +292,7 @@ void DBusNotificationCenter::inquire(Sender &sender) {
         sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
     sender.departure.reset(slot);
     if (result < 0) {
-        refuseUnasked(sender, result);
+        refuseSender(sender, "its user cannot be asked for: " + textOf(result));
     } else {
         askForUser(sender);
     }
@@ -296,13 +305,14 @@ void DBusNotificationCenter::askForUser(Sender &sender) {
                                  userToldOf, &sender, "s", sender.uniqueName.c_str());
     sender.inquiry.reset(slot);
     if (result < 0) {
-        refuseUnasked(sender, result);
+        refuseSender(sender, "its user cannot be asked for: " + textOf(result));
     }
 }
 
-void DBusNotificationCenter::refuseUnasked(Sender &sender, int error) {
+void DBusNotificationCenter::refuseSender(Sender &sender, const std::string &reason) const {
     sender.verdict = Verdict::refused;
-    client.report("refused " + sender.uniqueName + ", whose user cannot be asked for: " + textOf(error));
+    sender.refusal = reason;
+    client.report("refused " + sender.uniqueName + ": " + reason);
 }
 
 int DBusNotificationCenter::userToldOf(sd_bus_message *reply, void *sender,
@@ -318,13 +328,13 @@ int DBusNotificationCenter::userToldOf(sd_bus_message *reply, void *sender,
 
 void DBusNotificationCenter::judge(Sender &sender, sd_bus_message *reply) {
     std::uint32_t user = 0;
-    sender.verdict = Verdict::refused;
     if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sd_bus_message_read(reply, "u", &user) <= 0) {
-        client.report("refused " + sender.uniqueName + ", whose user the bus does not tell");
+        refuseSender(sender, "the bus does not tell its user");
     } else if (acceptsUser(user)) {
         sender.verdict = Verdict::accepted;
     } else {
-        client.report("refused " + sender.uniqueName + " of the user " + std::to_string(user));
+        refuseSender(sender,
+                     "the user " + nameOf(user) + " may not take part with the user " + nameOf(geteuid()));
     }
 }
 
@@ -354,19 +364,21 @@ bool DBusNotificationCenter::deliverNext() {
         }
         const Incoming incoming = std::move(*entry);
         entry = inbox.erase(entry);
-        if (deliver(incoming, verdict)) {
+        if (deliver(incoming, sender != senders.end() ? &sender->second : nullptr)) {
             return true;
         }
     }
     return false;
 }
 
-bool DBusNotificationCenter::deliver(const Incoming &incoming, Verdict verdict) {
+/// `sender` is null where it has left, and what it sent after that is nobody's.
+bool DBusNotificationCenter::deliver(const Incoming &incoming, const Sender *sender) {
     if (!incoming.message) {
         return deliverDeparture(incoming.sender);
     }
-    if (verdict == Verdict::refused) {
-        refuse(incoming.message.get(), SD_BUS_ERROR_ACCESS_DENIED, "");
+    if (sender == nullptr || sender->verdict == Verdict::refused) {
+        answerWithError(incoming.message.get(), SD_BUS_ERROR_ACCESS_DENIED,
+                        sender != nullptr ? sender->refusal : "");
         return false;
     }
     return deliverMessage(incoming.sender, incoming.message.get());
@@ -439,13 +451,17 @@ void DBusNotificationCenter::observe(const Notification &notification) {
     observer(notification);
 }
 
-/// Drops a notification, and tells a caller so. An empty reason has been reported before.
+/// Drops a notification, and tells a caller so.
 void DBusNotificationCenter::refuse(sd_bus_message *message, const char *error,
                                     const std::string &reason) const {
-    if (!reason.empty()) {
-        client.report("dropped a notification from " + std::string(sd_bus_message_get_sender(message)) +
-                      ": " + reason);
-    }
+    client.report("dropped a notification from " + std::string(sd_bus_message_get_sender(message)) + ": " +
+                  reason);
+    answerWithError(message, error, reason);
+}
+
+/// Tells a caller, who then knows why.
+void DBusNotificationCenter::answerWithError(sd_bus_message *message, const char *error,
+                                             const std::string &reason) {
     if (sd_bus_message_get_expect_reply(message) > 0) {
         static_cast<void>(sd_bus_reply_method_errorf(message, error, "%s", reason.c_str()));
     }

@@ -21,8 +21,9 @@
 
 namespace veltrin::platform {
 
-/// Whether an end takes part with a peer of this user: root, or the end's own user.
-[[nodiscard]] bool isTrustedUser(uid_t peer, uid_t own);
+/// Whether an end takes part with a peer of this user: root, or the end's own user; an end of root also takes
+/// the user that the scheduler runs filters as. Nothing stands for a scheduler's user that does not exist.
+[[nodiscard]] bool isTrustedUser(uid_t peer, uid_t own, std::optional<uid_t> scheduler);
 
 /// Notifications on the system message bus; docs/channel.md describes their form. Both ends of a channel use
 /// this class.
@@ -85,8 +86,9 @@ class DBusNotificationCenter final : public NotificationCenter {
         DBusNotificationCenter &center;
         std::string uniqueName;
         Verdict verdict = Verdict::pending;
-        Slot departure; // the match for its leaving the bus
-        Slot inquiry;   // the question for its user
+        Slot departure;      // the match for its leaving the bus
+        Slot inquiry;        // the question for its user
+        std::string refusal; // why it is refused
     };
 
     /// What has come in and is not delivered yet.
@@ -121,18 +123,19 @@ class DBusNotificationCenter final : public NotificationCenter {
     Sender &senderNamed(const std::string &uniqueName);
     void inquire(Sender &sender);
     void askForUser(Sender &sender);
-    void refuseUnasked(Sender &sender, int error);
+    void refuseSender(Sender &sender, const std::string &reason) const;
     void judge(Sender &sender, sd_bus_message *reply);
 
     bool processBus();
     void waitForBus(Time until);
     bool deliverNext();
-    bool deliver(const Incoming &incoming, Verdict verdict);
+    bool deliver(const Incoming &incoming, const Sender *sender);
     bool deliverMessage(const std::string &sender, sd_bus_message *message);
     bool deliverDeparture(const std::string &sender);
     void observe(const Notification &notification);
     bool isFromPeer(const std::string &sender, const Notification &notification);
     void refuse(sd_bus_message *message, const char *error, const std::string &reason) const;
+    static void answerWithError(sd_bus_message *message, const char *error, const std::string &reason);
 
     template <typename Condition>
     void turnUntil(std::chrono::microseconds length, Condition isOver);

@@ -66,7 +66,7 @@ struct User {
 
 std::vector<User> users() {
     std::vector<User> all = {{0, true}, {65534, false}};
-    if (const passwd *scheduler = getpwnam("lp")) {
+    if (const passwd *scheduler = getpwnam(VELTRIN_SCHEDULER_USER)) {
         all.push_back({scheduler->pw_uid, true});
     }
     if (std::none_of(all.begin(), all.end(), [](const User &user) { return user.id == geteuid(); })) {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -19,6 +20,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -733,13 +735,62 @@ TEST_F(DBusNotificationCenterTest, KeepsTheOrderAcrossSignalsAndCalls) {
 
 // ---- Who takes part
 
-TEST(TrustedUserTest, IsRootOrOneself) {
-    EXPECT_TRUE(isTrustedUser(0, 7));
-    EXPECT_TRUE(isTrustedUser(7, 7));
-    EXPECT_TRUE(isTrustedUser(0, 0));
-    EXPECT_FALSE(isTrustedUser(1000, 7));
-    EXPECT_FALSE(isTrustedUser(7, 0));
-    EXPECT_FALSE(isTrustedUser(static_cast<uid_t>(-1), 7));
+TEST(TrustedUserTest, IsRootOrOneselfAndForRootTheScheduler) {
+    constexpr uid_t scheduler = 7;
+    constexpr uid_t somebody = 1000;
+    constexpr auto nobody = static_cast<uid_t>(-1);
+
+    struct Case {
+        uid_t peer;
+        uid_t own;
+        bool isTrusted;
+    };
+
+    for (const Case &one : std::vector<Case>{{0, scheduler, true},
+                                             {0, somebody, true},
+                                             {0, 0, true},
+                                             {scheduler, scheduler, true},
+                                             {somebody, somebody, true},
+                                             {scheduler, 0, true},
+                                             {somebody, 0, false},
+                                             {nobody, 0, false},
+                                             {somebody, scheduler, false},
+                                             {scheduler, somebody, false},
+                                             {nobody, scheduler, false}}) {
+        EXPECT_EQ(isTrustedUser(one.peer, one.own, scheduler), one.isTrusted) << one.peer << " " << one.own;
+    }
+    EXPECT_FALSE(isTrustedUser(scheduler, 0, std::nullopt));
+    EXPECT_TRUE(isTrustedUser(0, 0, std::nullopt));
+}
+
+/// Only root can play the others' part; anybody else plays their own, which is trusted.
+TEST_F(DBusNotificationCenterTest, TakesTheSchedulersUserByDefaultAndNobodyElse) {
+    const bool isRoot = geteuid() == 0;
+    for (const char *name : {VELTRIN_SCHEDULER_USER, "nobody"}) {
+        const passwd *user = getpwnam(name);
+        ASSERT_NE(user, nullptr);
+        const bool isTrusted = !isRoot || std::string(name) == VELTRIN_SCHEDULER_USER;
+        const auto frontend = makeFrontend();
+        const pid_t child = fork();
+        if (child == 0) {
+            if (!isRoot || setuid(user->pw_uid) == 0) {
+                const auto backend = makeBackend();
+                backend->post("backend-alive");
+                pause();
+            }
+            _exit(1);
+        }
+        EXPECT_TRUE(runUntil([&] { return !frontend->received.empty() || !frontend->reports.empty(); },
+                             {turning(*frontend)}));
+        EXPECT_EQ(frontend->objects(),
+                  isTrusted ? std::vector<std::string>{"backend-alive"} : std::vector<std::string>());
+        if (!isTrusted) {
+            EXPECT_THAT(frontend->reports,
+                        ElementsAre(HasSubstr(": the user nobody may not take part with the user root")));
+        }
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
 }
 
 TEST_F(DBusNotificationCenterTest, RefusesPeersOfAnotherUser) {
@@ -754,8 +805,9 @@ TEST_F(DBusNotificationCenterTest, RefusesPeersOfAnotherUser) {
     stranger.signal(path, notificationArguments(frontendName, "backend-alive"));
     ASSERT_TRUE(runUntil([&] { return !frontend->reports.empty(); }, {turning(*frontend)}));
     EXPECT_THAT(asked, ElementsAre(geteuid()));
-    EXPECT_THAT(frontend->reports, ElementsAre("refused " + stranger.uniqueName() + " of the user " +
-                                               std::to_string(geteuid())));
+    const std::string own = getpwuid(geteuid())->pw_name;
+    const std::string reason = "the user " + own + " may not take part with the user " + own;
+    EXPECT_THAT(frontend->reports, ElementsAre("refused " + stranger.uniqueName() + ": " + reason));
     frontend->post("fronted-alive");
     ASSERT_TRUE(runUntil([&] { return !stranger.received.empty(); }, {processing(stranger)}));
     EXPECT_GT(sd_bus_message_is_signal(stranger.received.front().get(), nullptr, nullptr), 0)
@@ -765,6 +817,7 @@ TEST_F(DBusNotificationCenterTest, RefusesPeersOfAnotherUser) {
     ASSERT_TRUE(
         runUntil([&] { return !stranger.replies.empty(); }, {turning(*frontend), processing(stranger)}));
     EXPECT_THAT(stranger.replies, ElementsAre(SD_BUS_ERROR_ACCESS_DENIED));
+    EXPECT_THAT(stranger.replyTexts, ElementsAre(reason)) << "who is refused can read why";
     EXPECT_THAT(frontend->received, IsEmpty());
     EXPECT_EQ(frontend->reports.size(), 1U) << "a stranger is reported once";
 }
@@ -824,7 +877,7 @@ TEST_F(AmongStrangers, OnlyTheBusIsBelievedWhoseNotificationItIs) {
     ASSERT_TRUE(runUntil([&] { return !frontend->reports.empty() || !frontend->received.empty(); },
                          {turning(*frontend)}));
     EXPECT_THAT(frontend->received, IsEmpty());
-    EXPECT_THAT(frontend->reports, ElementsAre(HasSubstr(" of the user ")));
+    EXPECT_THAT(frontend->reports, ElementsAre(HasSubstr("may not take part")));
 }
 
 TEST_F(DBusNotificationCenterTest, DoesNotBroadcastData) {

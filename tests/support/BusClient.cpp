@@ -135,7 +135,9 @@ int BusClient::onMessage(sd_bus_message *message, void *client, sd_bus_error * /
 
 int BusClient::onReply(sd_bus_message *reply, void *client, sd_bus_error * /*error*/) {
     const sd_bus_error *error = sd_bus_message_get_error(reply);
-    static_cast<BusClient *>(client)->replies.emplace_back(error != nullptr ? error->name : "");
+    auto &self = *static_cast<BusClient *>(client);
+    self.replies.emplace_back(error != nullptr ? error->name : "");
+    self.replyTexts.emplace_back(error != nullptr && error->message != nullptr ? error->message : "");
     return 1;
 }
 

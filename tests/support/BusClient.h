@@ -56,8 +56,9 @@ class BusClient {
     /// Returns when the bus has passed on everything that was sent before.
     void waitForBus();
 
-    std::vector<Message> received;    // signals and calls of the name, in order
-    std::vector<std::string> replies; // to this client's calls, in order: "" or the error's name
+    std::vector<Message> received;       // signals and calls of the name, in order
+    std::vector<std::string> replies;    // to this client's calls, in order: "" or the error's name
+    std::vector<std::string> replyTexts; // what the errors say, likewise
 
   private:
     static int onMessage(sd_bus_message *message, void *client, sd_bus_error *error);
