@@ -66,7 +66,7 @@ TEST_F(PrinterByHand, IsHeardByWhoeverWaitsForIt) {
     startPrinter("one-sided", {});
     printer->send(SIGTERM);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    host.process();
+    ASSERT_TRUE(host.awaitReceived(2));
     std::vector<std::string> objects;
     for (const test::BusClient::Message &message : host.received) {
         const char *name = nullptr;

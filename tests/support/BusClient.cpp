@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <utility>
 
@@ -112,6 +113,17 @@ void BusClient::answerWithError(sd_bus_message *call, const char *error) {
 void BusClient::process() {
     while (sd_bus_process(bus, nullptr) > 0) {
     }
+}
+
+bool BusClient::awaitReceived(std::size_t count) {
+    using namespace std::chrono_literals;
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (received.size() < count && std::chrono::steady_clock::now() < deadline) {
+        if (sd_bus_process(bus, nullptr) == 0) {
+            sd_bus_wait(bus, 100'000);
+        }
+    }
+    return received.size() >= count;
 }
 
 void BusClient::waitForBus() {

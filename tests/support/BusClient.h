@@ -2,6 +2,7 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -52,6 +53,9 @@ class BusClient {
 
     /// Takes in whatever has come, without waiting.
     void process();
+
+    /// Takes in what comes until there are so many notifications in all. False when that takes too long.
+    [[nodiscard]] bool awaitReceived(std::size_t count);
 
     /// Returns when the bus has passed on everything that was sent before.
     void waitForBus();
