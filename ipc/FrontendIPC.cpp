@@ -95,12 +95,15 @@ bool FrontendIPC::waitForBackend(const char *line) {
 
 bool FrontendIPC::sendData(std::span<const std::byte> block) {
     try {
-        if (!waitForBackend(sendWaitsForBackend) || isStopped) {
-            return false;
+        Sent sent = Sent::backendLeft;
+        while (sent == Sent::backendLeft) {
+            if (!waitForBackend(sendWaitsForBackend) || isStopped) {
+                return false;
+            }
+            sent = postNotificationSendData(block);
         }
-        const bool posted = postNotificationSendData(block);
         CPSDebugLog("FrontendIPC sendData: sending %d bytes to backend", static_cast<int>(block.size()));
-        return posted;
+        return sent == Sent::yes;
     } catch (const std::exception &) {
         CPSDebugLog("FrontendIPC sendData: Catch Exception!");
         return false;
@@ -191,22 +194,25 @@ void FrontendIPC::handleCommand(const platform::Notification &notification) {
 
 void FrontendIPC::postNotificationCommand(const std::string &command) {
     try {
-        center->post(backendServerName, command, std::nullopt);
+        static_cast<void>(center->post(backendServerName, command, std::nullopt));
         center->turnAfterPost(commandTurn);
     } catch (const std::exception &) {
         CPSDebugLog("FrontendIPC postNotificationCommand: Catch Exception!");
     }
 }
 
-/// Returns false where the block, or an earlier one, is lost.
-bool FrontendIPC::postNotificationSendData(std::span<const std::byte> block) {
+/// `no` where the block, or an earlier one, is lost; `backendLeft` where the backend has said goodbye while
+/// there was no room for the block.
+FrontendIPC::Sent FrontendIPC::postNotificationSendData(std::span<const std::byte> block) {
     try {
-        center->post(backendServerName, writePipe, block);
+        if (!center->post(backendServerName, writePipe, block)) {
+            return Sent::backendLeft;
+        }
         center->turnAfterPost(dataTurn);
-        return true;
+        return Sent::yes;
     } catch (const std::exception &) {
         CPSDebugLog("FrontendIPC postNotificationSendData: Catch Exception!");
-        return false;
+        return Sent::no;
     }
 }
 

@@ -62,6 +62,8 @@ class FrontendIPC {
     [[nodiscard]] bool eojAck() const;
 
   private:
+    enum class Sent { yes, no, backendLeft };
+
     FrontendIPC(const std::string &portName, FrontendIPCDelegate *owner);
 
     [[nodiscard]] bool announce(platform::Platform &platform, std::function<bool()> isCancelled);
@@ -69,7 +71,7 @@ class FrontendIPC {
     void handleNotification(const platform::Notification &notification);
     void handleCommand(const platform::Notification &notification);
     void postNotificationCommand(const std::string &command);
-    [[nodiscard]] bool postNotificationSendData(std::span<const std::byte> block);
+    [[nodiscard]] Sent postNotificationSendData(std::span<const std::byte> block);
     [[nodiscard]] bool requestData();
 
     std::string frontendServerName; // where the filter listens

@@ -60,19 +60,22 @@ class NotificationCenter {
     /// Posts a notification, with a block under "data" in its user info or without any user info. While the
     /// peer is slow to take earlier ones this waits, unless the job is cancelled. The block is not kept.
     ///
+    /// Returns false where the peer has said its farewell during that wait: a block is not posted then, and
+    /// may be once the peer has announced itself again.
+    ///
     /// Throws NotificationError where the notification cannot be posted, and also, after posting it, where an
     /// earlier one of its kind (with or without data) has turned out to be undelivered since: a lost block is
     /// the failure of one post, that one's or a later one's.
-    virtual void post(const std::string &name, const std::string &object,
-                      std::optional<std::span<const std::byte>> data) = 0;
+    [[nodiscard]] virtual bool post(const std::string &name, const std::string &object,
+                                    std::optional<std::span<const std::byte>> data) = 0;
 
     /// Turns the run loop: runs the functions queued before, then waits until one notification has been
     /// delivered or `length` has passed. Throws NotificationError where the system gives up on it.
     virtual void turn(std::chrono::microseconds length) = 0;
 
-    /// A turn that follows a post. It also ends once what has come in so far holds nothing to be delivered and
-    /// there is nothing to wait for: the peer has taken the command posted last, or a block posted last leaves
-    /// room for another. Where the peer cannot say so (a broadcast, say), it is like any other turn.
+    /// A turn that follows a post. It also ends once what has come in so far holds nothing to be delivered
+    /// and there is nothing to wait for: the peer has taken the command posted last, or a block posted last
+    /// leaves room for another. Where the peer cannot say so (a broadcast, say), it is like any other turn.
     virtual void turnAfterPost(std::chrono::microseconds length) = 0;
 
     /// Queues a function to a later turn.

@@ -524,13 +524,17 @@ void DBusNotificationCenter::turnWhile(Condition isToBeWaitedFor) {
 
 // ---- Posts
 
-void DBusNotificationCenter::post(const std::string &name, const std::string &object,
+bool DBusNotificationCenter::post(const std::string &name, const std::string &object,
                                   std::optional<std::span<const std::byte>> data) {
     requireReceiver(data.has_value());
     if (!canCarry(name) || !canCarry(object)) {
         throw NotificationError("a name or object cannot be carried by the system bus");
     }
-    turnWhile([this] { return calls.size() >= window && !peer.empty(); });
+    const bool isPeerGone = hasPeerSaidFarewell;
+    turnWhile([this] { return calls.size() >= window && !peer.empty() && !hasPeerSaidFarewell; });
+    if (data && hasPeerSaidFarewell && !isPeerGone && !peer.empty()) {
+        return false; // it is not to be sent more until it is back
+    }
     // A bus that is filled with the data of a cancelled job would drop what matters then, the cancel record.
     if (data && data->size() > smallBlock && calls.size() >= window && client.isCancelled()) {
         throw NotificationError("the job is cancelled and the peer takes nothing");
@@ -552,6 +556,7 @@ void DBusNotificationCenter::post(const std::string &name, const std::string &ob
         throw NotificationError("an earlier notification was not delivered");
     }
     requireReceiver(false);
+    return true;
 }
 
 bool DBusNotificationCenter::canCarry(const std::string &text) {
@@ -594,8 +599,8 @@ int DBusNotificationCenter::trySend(const std::string &name, const std::string &
     if (result < 0) {
         return result;
     }
-    // Only a cancelled job comes here with a full window; its end mark, cancel record and goodbye are to go
-    // out.
+    // With a full window only the end mark, cancel record and goodbye of a cancelled job come here, and
+    // commands to a peer that has said its farewell.
     if (peer.empty() || calls.size() >= window) {
         return sd_bus_send(bus.get(), raw, nullptr); // wants no reply
     }

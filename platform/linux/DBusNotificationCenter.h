@@ -50,8 +50,8 @@ class DBusNotificationCenter final : public NotificationCenter {
     void startObserving(const std::string &name, const PeerCommands &peerCommands,
                         Observer observer) override;
     void stopObserving() noexcept override;
-    void post(const std::string &name, const std::string &object,
-              std::optional<std::span<const std::byte>> data) override;
+    [[nodiscard]] bool post(const std::string &name, const std::string &object,
+                            std::optional<std::span<const std::byte>> data) override;
     void turn(std::chrono::microseconds length) override;
     void turnAfterPost(std::chrono::microseconds length) override;
     void performLater(std::function<void()> function) override;

@@ -119,9 +119,9 @@ class Backend {
         center->startObserving(std::string(port) + ".backend", {"fronted-alive", "frontend-byebye"},
                                [&](const Notification &notification) {
                                    if (notification.object == "fronted-alive") {
-                                       center->post(name, "backend-alive", std::nullopt);
+                                       static_cast<void>(center->post(name, "backend-alive", std::nullopt));
                                    } else if (notification.object == "readPipe") {
-                                       center->post(name, "readPipe", record);
+                                       static_cast<void>(center->post(name, "readPipe", record));
                                    } else if (notification.object == "writePipe") {
                                        shared->sum = addedTo(shared->sum, notification.data.value());
                                        ++shared->blocks;
@@ -129,7 +129,7 @@ class Backend {
                                        shared->hasHeardGoodbye = true;
                                    }
                                });
-        center->post(name, "backend-alive", std::nullopt);
+        static_cast<void>(center->post(name, "backend-alive", std::nullopt));
         while (true) {
             center->turn(1s);
         }

@@ -325,6 +325,29 @@ TEST_F(FrontendIPCTest, SendsBlocksOfAnySizeWhole) {
     }
 }
 
+TEST_F(FrontendIPCTest, ABlockWaitsForABackendThatLeavesWhileThereIsNoRoomForIt) {
+    const auto channel = makeReadyChannel();
+    center.leavesDuringPosts = 1;
+    center.deliver("backend-alive", std::nullopt, 500ms);
+    const Block block = blockOf("page data");
+    EXPECT_TRUE(channel->sendData(block));
+    EXPECT_THAT(center.posts, ElementsAre(Post{backend, "writePipe", block}));
+    EXPECT_THAT(log.messages(),
+                ElementsAre("[post " + backend + " writePipe]", "FrontendIPC::handleNotification",
+                            "FrontendIPC::handleNotification:backend-byebye", sendWaits, "[turn 300 ms]",
+                            sendWaits, "[turn 300 ms]", "FrontendIPC::handleNotification",
+                            "FrontendIPC::handleNotification:backend-alive",
+                            "[post " + backend + " writePipe]", "[turn after post 10 ms]",
+                            "FrontendIPC sendData: sending 9 bytes to backend"));
+
+    center.leavesDuringPosts = 1;
+    center.posts.clear();
+    center.turns.clear();
+    EXPECT_FALSE(channel->sendData(block)) << "it does not come back";
+    EXPECT_THAT(center.posts, IsEmpty());
+    EXPECT_EQ(center.turns.size(), 100U);
+}
+
 TEST_F(FrontendIPCTest, ASendWaitsForABackendThatComesBack) {
     const auto channel = makeReadyChannel();
     makeBackendLeave(*channel);

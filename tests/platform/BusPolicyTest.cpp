@@ -40,12 +40,12 @@ Heard whatEndsHear(std::chrono::milliseconds patience) {
     bool secondHeard = false;
     first->startObserving("first", {"hello", "bye"}, [&](const Notification &) { firstHeard = true; });
     second->startObserving("second", {"hello", "bye"}, [&](const Notification &) { secondHeard = true; });
-    first->post("second", "hello", std::nullopt);
+    static_cast<void>(first->post("second", "hello", std::nullopt));
     second->turn(patience);
     if (!secondHeard) {
         return Heard::nothing;
     }
-    second->post("first", "hello", std::nullopt);
+    static_cast<void>(second->post("first", "hello", std::nullopt));
     first->turn(patience);
     return firstHeard ? Heard::signalsAndCalls : Heard::signals;
 }

@@ -113,16 +113,16 @@ class End {
         });
     }
 
-    void post(const std::string &object) const { center->post(postName, object, std::nullopt); }
+    void post(const std::string &object) const { EXPECT_TRUE(center->post(postName, object, std::nullopt)); }
 
     void post(const std::string &object, std::span<const std::byte> data) const {
-        center->post(postName, object, data);
+        EXPECT_TRUE(center->post(postName, object, data));
     }
 
     /// Whether the post succeeded.
     bool tryPost(const std::string &object, std::optional<std::span<const std::byte>> data = std::nullopt) {
         try {
-            center->post(postName, object, data);
+            EXPECT_TRUE(center->post(postName, object, data));
             return true;
         } catch (const NotificationError &error) {
             lastError = error.what();
@@ -242,8 +242,10 @@ TEST_F(DBusNotificationCenterTest, RefusesNamesThatAreNoValidText) {
                              "usb://\xF4\x90\x80\x80"}) {
         EXPECT_THROW(frontend->center->startObserving(name, backendCommands, [](const Notification &) {}),
                      NotificationError);
-        EXPECT_THROW(frontend->center->post(name, "fronted-alive", std::nullopt), NotificationError);
-        EXPECT_THROW(frontend->center->post(backendName, name, std::nullopt), NotificationError);
+        EXPECT_THROW(static_cast<void>(frontend->center->post(name, "fronted-alive", std::nullopt)),
+                     NotificationError);
+        EXPECT_THROW(static_cast<void>(frontend->center->post(backendName, name, std::nullopt)),
+                     NotificationError);
     }
     frontend->post("fronted-alive"); // the connection is none the worse for it
 }
@@ -546,7 +548,7 @@ class TurnAfterPost : public DBusNotificationCenterTest {
 
     /// Posts and waits until the backend has it.
     void post(const std::string &object, std::optional<std::span<const std::byte>> data = std::nullopt) {
-        frontend->center->post(frontend->postName, object, data);
+        EXPECT_TRUE(frontend->center->post(frontend->postName, object, data));
         const std::size_t posted = backend.received.size() + 1;
         ASSERT_TRUE(runUntil([&] { return backend.received.size() == posted; }, {processing(backend)}));
     }
@@ -1067,6 +1069,38 @@ TEST_F(DBusNotificationCenterTest, AnAnswerMakesRoomForOneMore) {
     EXPECT_GE(answeredCalls, 60U - 16U);
     EXPECT_TRUE(frontend->center->waitForDelivery());
     EXPECT_EQ(answeredCalls, 60U);
+}
+
+TEST_F(DBusNotificationCenterTest, WaitsForRoomEndWithThePeersGoodbye) {
+    for (const bool makesRoom : {false, true}) {
+        const auto frontend = makeFrontend();
+        BusClient backend(backendName);
+        const std::string destination = introduce(*frontend, backend);
+        for (int i = 0; i < 16; ++i) {
+            frontend->post("writePipe", patternOf(100));
+        }
+        ASSERT_TRUE(runUntil([&] { return backend.received.size() == 16; }, {processing(backend)}));
+        const auto send = [&](const char *object) {
+            backend.call(destination, notificationPath(frontendName),
+                         notificationArguments(frontendName, object));
+        };
+        send("backend-byebye");
+        if (makesRoom) {
+            backend.answer(backend.received.front().get());
+        }
+        EXPECT_FALSE(frontend->center->post(backendName, "writePipe", patternOf(100)));
+        EXPECT_THAT(frontend->objects(), ElementsAre("backend-byebye"));
+        frontend->post("readPipe"); // a command goes out all the same
+        ASSERT_TRUE(runUntil([&] { return backend.received.size() == 17; }, {processing(backend)}));
+
+        send("backend-alive");
+        ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 2; }, {turning(*frontend)}));
+        for (std::size_t i = makesRoom ? 1 : 0; i < 16; ++i) {
+            backend.answer(backend.received[i].get());
+        }
+        frontend->post("writePipe", patternOf(200));
+        ASSERT_TRUE(runUntil([&] { return backend.received.size() == 18; }, {processing(backend)}));
+    }
 }
 
 TEST_F(DBusNotificationCenterTest, WaitsForRoomEndWhenThePeerLeaves) {

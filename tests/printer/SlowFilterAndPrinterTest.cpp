@@ -65,10 +65,11 @@ TEST_F(SlowFilterAndPrinter, FailWhenTheBackendLeavesForGood) {
     EXPECT_EQ(filter->finish(100s).exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 1);
     EXPECT_EQ(reportedJob()["outcome"], "broken");
-    // The second page was under way when the backend said goodbye.
-    EXPECT_EQ(reportedJob()["pages"].size(), 2U);
-    EXPECT_TRUE(reportedJob()["pages"][0]["complete"]);
-    EXPECT_FALSE(reportedJob()["pages"][1]["complete"]);
+    // Some of the second page may have been on its way when the backend said goodbye.
+    const nlohmann::json pages = reportedJob()["pages"];
+    EXPECT_EQ(std::count_if(pages.begin(), pages.end(),
+                            [](const nlohmann::json &page) { return page["complete"] == true; }),
+              1);
     expectNothingLeft();
 }
 

@@ -29,15 +29,22 @@ class FakeNotificationCenter::Connection final : public platform::NotificationCe
         center.observer = nullptr;
     }
 
-    void post(const std::string &name, const std::string &object,
-              std::optional<std::span<const std::byte>> data) override {
+    [[nodiscard]] bool post(const std::string &name, const std::string &object,
+                            std::optional<std::span<const std::byte>> data) override {
         center.trace("post " + name + " " + object);
         center.posts.push_back(
             {name, object, data ? std::optional(Block(data->begin(), data->end())) : std::nullopt});
         if (center.failsPosts) {
             throw platform::NotificationError("the test lets posts fail");
         }
+        if (data && center.leavesDuringPosts > 0) {
+            --center.leavesDuringPosts;
+            center.posts.pop_back();
+            center.observer({center.peerCommands.farewell, std::nullopt});
+            return false;
+        }
         center.afterPost(Post(center.posts.back()));
+        return true;
     }
 
     void turn(std::chrono::microseconds length) override { center.turn("turn", length); }

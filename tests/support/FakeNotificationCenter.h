@@ -55,6 +55,7 @@ class FakeNotificationCenter {
     std::string connectProblem; // fails `connect` where it is not empty
     std::string observeProblem; // makes `startObserving` throw where it is not empty
     bool failsPosts = false;    // makes `post` throw
+    int leavesDuringPosts = 0;  // during so many posts of blocks the other end says its farewell
     bool failsTurns = false;    // makes `turn` throw
     bool failsWaits = false;    // makes `waitForDelivery` throw
     bool isDelivered = true;    // what `waitForDelivery` returns

@@ -100,7 +100,7 @@ bool PrinterRun::perform(const ChannelDeed &deed, std::string &problem) {
 
 void PrinterRun::post(const PostNotification &notification) {
     try {
-        center->post(wishes.uri + ".frontend", notification.object, notification.data);
+        static_cast<void>(center->post(wishes.uri + ".frontend", notification.object, notification.data));
     } catch (const platform::NotificationError &error) {
         // A host that is gone, or a bus that is: neither is a reason for a printer to end.
         tell(std::string("! not delivered: ") + error.what());
