@@ -1,14 +1,18 @@
 #include "driver/PageStream.h"
 #include "tests/printer/PrinterFixture.h"
+#include "tests/support/BusClient.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -98,6 +102,45 @@ TEST_F(FilterAndPrinter, PrintAOneSidedJob) {
     EXPECT_THAT(log(), Contains("FrontendIPC initWithPortName: port name is: " + uri));
     EXPECT_THAT(log(), Contains("DriverFilter run: exiting with result 1"));
     expectNothingLeft();
+}
+
+TEST_F(FilterAndPrinter, LeaveStandardOutputAloneWhereThereIsAChannel) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
+    const int before = fcntl(ends[1], F_GETPIPE_SZ);
+    startPrinter("one-sided");
+    startFilter({.output = test::Descriptor{ends[1]}});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(fcntl(ends[1], F_GETPIPE_SZ), before);
+    char byte = 0;
+    EXPECT_EQ(read(ends[0], &byte, 1), -1) << "nothing is written there";
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(FilterAndPrinter, TakeNoStrangersWordThatTheOtherHasLeft) {
+    const std::string frontend = uri + ".frontend";
+    const std::string backend = uri + ".backend";
+    test::BusClient hearsPrinter(frontend);
+    test::BusClient hearsFilter(backend);
+    startPrinter("one-sided");
+    startFilter({.input = test::Pipe()});
+    ASSERT_TRUE(hearsPrinter.awaitReceived(1));
+    ASSERT_TRUE(hearsFilter.awaitReceived(1));
+    const std::string printerName = sd_bus_message_get_sender(hearsPrinter.received.front().get());
+    const std::string filterName = sd_bus_message_get_sender(hearsFilter.received.front().get());
+    awaitLog("FrontendIPC readData Completed", 2);
+    test::BusClient stranger("somebody else");
+    stranger.forgeDeparture(filterName, printerName);
+    stranger.forgeDeparture(printerName, filterName);
+    stranger.waitForBus();
+    filter->write(makeStream(document(3)));
+    filter->closeInput();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+    EXPECT_THAT(log(), testing::Not(Contains("FrontendIPC::handleNotification:backend-byebye")));
 }
 
 TEST_F(FilterAndPrinter, PrintCopiesOnADuplexUnit) {

@@ -15,6 +15,8 @@ namespace veltrin::test {
 PrinterFixture::PrinterFixture() {
     std::filesystem::create_directory(spoolFolder);
     writeFile("/tmp/gdidebug", "");
+    // Of an earlier test in the same process.
+    std::filesystem::remove("/tmp/CUPSDebug.log");
 }
 
 void PrinterFixture::startPrinter(const std::string &scenario,
@@ -41,6 +43,9 @@ void PrinterFixture::startFilter(const FilterJob &job) {
         command.input = *job.input;
     } else {
         command.input = File{"/tmp/job"};
+    }
+    if (job.output) {
+        command.output = *job.output;
     }
     filter.emplace(command);
 }

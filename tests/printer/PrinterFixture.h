@@ -21,6 +21,7 @@ struct FilterJob {
     std::string program = {}; ///< without: the filter of the build tree
     /// Without: `stream`, from a file, so that nobody has to feed it while the test looks at the printer.
     std::optional<test::Pipe> input = {};
+    std::optional<test::Descriptor> output = {}; ///< without: a pipe to the test
 };
 
 /// Runs the filter and a virtual printer as processes on a message bus of the test's own.
