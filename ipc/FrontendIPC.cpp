@@ -66,7 +66,7 @@ bool FrontendIPC::announce(platform::Platform &platform, std::function<bool()> i
     center->startObserving(
         frontendServerName, {backendAlive, backendByebye},
         [this](const platform::Notification &notification) { handleNotification(notification); });
-    postNotificationCommand(frontendAlive);
+    static_cast<void>(postNotificationCommand(frontendAlive));
     if (!waitForBackend(sendWaitsForBackend)) {
         stop();
         return false;
@@ -115,8 +115,12 @@ bool FrontendIPC::readData(std::optional<std::vector<std::byte>> &record) {
     record.reset();
     isDataArrived = false;
     try {
-        if (waitForBackend(readWaitsForBackend) && !isStopped) {
-            if (requestData()) {
+        Sent sent = Sent::backendLeft;
+        while (sent == Sent::backendLeft && waitForBackend(readWaitsForBackend) && !isStopped) {
+            sent = postNotificationCommand(readPipe);
+        }
+        if (sent != Sent::backendLeft) {
+            if (awaitReply()) {
                 record = recvData;
             } else {
                 CPSDebugLog("FrontendIPC readData failed!");
@@ -131,8 +135,7 @@ bool FrontendIPC::readData(std::optional<std::vector<std::byte>> &record) {
 }
 
 /// Returns false when the turns are used up, even where the reply came in the last of them.
-bool FrontendIPC::requestData() {
-    postNotificationCommand(readPipe);
+bool FrontendIPC::awaitReply() {
     int turns = 0;
     while (!isStopped && !isDataArrived && turns < replyTurns) {
         CPSDebugLog("FrontendIPC waiting data...");
@@ -153,7 +156,8 @@ bool FrontendIPC::waitForDelivery() {
 
 void FrontendIPC::stop() {
     isStopped = true;
-    postNotificationCommand(frontendByebye);
+    while (postNotificationCommand(frontendByebye) == Sent::backendLeft) {
+    }
 }
 
 bool FrontendIPC::sendAck() const {
@@ -192,20 +196,26 @@ void FrontendIPC::handleCommand(const platform::Notification &notification) {
     }
 }
 
-void FrontendIPC::postNotificationCommand(const std::string &command) {
+FrontendIPC::Sent FrontendIPC::postNotificationCommand(const std::string &command) {
     try {
-        static_cast<void>(center->post(backendServerName, command, std::nullopt));
+        if (!center->post(backendServerName, command, std::nullopt)) {
+            center->turn(0us); // to hear of it
+            return Sent::backendLeft;
+        }
         center->turnAfterPost(commandTurn);
+        return Sent::yes;
     } catch (const std::exception &) {
         CPSDebugLog("FrontendIPC postNotificationCommand: Catch Exception!");
+        return Sent::no;
     }
 }
 
-/// `no` where the block, or an earlier one, is lost; `backendLeft` where the backend has said goodbye while
-/// there was no room for the block.
 FrontendIPC::Sent FrontendIPC::postNotificationSendData(std::span<const std::byte> block) {
     try {
         if (!center->post(backendServerName, writePipe, block)) {
+            if (isBackendAlive) {
+                center->turn(0us); // to hear of it
+            }
             return Sent::backendLeft;
         }
         center->turnAfterPost(dataTurn);

@@ -62,6 +62,8 @@ class FrontendIPC {
     [[nodiscard]] bool eojAck() const;
 
   private:
+    /// What has become of a post. `no`: it, or an earlier one, is lost. `backendLeft`: nothing was posted
+    /// since the backend has left or said goodbye, of which the turns tell.
     enum class Sent { yes, no, backendLeft };
 
     FrontendIPC(const std::string &portName, FrontendIPCDelegate *owner);
@@ -70,9 +72,9 @@ class FrontendIPC {
     [[nodiscard]] bool waitForBackend(const char *line);
     void handleNotification(const platform::Notification &notification);
     void handleCommand(const platform::Notification &notification);
-    void postNotificationCommand(const std::string &command);
+    [[nodiscard]] Sent postNotificationCommand(const std::string &command);
     [[nodiscard]] Sent postNotificationSendData(std::span<const std::byte> block);
-    [[nodiscard]] bool requestData();
+    [[nodiscard]] bool awaitReply();
 
     std::string frontendServerName; // where the filter listens
     std::string backendServerName;  // where it posts

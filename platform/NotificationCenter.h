@@ -24,6 +24,10 @@ struct Notification {
 struct PeerCommands {
     std::string announcement;
     std::string farewell;
+
+    /// Whether the peer that is there comes first: others that announce themselves are heard once it has said
+    /// its farewell or left. Else the newest that announces itself counts.
+    bool presentComesFirst = false;
 };
 
 /// A notification center could not do what it was asked; `what()` says why.
@@ -60,8 +64,10 @@ class NotificationCenter {
     /// Posts a notification, with a block under "data" in its user info or without any user info. While the
     /// peer is slow to take earlier ones this waits, unless the job is cancelled. The block is not kept.
     ///
-    /// Returns false where the peer has said its farewell during that wait: a block is not posted then, and
-    /// may be once the peer has announced itself again.
+    /// What has come in of departures and announcements counts before it is addressed. Returns false, and has
+    /// posted nothing, where the peer has left or said its farewell and either the observer has yet to hear
+    /// so, in the next turns, or a block was waiting for room meanwhile. It may be posted once the peer has
+    /// announced itself again.
     ///
     /// Throws NotificationError where the notification cannot be posted, and also, after posting it, where an
     /// earlier one of its kind (with or without data) has turned out to be undelivered since: a lost block is

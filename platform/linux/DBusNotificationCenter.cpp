@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <thread>
 #include <utility>
 
@@ -21,6 +22,9 @@ using std::chrono::steady_clock;
 
 constexpr auto connectionLimit = 5s;
 constexpr auto drainLimit = 2s;
+
+/// How long a post waits for the bus to tell who has announced itself.
+constexpr auto introductionLimit = 1s;
 
 /// How long a wait for the peer may go on before it looks at the job's cancellation again.
 constexpr auto cancellationInterval = 100ms;
@@ -166,6 +170,9 @@ void DBusNotificationCenter::loseBus(const std::string &reason) {
     }
     client.report("the system bus is lost: " + reason);
     abandonCalls();
+    if (!peer.empty()) {
+        inbox.push_back({peer, nullptr}); // nothing will be heard of it any more
+    }
     sd_bus_close(bus.get());
 }
 
@@ -349,42 +356,54 @@ int DBusNotificationCenter::nameOwnerChanged(sd_bus_message *message, void *send
     return 0;
 }
 
+/// Nothing is expected any more of a sender that has left the bus.
+DBusNotificationCenter::Verdict DBusNotificationCenter::verdictOn(const std::string &sender) const {
+    const auto known = senders.find(sender);
+    return known != senders.end() ? known->second.verdict : Verdict::refused;
+}
+
 /// Delivers the first of what has come in, of those whose sender is known by now. Returns whether the
 /// observer was called.
 bool DBusNotificationCenter::deliverNext() {
     if (isDelivering) {
         return false;
     }
-    for (auto entry = inbox.begin(); entry != inbox.end();) {
-        const auto sender = senders.find(entry->sender);
-        const Verdict verdict = sender != senders.end() ? sender->second.verdict : Verdict::refused;
-        if (verdict == Verdict::pending) {
-            ++entry;
+    for (std::size_t place = 0; place < inbox.size();) {
+        if (verdictOn(inbox[place].sender) == Verdict::pending) {
+            ++place;
             continue;
         }
-        const Incoming incoming = std::move(*entry);
-        entry = inbox.erase(entry);
-        if (deliver(incoming, sender != senders.end() ? &sender->second : nullptr)) {
+        Incoming incoming = std::move(inbox[place]);
+        inbox.erase(inbox.begin() + static_cast<std::ptrdiff_t>(place));
+        if (mustWait(incoming)) {
+            letWait(std::move(incoming));
+            continue;
+        }
+        if (incoming.standing == Standing::unknown) {
+            incoming.standing = standingOf(incoming);
+        }
+        if (deliver(incoming)) {
             return true;
         }
     }
     return false;
 }
 
-/// `sender` is null where it has left, and what it sent after that is nobody's.
-bool DBusNotificationCenter::deliver(const Incoming &incoming, const Sender *sender) {
+bool DBusNotificationCenter::deliver(const Incoming &incoming) {
     if (!incoming.message) {
-        return deliverDeparture(incoming.sender);
+        return deliverDeparture(incoming);
     }
-    if (sender == nullptr || sender->verdict == Verdict::refused) {
+    if (verdictOn(incoming.sender) == Verdict::refused) {
+        const auto sender = senders.find(incoming.sender);
         answerWithError(incoming.message.get(), SD_BUS_ERROR_ACCESS_DENIED,
-                        sender != nullptr ? sender->refusal : "");
+                        sender != senders.end() ? sender->second.refusal : "");
         return false;
     }
-    return deliverMessage(incoming.sender, incoming.message.get());
+    return deliverMessage(incoming);
 }
 
-bool DBusNotificationCenter::deliverMessage(const std::string &sender, sd_bus_message *message) {
+bool DBusNotificationCenter::deliverMessage(const Incoming &incoming) {
+    sd_bus_message *message = incoming.message.get();
     std::string problem;
     const std::optional<ReceivedNotification> received = readNotification(message, problem);
     if (!received) {
@@ -395,7 +414,10 @@ bool DBusNotificationCenter::deliverMessage(const std::string &sender, sd_bus_me
         refuse(message, SD_BUS_ERROR_UNKNOWN_OBJECT, "nobody observes its name");
         return false;
     }
-    if (!isFromPeer(sender, received->notification)) {
+    if (incoming.standing == Standing::ofNobody) {
+        if (received->notification.object == observation->peerCommands.farewell) {
+            endWaiting(incoming.sender);
+        }
         refuse(message, SD_BUS_ERROR_ACCESS_DENIED, "another peer has taken its sender's place");
         return false;
     }
@@ -404,45 +426,157 @@ bool DBusNotificationCenter::deliverMessage(const std::string &sender, sd_bus_me
     if (const int result =
             sd_bus_message_get_expect_reply(message) > 0 ? sd_bus_reply_method_return(message, "") : 0;
         result < 0 && !isBusLost) {
-        client.report("cannot answer " + sender + ": " + textOf(result));
+        client.report("cannot answer " + incoming.sender + ": " + textOf(result));
+    }
+    if (incoming.standing == Standing::peersFarewell) {
+        endWaiting();
     }
     return true;
 }
 
-/// Whether the sender is the peer, having become it by this notification if need be. The newest that
-/// announces itself counts; what an older one still sends does not.
-bool DBusNotificationCenter::isFromPeer(const std::string &sender, const Notification &notification) {
-    const bool isAnnouncement = notification.object == observation->peerCommands.announcement;
-    if (sender != peer) {
-        if (!peer.empty() && !isAnnouncement) {
-            return false;
-        }
+bool DBusNotificationCenter::deliverDeparture(const Incoming &incoming) {
+    senders.erase(incoming.sender);
+    endWaiting(incoming.sender);
+    if (incoming.standing != Standing::peersFarewell || !observation) {
+        return false;
+    }
+    observe({observation->peerCommands.farewell, std::nullopt});
+    endWaiting();
+    return true;
+}
+
+// ---- Who the peer is
+
+DBusNotificationCenter::Standing DBusNotificationCenter::standingOf(const Incoming &incoming) {
+    if (incoming.message) {
+        return verdictOn(incoming.sender) == Verdict::accepted
+                   ? standingOfMessage(incoming.sender, incoming.message.get())
+                   : Standing::ofNobody;
+    }
+    if (incoming.sender != peer) {
+        return Standing::ofNobody;
+    }
+    peer.clear();
+    hasPeerLeft = true;
+    abandonCalls();
+    return hasPeerSaidFarewell ? Standing::ofNobody : Standing::peersFarewell;
+}
+
+/// The sender may become the peer by this notification: the first that is heard of, and later one that
+/// announces itself. What the one before still sends is nobody's.
+DBusNotificationCenter::Standing
+DBusNotificationCenter::standingOfMessage(const std::string &sender, sd_bus_message *message) {
+    if (!observation) {
+        return Standing::ofNobody;
+    }
+    const std::optional<std::string> object = objectOf(message);
+    const bool isAnnouncement = object == observation->peerCommands.announcement;
+    const bool isFarewell = object == observation->peerCommands.farewell;
+    const bool becomesPeer = sender != peer && (peer.empty() || isAnnouncement);
+    if (!becomesPeer && sender != peer) {
+        return Standing::ofNobody;
+    }
+    if (!becomesPeer && !isAnnouncement && !isFarewell) {
+        return Standing::ofPeer;
+    }
+    // Only a notification that will be delivered may change anything.
+    std::string problem;
+    if (const auto received = readNotification(message, problem);
+        !received || received->name != observation->name) {
+        return Standing::ofNobody;
+    }
+    if (becomesPeer) {
         abandonCalls(); // nobody can say any more that they were printed
+        if (observation->peerCommands.presentComesFirst) {
+            isBlockLost = isCommandLost = false; // the next peer is not to answer for the one before
+        }
         peer = sender;
         hasPeerLeft = false;
         hasPeerSaidFarewell = false;
     }
     if (isAnnouncement) {
         hasPeerSaidFarewell = false;
-    } else if (notification.object == observation->peerCommands.farewell) {
+    } else if (isFarewell) {
         hasPeerSaidFarewell = true;
+        return Standing::peersFarewell;
     }
-    return true;
+    return Standing::ofPeer;
 }
 
-bool DBusNotificationCenter::deliverDeparture(const std::string &sender) {
-    senders.erase(sender);
-    if (sender != peer) {
+/// Whether this is somebody's announcement that is to be heard only after the present peer's farewell, or
+/// after those who wait already.
+bool DBusNotificationCenter::mustWait(const Incoming &incoming) const {
+    if (!observation || !observation->peerCommands.presentComesFirst || !incoming.message ||
+        incoming.standing != Standing::unknown || incoming.sender == peer ||
+        verdictOn(incoming.sender) != Verdict::accepted) {
         return false;
     }
-    peer.clear();
-    hasPeerLeft = true;
-    abandonCalls();
-    if (!observation || hasPeerSaidFarewell) {
-        return false;
+    const bool isPeerThere = !peer.empty() && !hasPeerSaidFarewell;
+    return (isPeerThere || !waiting.empty()) &&
+           objectOf(incoming.message.get()) == observation->peerCommands.announcement;
+}
+
+void DBusNotificationCenter::letWait(Incoming incoming) {
+    if (waiting.size() >= inboxLimit) {
+        refuse(incoming.message.get(), SD_BUS_ERROR_LIMITS_EXCEEDED, "too many wait already");
+        return;
     }
-    observe({observation->peerCommands.farewell, std::nullopt});
-    return true;
+    client.report(incoming.sender + " has announced itself and waits until " + peer + " has left");
+    waiting.push_back(std::move(incoming));
+}
+
+/// Those who have waited are heard next, in the order in which they came.
+void DBusNotificationCenter::endWaiting() {
+    inbox.insert(inbox.begin(), std::make_move_iterator(waiting.begin()),
+                 std::make_move_iterator(waiting.end()));
+    waiting.clear();
+}
+
+/// One who has given up waits no more.
+void DBusNotificationCenter::endWaiting(const std::string &sender) {
+    std::erase_if(waiting, [&sender](const Incoming &one) { return one.sender == sender; });
+}
+
+/// Takes in what has come from the bus by now, and lets it count who has left and who has announced itself:
+/// what is posted next must not go to a peer that is known to be no more. The observer hears of it in turns,
+/// as ever.
+void DBusNotificationCenter::heedNews() {
+    for (std::size_t messages = 0; messages < inboxLimit && processBus(); ++messages) {
+    }
+    const Time deadline = steady_clock::now() + introductionLimit;
+    while (isAnnouncerUnknown() && !isBusLost && !client.isCancelled() && steady_clock::now() < deadline) {
+        if (!processBus()) {
+            waitForBus(std::min(deadline, steady_clock::now() + cancellationInterval));
+        }
+    }
+    for (std::size_t place = 0; place < inbox.size();) {
+        Incoming &incoming = inbox[place];
+        if (mustWait(incoming)) {
+            letWait(std::move(incoming));
+            inbox.erase(inbox.begin() + static_cast<std::ptrdiff_t>(place));
+            continue;
+        }
+        if (incoming.standing == Standing::unknown && verdictOn(incoming.sender) != Verdict::pending) {
+            incoming.standing = standingOf(incoming);
+        }
+        ++place;
+    }
+}
+
+/// Whether somebody has announced itself of whom the bus has yet to tell the user.
+bool DBusNotificationCenter::isAnnouncerUnknown() const {
+    return observation && std::any_of(inbox.begin(), inbox.end(), [this](const Incoming &incoming) {
+               return incoming.message && verdictOn(incoming.sender) == Verdict::pending &&
+                      objectOf(incoming.message.get()) == observation->peerCommands.announcement;
+           });
+}
+
+/// Whether the peer has gone, none has come in its place, and the observer has yet to hear of it.
+bool DBusNotificationCenter::isFarewellUntold() const {
+    const bool isPeerThere = !peer.empty() && !hasPeerSaidFarewell;
+    return !isPeerThere && std::any_of(inbox.begin(), inbox.end(), [](const Incoming &incoming) {
+        return incoming.standing == Standing::peersFarewell;
+    });
 }
 
 void DBusNotificationCenter::observe(const Notification &notification) {
@@ -526,6 +660,10 @@ void DBusNotificationCenter::turnWhile(Condition isToBeWaitedFor) {
 
 bool DBusNotificationCenter::post(const std::string &name, const std::string &object,
                                   std::optional<std::span<const std::byte>> data) {
+    heedNews();
+    if (!isBusLost && isFarewellUntold()) {
+        return false;
+    }
     requireReceiver(data.has_value());
     if (!canCarry(name) || !canCarry(object)) {
         throw NotificationError("a name or object cannot be carried by the system bus");

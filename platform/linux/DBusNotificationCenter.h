@@ -91,10 +91,20 @@ class DBusNotificationCenter final : public NotificationCenter {
         std::string refusal; // why it is refused
     };
 
+    /// What an incoming notification is to the channel. Found out once for each, in the order of their
+    /// coming, at the latest when it is delivered.
+    enum class Standing {
+        unknown,
+        ofPeer,        ///< of the peer, which it may have become by it
+        peersFarewell, ///< said, or meant by leaving the bus
+        ofNobody,      ///< of somebody who is not the peer
+    };
+
     /// What has come in and is not delivered yet.
     struct Incoming {
         std::string sender;
         BusMessage message; // null: the sender has left the bus
+        Standing standing = Standing::unknown;
     };
 
     /// A call that the peer has not answered yet.
@@ -128,12 +138,21 @@ class DBusNotificationCenter final : public NotificationCenter {
 
     bool processBus();
     void waitForBus(Time until);
+    [[nodiscard]] Verdict verdictOn(const std::string &sender) const;
     bool deliverNext();
-    bool deliver(const Incoming &incoming, const Sender *sender);
-    bool deliverMessage(const std::string &sender, sd_bus_message *message);
-    bool deliverDeparture(const std::string &sender);
+    bool deliver(const Incoming &incoming);
+    bool deliverMessage(const Incoming &incoming);
+    bool deliverDeparture(const Incoming &incoming);
     void observe(const Notification &notification);
-    bool isFromPeer(const std::string &sender, const Notification &notification);
+    [[nodiscard]] Standing standingOf(const Incoming &incoming);
+    [[nodiscard]] Standing standingOfMessage(const std::string &sender, sd_bus_message *message);
+    [[nodiscard]] bool mustWait(const Incoming &incoming) const;
+    void letWait(Incoming incoming);
+    void endWaiting();
+    void endWaiting(const std::string &sender);
+    void heedNews();
+    [[nodiscard]] bool isAnnouncerUnknown() const;
+    [[nodiscard]] bool isFarewellUntold() const;
     void refuse(sd_bus_message *message, const char *error, const std::string &reason) const;
     static void answerWithError(sd_bus_message *message, const char *error, const std::string &reason);
 
@@ -162,6 +181,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     std::optional<int> matchError; // the bus's answer to the match: an error number, 0 where it is in place
     std::map<std::string, Sender> senders; // by unique name
     std::deque<Incoming> inbox;
+    std::deque<Incoming> waiting; // announcements of others while the peer that is there comes first
     bool isDelivering = false;
 
     std::string peer; // its unique name; empty while there is none

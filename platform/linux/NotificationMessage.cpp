@@ -162,8 +162,17 @@ int appendNotification(sd_bus_message *message, const std::string &name, const s
     return result >= 0 ? sd_bus_message_close_container(message) : result;
 }
 
+std::optional<std::string> objectOf(sd_bus_message *message) {
+    std::optional<std::string> object;
+    if (sd_bus_message_has_signature(message, argumentTypes) <= 0 || sd_bus_message_rewind(message, 1) < 0 ||
+        sd_bus_message_skip(message, "s") < 0 || readObject(message, object) < 0) {
+        return std::nullopt;
+    }
+    return object;
+}
+
 std::optional<ReceivedNotification> readNotification(sd_bus_message *message, std::string &problem) {
-    if (sd_bus_message_has_signature(message, argumentTypes) <= 0) {
+    if (sd_bus_message_has_signature(message, argumentTypes) <= 0 || sd_bus_message_rewind(message, 1) < 0) {
         problem = "its arguments are not those of a notification";
         return std::nullopt;
     }

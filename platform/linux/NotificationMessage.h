@@ -44,6 +44,9 @@ struct ReceivedNotification {
                                      const std::string &object,
                                      std::optional<std::span<const std::byte>> data);
 
+/// The object alone; nothing where it is not a text or the message is no notification.
+[[nodiscard]] std::optional<std::string> objectOf(sd_bus_message *message);
+
 /// Reads the arguments. Nothing with `problem` set where they are not those of a notification. The message
 /// must live as long as the result.
 [[nodiscard]] std::optional<ReceivedNotification> readNotification(sd_bus_message *message,

@@ -202,6 +202,22 @@ TEST_F(ChannelOnBusTest, ABlockThatABackendDidNotTakeBeforeItLeftIsAFailure) {
     EXPECT_FALSE(channel->waitForDelivery());
 }
 
+TEST_F(ChannelOnBusTest, ABackendThatWasReplacedInAPauseOfTheFilterIsNotAskedAnyMore) {
+    auto backend = std::make_unique<Backend>();
+    const auto channel = makeChannel();
+    ASSERT_NE(channel, nullptr);
+    std::optional<Block> record;
+    EXPECT_TRUE(channel->readData(record));
+    backend->leave();
+    backend = std::make_unique<Backend>();
+    std::this_thread::sleep_for(200ms); // as the filter does while the printer has no room
+    EXPECT_TRUE(channel->readData(record));
+    EXPECT_TRUE(channel->sendData(Block(16)));
+    EXPECT_TRUE(channel->waitForDelivery());
+    EXPECT_EQ(backend->blocksTaken(), 1U);
+    channel->stop();
+}
+
 TEST_F(ChannelOnBusTest, ABackendThatStallsHoldsTheFilterUpUntilTheJobIsCancelled) {
     const Backend backend;
     const auto channel = makeChannel();

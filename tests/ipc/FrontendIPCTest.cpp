@@ -325,6 +325,50 @@ TEST_F(FrontendIPCTest, SendsBlocksOfAnySizeWhole) {
     }
 }
 
+TEST_F(FrontendIPCTest, ABlockWaitsForABackendWhoseGoodbyeHasComeInButIsNotHeardYet) {
+    const auto channel = makeReadyChannel();
+    center.holdsPosts = true;
+    center.deliver("backend-byebye");
+    center.deliver("backend-alive", std::nullopt, 500ms);
+    const Block block = blockOf("page data");
+    EXPECT_TRUE(channel->sendData(block));
+    EXPECT_THAT(center.posts, ElementsAre(Post{backend, "writePipe", block}));
+    EXPECT_THAT(
+        log.messages(),
+        ElementsAre("[post " + backend + " writePipe]", "[turn 0 ms]", "FrontendIPC::handleNotification",
+                    "FrontendIPC::handleNotification:backend-byebye", sendWaits, "[turn 300 ms]", sendWaits,
+                    "[turn 300 ms]", "FrontendIPC::handleNotification",
+                    "FrontendIPC::handleNotification:backend-alive", "[post " + backend + " writePipe]",
+                    "[turn after post 10 ms]", "FrontendIPC sendData: sending 9 bytes to backend"));
+}
+
+TEST_F(FrontendIPCTest, ARequestWaitsForABackendWhoseGoodbyeHasComeInButIsNotHeardYet) {
+    const auto channel = makeReadyChannel();
+    center.holdsPosts = true;
+    center.deliver("backend-byebye");
+    center.deliver("backend-alive", std::nullopt, 500ms);
+    answerRequests(statusRecord);
+    EXPECT_TRUE(channel->readData(record));
+    EXPECT_EQ(record, statusRecord);
+    EXPECT_THAT(center.posts, ElementsAre(Post{backend, "readPipe", std::nullopt}));
+    EXPECT_THAT(log.messages(),
+                ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]", "[turn 0 ms]",
+                            "FrontendIPC::handleNotification",
+                            "FrontendIPC::handleNotification:backend-byebye", readWaits, "[turn 300 ms]",
+                            readWaits, "[turn 300 ms]", "FrontendIPC::handleNotification",
+                            "FrontendIPC::handleNotification:backend-alive",
+                            "[post " + backend + " readPipe]", "[turn after post 100 ms]",
+                            "FrontendIPC::handleNotification", "FrontendIPC readData Completed"));
+}
+
+TEST_F(FrontendIPCTest, TheGoodbyeGoesOutOnceTheBackendsHasBeenHeard) {
+    const auto channel = makeReadyChannel();
+    center.holdsPosts = true;
+    center.deliver("backend-byebye");
+    channel->stop();
+    EXPECT_THAT(center.posts, ElementsAre(Post{backend, "frontend-byebye", std::nullopt}));
+}
+
 TEST_F(FrontendIPCTest, ABlockWaitsForABackendThatLeavesWhileThereIsNoRoomForIt) {
     const auto channel = makeReadyChannel();
     center.leavesDuringPosts = 1;

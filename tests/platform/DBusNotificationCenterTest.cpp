@@ -654,11 +654,14 @@ TEST_F(TurnAfterPost, LastsItsTimeWhereNobodyCanAnswer) {
     expectTurnLastsItsTime();
 }
 
-TEST_F(TurnAfterPost, LastsItsTimeOnceTheBusIsLost) {
+TEST_F(TurnAfterPost, LastsItsTimeOnceTheBusIsLostAndTheLossIsHeardOf) {
     postBlocks(1);
     bus.kill();
+    expectTurnEndsEarly();
+    EXPECT_THAT(frontend->objects(), ElementsAre("backend-byebye"));
     expectTurnLastsItsTime();
     expectTurnLastsItsTime();
+    EXPECT_EQ(frontend->received.size(), 1U);
 }
 
 TEST_F(TurnAfterPost, EndsWithTheGoodbyeOfAPeerThatLeavesAndThenLastsItsTime) {
@@ -966,6 +969,225 @@ TEST_F(DBusNotificationCenterTest, TheNewestPeerThatAnnouncesItselfCounts) {
     ASSERT_TRUE(runUntil([&] { return !older->received.empty(); }, {turning(*older)}));
 }
 
+// ---- News that have come in before a post
+
+TEST_F(DBusNotificationCenterTest, APostGoesToThePeerThatHasAnnouncedItselfMeanwhile) {
+    for (const bool saysGoodbye : {false, true}) {
+        SCOPED_TRACE(saysGoodbye);
+        const auto frontend = makeFrontend();
+        auto first = std::make_unique<BusClient>(backendName);
+        const std::string destination = introduce(*frontend, *first);
+        if (saysGoodbye) {
+            first->call(destination, notificationPath(frontendName),
+                        notificationArguments(frontendName, "backend-byebye"));
+        }
+        first->waitForBus();
+        first.reset();
+        BusClient second(backendName);
+        second.signal(notificationPath(frontendName), notificationArguments(frontendName, "backend-alive"));
+        second.waitForBus();
+
+        frontend->post("readPipe");
+        frontend->post("writePipe", patternOf(16));
+        EXPECT_TRUE(second.awaitReceived(2));
+        EXPECT_THAT(frontend->received, IsEmpty()) << "the observer hears of it in turns only";
+        ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 2; }, {turning(*frontend)}));
+        EXPECT_THAT(frontend->objects(), ElementsAre("backend-byebye", "backend-alive"));
+        EXPECT_THAT(frontend->reports, IsEmpty());
+    }
+}
+
+TEST_F(DBusNotificationCenterTest, APostIsNotMadeUntilItIsKnownThatThePeerHasGone) {
+    const auto frontend = makeFrontend();
+    auto backend = std::make_unique<BusClient>(backendName);
+    const std::string destination = introduce(*frontend, *backend);
+    for (const char *object : {"readPipe", "backend-byebye"}) {
+        backend->call(destination, notificationPath(frontendName),
+                      notificationArguments(frontendName, object));
+    }
+    backend->waitForBus();
+    const Block block = patternOf(16);
+    EXPECT_FALSE(frontend->center->post(backendName, "writePipe", block));
+    EXPECT_FALSE(frontend->center->post(backendName, "readPipe", std::nullopt));
+    frontend->center->turn(0us);
+    EXPECT_FALSE(frontend->center->post(backendName, "writePipe", block)) << "it is yet to be heard";
+    frontend->center->turn(0us);
+    EXPECT_THAT(frontend->objects(), ElementsAre("readPipe", "backend-byebye"));
+    frontend->post("frontend-byebye");
+    EXPECT_TRUE(backend->awaitReceived(1));
+
+    backend.reset();
+    ASSERT_TRUE(runUntil([&] { return !frontend->tryPost("readPipe"); }, {turning(*frontend)}));
+    EXPECT_EQ(frontend->received.size(), 2U);
+}
+
+TEST_F(DBusNotificationCenterTest, OfThoseThatAnnounceThemselvesBeforeAPostTheNewestCounts) {
+    const auto frontend = makeFrontend();
+    BusClient first(backendName);
+    introduce(*frontend, first);
+    BusClient second(backendName);
+    BusClient third(backendName);
+    for (BusClient *newcomer : {&second, &third}) {
+        newcomer->signal(notificationPath(frontendName),
+                         notificationArguments(frontendName, "backend-alive"));
+        newcomer->waitForBus();
+    }
+    frontend->post("writePipe", patternOf(16));
+    frontend->post("readPipe");
+    ASSERT_TRUE(runUntil([&] { return frontend->received.size() == 2; }, {turning(*frontend)}));
+    frontend->post("writePipe", patternOf(16));
+    EXPECT_TRUE(third.awaitReceived(3));
+    second.process();
+    EXPECT_THAT(second.received, IsEmpty());
+    for (const BusClient::Message &call : third.received) {
+        third.answer(call.get());
+    }
+    EXPECT_TRUE(frontend->center->waitForDelivery()) << "what was posted to it is not given up";
+}
+
+TEST_F(DBusNotificationCenterTest, AnAnnouncementOfAStrangerChangesNothingBeforeAPost) {
+    const auto frontend = makeFrontend([](uid_t user) { return user != getuid(); });
+    BusClient backend(backendName);
+    backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "backend-alive"));
+    backend.waitForBus();
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)));
+    EXPECT_EQ(frontend->lastError, "there is no peer yet to send data to");
+}
+
+// ---- The peer that is there comes first
+
+class PresentComesFirst : public DBusNotificationCenterTest {
+  protected:
+    static void announce(BusClient &host) {
+        host.signal(notificationPath(backendName), notificationArguments(backendName, "fronted-alive"));
+        host.waitForBus();
+    }
+
+    void sayGoodbye(BusClient &host) const {
+        host.call(uniqueName, notificationPath(backendName),
+                  notificationArguments(backendName, "frontend-byebye"));
+        host.waitForBus();
+    }
+
+    /// Has the backend hear the first host.
+    void introduceFirst() {
+        announce(first);
+        turnUntilHeard(1);
+        backend.post("backend-alive");
+        ASSERT_TRUE(first.awaitReceived(1));
+        uniqueName = sd_bus_message_get_sender(first.received.front().get());
+        first.answer(first.received.front().get());
+    }
+
+    void turnUntilHeard(std::size_t count) {
+        EXPECT_TRUE(runUntil([&] { return backend.received.size() == count; }, {turning(backend)}));
+    }
+
+    /// Lets everything be heard that has come in.
+    void turnALot() const {
+        for (int i = 0; i < 50; ++i) {
+            backend.center->turn(1ms);
+        }
+    }
+
+    End backend{backendName, frontendName, {"fronted-alive", "frontend-byebye", true}};
+    BusClient first{frontendName};
+    BusClient second{frontendName};
+    BusClient third{frontendName};
+    std::string uniqueName; // of the backend
+};
+
+TEST_F(PresentComesFirst, OthersAreHeardAfterItsGoodbyeInTheirOrder) {
+    introduceFirst();
+    announce(second);
+    announce(third);
+    turnALot();
+    EXPECT_THAT(backend.objects(), ElementsAre("fronted-alive"));
+    EXPECT_THAT(backend.reports,
+                ElementsAre(second.uniqueName() + " has announced itself and waits until " +
+                                first.uniqueName() + " has left",
+                            third.uniqueName() + " has announced itself and waits until " +
+                                first.uniqueName() + " has left"));
+    backend.post("readPipe"); // still to the first
+    EXPECT_TRUE(first.awaitReceived(2));
+
+    sayGoodbye(first);
+    turnALot();
+    EXPECT_THAT(backend.objects(), ElementsAre("fronted-alive", "frontend-byebye", "fronted-alive"));
+    backend.post("readPipe");
+    EXPECT_TRUE(second.awaitReceived(1));
+
+    sayGoodbye(second);
+    turnUntilHeard(5);
+    backend.post("readPipe");
+    EXPECT_TRUE(third.awaitReceived(1));
+    EXPECT_EQ(first.received.size(), 2U);
+    EXPECT_EQ(second.received.size(), 1U);
+}
+
+TEST_F(PresentComesFirst, OthersAreHeardAfterItHasLeft) {
+    {
+        BusClient leaver(frontendName);
+        announce(leaver);
+        turnUntilHeard(1);
+        announce(second);
+        turnALot();
+    }
+    turnUntilHeard(3);
+    EXPECT_THAT(backend.objects(), ElementsAre("fronted-alive", "frontend-byebye", "fronted-alive"));
+    backend.post("backend-alive");
+    EXPECT_TRUE(second.awaitReceived(1));
+}
+
+TEST_F(PresentComesFirst, ItStaysSoWhenAPostLooksAtTheNews) {
+    introduceFirst();
+    announce(second);
+    backend.post("readPipe");
+    EXPECT_TRUE(first.awaitReceived(2));
+    sayGoodbye(first);
+    EXPECT_FALSE(backend.center->post(frontendName, "readPipe", std::nullopt));
+    announce(third);
+    EXPECT_FALSE(backend.center->post(frontendName, "readPipe", std::nullopt));
+    turnUntilHeard(3);
+    EXPECT_THAT(backend.objects(), ElementsAre("fronted-alive", "frontend-byebye", "fronted-alive"));
+    backend.post("readPipe");
+    EXPECT_TRUE(second.awaitReceived(1));
+    third.process();
+    EXPECT_THAT(third.received, IsEmpty());
+}
+
+TEST_F(PresentComesFirst, WhoeverHasGivenUpWaitsNoMore) {
+    for (const bool saysGoodbye : {false, true}) {
+        SCOPED_TRACE(saysGoodbye);
+        backend.received.clear();
+        introduceFirst();
+        auto impatient = std::make_unique<BusClient>(frontendName);
+        announce(*impatient);
+        turnALot();
+        if (saysGoodbye) {
+            impatient->signal(notificationPath(backendName),
+                              notificationArguments(backendName, "frontend-byebye"));
+            impatient->waitForBus();
+        } else {
+            impatient.reset();
+        }
+        turnALot();
+        sayGoodbye(first);
+        turnALot();
+        EXPECT_THAT(backend.objects(), ElementsAre("fronted-alive", "frontend-byebye"));
+        first.received.clear();
+    }
+}
+
+TEST_F(PresentComesFirst, ItMayAnnounceItselfAgain) {
+    introduceFirst();
+    announce(first);
+    turnUntilHeard(2);
+    EXPECT_THAT(backend.objects(), ElementsAre("fronted-alive", "fronted-alive"));
+}
+
+// ---- Losses
+
 TEST_F(DBusNotificationCenterTest, BlocksThatAReplacedPeerDidNotTakeAreFailedSends) {
     const auto frontend = makeFrontend();
     BusClient older(backendName);
@@ -1084,10 +1306,16 @@ TEST_F(DBusNotificationCenterTest, WaitsForRoomEndWithThePeersGoodbye) {
             backend.call(destination, notificationPath(frontendName),
                          notificationArguments(frontendName, object));
         };
-        send("backend-byebye");
-        if (makesRoom) {
-            backend.answer(backend.received.front().get());
-        }
+        int questions = 0;
+        frontend->isCancelled = [&] { // asked in the wait
+            if (++questions == 2) {
+                send("backend-byebye");
+                if (makesRoom) {
+                    backend.answer(backend.received.front().get());
+                }
+            }
+            return false;
+        };
         EXPECT_FALSE(frontend->center->post(backendName, "writePipe", patternOf(100)));
         EXPECT_THAT(frontend->objects(), ElementsAre("backend-byebye"));
         frontend->post("readPipe"); // a command goes out all the same

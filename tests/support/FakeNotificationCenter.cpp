@@ -32,6 +32,9 @@ class FakeNotificationCenter::Connection final : public platform::NotificationCe
     [[nodiscard]] bool post(const std::string &name, const std::string &object,
                             std::optional<std::span<const std::byte>> data) override {
         center.trace("post " + name + " " + object);
+        if (center.holdsPosts) {
+            return false;
+        }
         center.posts.push_back(
             {name, object, data ? std::optional(Block(data->begin(), data->end())) : std::nullopt});
         if (center.failsPosts) {
@@ -91,6 +94,7 @@ void FakeNotificationCenter::turn(const std::string &kind, std::chrono::microsec
     using std::chrono::milliseconds;
     trace(kind + " " + std::to_string(duration_cast<milliseconds>(length).count()) + " ms");
     turns.push_back(length);
+    holdsPosts = false;
     if (failsTurns) {
         throw platform::NotificationError("the test lets turns fail");
     }
