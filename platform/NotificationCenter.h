@@ -61,6 +61,15 @@ class NotificationCenter {
     /// The observer is not called again.
     virtual void stopObserving() noexcept = 0;
 
+    /// Asks to be the one end that serves this name, of all that ask, until this object is gone. Returns
+    /// false where another one serves it; it may be asked for again later. Where the system does not allow
+    /// such claims it is reported and true, since two ends at one name are rare. Throws NotificationError
+    /// where the service cannot be asked.
+    [[nodiscard]] virtual bool claim(const std::string &name) = 0;
+
+    /// Whether the service is there. Once it is not, it never is again for this object.
+    [[nodiscard]] virtual bool isConnected() const = 0;
+
     /// Posts a notification, with a block under "data" in its user info or without any user info. While the
     /// peer is slow to take earlier ones this waits, unless the job is cancelled. The block is not kept.
     ///
@@ -99,6 +108,10 @@ struct NotificationCenterClient {
 
     /// Takes one line for the diagnostic log: why something was dropped, refused or lost.
     std::function<void(const std::string &line)> report;
+
+    /// Takes the name of each notification that passes by for all to hear and that nobody observes here,
+    /// one's own included; from whomever, so it is good for a hint only. Nothing where nobody wants to know.
+    std::function<void(const std::string &name)> overheard = nullptr;
 };
 
 } // namespace veltrin::platform

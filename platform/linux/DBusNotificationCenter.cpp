@@ -221,8 +221,10 @@ void DBusNotificationCenter::startObserving(const std::string &name, const PeerC
         throw NotificationError("the name \"" + name + "\" cannot be carried by the system bus");
     }
     const std::string path = notificationPath(name);
-    const std::string rule = "type='signal',path='" + path + "',interface='" + notificationInterface +
-                             "',member='" + notificationMember + "'";
+    // Whoever wants to overhear the others hears them all: they are few, since only announcements are
+    // signals.
+    const std::string rule = std::string("type='signal',interface='") + notificationInterface + "',member='" +
+                             notificationMember + "'" + (client.overheard ? "" : ",path='" + path + "'");
     sd_bus_slot *slot = nullptr;
     matchError.reset();
     int result = sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nullptr, matchAnswered, this);
@@ -254,6 +256,49 @@ void DBusNotificationCenter::stopObserving() noexcept {
     observation.reset();
 }
 
+/// A name of the bus stands for the claim: the bus gives it to one connection at a time, of those that its
+/// policy lets own it, and takes it back when that one is gone, however it ends.
+bool DBusNotificationCenter::claim(const std::string &name) {
+    constexpr std::uint32_t doNotQueue = 4;
+    const std::string path = notificationPath(name);
+    const std::string claimed = notificationInterface + ("." + path.substr(path.rfind('/') + 1));
+    sd_bus_slot *raw = nullptr;
+    isClaimGranted.reset();
+    int result = isBusLost
+                     ? -ENOTCONN
+                     : sd_bus_call_method_async(bus.get(), &raw, busName, busPath, busName, "RequestName",
+                                                claimAnswered, this, "su", claimed.c_str(), doNotQueue);
+    const Slot slot(raw);
+    const Time deadline = steady_clock::now() + connectionLimit;
+    while (result >= 0 && !isClaimGranted) {
+        if (isBusLost || steady_clock::now() >= deadline) {
+            result = -ETIMEDOUT;
+        } else if (!processBus()) {
+            waitForBus(deadline);
+        }
+    }
+    if (result < 0) {
+        throw NotificationError("cannot ask for \"" + name + "\": " + textOf(result));
+    }
+    return *isClaimGranted;
+}
+
+int DBusNotificationCenter::claimAnswered(sd_bus_message *reply, void *center,
+                                          sd_bus_error * /*error*/) noexcept {
+    constexpr std::uint32_t granted = 1;
+    constexpr std::uint32_t heldAlready = 4;
+    DBusNotificationCenter &asking = *static_cast<DBusNotificationCenter *>(center);
+    std::uint32_t answer = granted;
+    const sd_bus_error *error = sd_bus_message_get_error(reply);
+    if (error != nullptr || !isFrom(reply, busName) || sd_bus_message_read(reply, "u", &answer) <= 0) {
+        asking.client.report(
+            std::string("cannot make sure that nobody else is a backend of the same printer: ") +
+            (error != nullptr && error->message != nullptr ? error->message : "a strange answer"));
+    }
+    asking.isClaimGranted = answer == granted || answer == heldAlready;
+    return 1;
+}
+
 int DBusNotificationCenter::received(sd_bus_message *message, void *center,
                                      sd_bus_error * /*error*/) noexcept {
     return static_cast<DBusNotificationCenter *>(center)->receive(message);
@@ -266,8 +311,11 @@ int DBusNotificationCenter::receive(sd_bus_message *message) {
         sd_bus_message_is_signal(message, notificationInterface, notificationMember) > 0 ||
         sd_bus_message_is_method_call(message, notificationInterface, notificationMember) > 0;
     const char *sender = sd_bus_message_get_sender(message);
-    if (!isNotification || !observation || sender == nullptr ||
-        observation->path != sd_bus_message_get_path(message)) {
+    if (!isNotification || !observation || sender == nullptr) {
+        return 0;
+    }
+    if (observation->path != sd_bus_message_get_path(message)) {
+        overhear(message);
         return 0;
     }
     if (const Sender &known = senderNamed(sender); known.verdict == Verdict::refused) {
@@ -278,6 +326,15 @@ int DBusNotificationCenter::receive(sd_bus_message *message) {
         inbox.push_back({sender, BusMessage(sd_bus_message_ref(message))});
     }
     return 1;
+}
+
+void DBusNotificationCenter::overhear(sd_bus_message *message) const {
+    std::string problem;
+    if (client.overheard && sd_bus_message_is_signal(message, nullptr, nullptr) > 0) {
+        if (const auto received = readNotification(message, problem)) {
+            client.overheard(received->name);
+        }
+    }
 }
 
 DBusNotificationCenter::Sender &DBusNotificationCenter::senderNamed(const std::string &uniqueName) {
@@ -464,8 +521,8 @@ DBusNotificationCenter::Standing DBusNotificationCenter::standingOf(const Incomi
 
 /// The sender may become the peer by this notification: the first that is heard of, and later one that
 /// announces itself. What the one before still sends is nobody's.
-DBusNotificationCenter::Standing
-DBusNotificationCenter::standingOfMessage(const std::string &sender, sd_bus_message *message) {
+DBusNotificationCenter::Standing DBusNotificationCenter::standingOfMessage(const std::string &sender,
+                                                                           sd_bus_message *message) {
     if (!observation) {
         return Standing::ofNobody;
     }

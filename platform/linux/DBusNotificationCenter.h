@@ -50,6 +50,10 @@ class DBusNotificationCenter final : public NotificationCenter {
     void startObserving(const std::string &name, const PeerCommands &peerCommands,
                         Observer observer) override;
     void stopObserving() noexcept override;
+    [[nodiscard]] bool claim(const std::string &name) override;
+
+    [[nodiscard]] bool isConnected() const override { return !isBusLost; }
+
     [[nodiscard]] bool post(const std::string &name, const std::string &object,
                             std::optional<std::span<const std::byte>> data) override;
     void turn(std::chrono::microseconds length) override;
@@ -125,6 +129,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     // Callbacks of the library. They only note what happened; observers run outside of them.
     static int received(sd_bus_message *message, void *center, sd_bus_error *error) noexcept;
     static int matchAnswered(sd_bus_message *reply, void *center, sd_bus_error *error) noexcept;
+    static int claimAnswered(sd_bus_message *reply, void *center, sd_bus_error *error) noexcept;
     static int nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_error *error) noexcept;
     static int userToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
     static int answered(sd_bus_message *reply, void *call, sd_bus_error *error) noexcept;
@@ -135,6 +140,8 @@ class DBusNotificationCenter final : public NotificationCenter {
     void askForUser(Sender &sender);
     void refuseSender(Sender &sender, const std::string &reason) const;
     void judge(Sender &sender, sd_bus_message *reply);
+
+    void overhear(sd_bus_message *message) const;
 
     bool processBus();
     void waitForBus(Time until);
@@ -179,6 +186,7 @@ class DBusNotificationCenter final : public NotificationCenter {
 
     std::optional<Observation> observation;
     std::optional<int> matchError; // the bus's answer to the match: an error number, 0 where it is in place
+    std::optional<bool> isClaimGranted;    // the bus's answer to the claim
     std::map<std::string, Sender> senders; // by unique name
     std::deque<Incoming> inbox;
     std::deque<Incoming> waiting; // announcements of others while the peer that is there comes first

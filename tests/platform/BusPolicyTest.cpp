@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -75,25 +77,44 @@ std::vector<User> users() {
     return all;
 }
 
-/// Only root can play the others' part; anybody else plays their own.
+/// Runs a check as that user, if this process may; nothing where it may not. Only root can play the others'
+/// part; anybody else plays their own.
+std::optional<int> resultAs(const User &user, const std::function<int()> &check) {
+    if (geteuid() != 0 && geteuid() != user.id) {
+        return std::nullopt;
+    }
+    constexpr int cannotBe = 99;
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(setuid(user.id) == 0 ? check() : cannotBe);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    return WEXITSTATUS(status);
+}
+
 TEST(BusPolicyTest, LetsOnlyRootAndTheSchedulersUserTakePart) {
     const test::PrivateBus bus(installedPolicy());
     for (const User &user : users()) {
-        if (geteuid() != 0 && geteuid() != user.id) {
-            continue;
-        }
-        const pid_t child = fork();
-        if (child == 0) {
-            const Heard heard =
-                setuid(user.id) == 0 ? whatEndsHear(user.takesPart ? longEnough : briefly) : Heard::signals;
-            _exit(static_cast<int>(heard));
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(static_cast<Heard>(WEXITSTATUS(status)),
-                  user.takesPart ? Heard::signalsAndCalls : Heard::nothing)
-            << user.id;
+        const auto heard = resultAs(
+            user, [&user] { return static_cast<int>(whatEndsHear(user.takesPart ? longEnough : briefly)); });
+        const Heard expected = user.takesPart ? Heard::signalsAndCalls : Heard::nothing;
+        EXPECT_EQ(heard.value_or(static_cast<int>(expected)), static_cast<int>(expected)) << user.id;
+    }
+}
+
+TEST(BusPolicyTest, LetsOnlyRootAndTheSchedulersUserClaimAPrinter) {
+    const test::PrivateBus bus(installedPolicy());
+    for (const User &user : users()) {
+        const auto isGranted = resultAs(user, [] {
+            bool refused = false;
+            std::string problem;
+            const auto center = DBusNotificationCenter::connect(
+                {[] { return false; }, [&refused](const std::string &) { refused = true; }}, problem);
+            return center && center->claim("usb://any.backend") && !refused ? 1 : 0;
+        });
+        EXPECT_EQ(isGranted.value_or(user.takesPart ? 1 : 0), user.takesPart ? 1 : 0) << user.id;
     }
 }
 

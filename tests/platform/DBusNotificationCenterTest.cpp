@@ -1103,11 +1103,10 @@ TEST_F(PresentComesFirst, OthersAreHeardAfterItsGoodbyeInTheirOrder) {
     announce(third);
     turnALot();
     EXPECT_THAT(backend.objects(), ElementsAre("fronted-alive"));
-    EXPECT_THAT(backend.reports,
-                ElementsAre(second.uniqueName() + " has announced itself and waits until " +
-                                first.uniqueName() + " has left",
-                            third.uniqueName() + " has announced itself and waits until " +
-                                first.uniqueName() + " has left"));
+    EXPECT_THAT(backend.reports, ElementsAre(second.uniqueName() + " has announced itself and waits until " +
+                                                 first.uniqueName() + " has left",
+                                             third.uniqueName() + " has announced itself and waits until " +
+                                                 first.uniqueName() + " has left"));
     backend.post("readPipe"); // still to the first
     EXPECT_TRUE(first.awaitReceived(2));
 
@@ -1675,7 +1674,62 @@ TEST_F(DBusNotificationCenterTest, HearsWhatIsPostedOnceItObserves) {
     }
 }
 
-TEST_F(DBusNotificationCenterTest, OwnsNoNameButItsUniqueOne) {
+// ---- One end at a name
+
+TEST_F(DBusNotificationCenterTest, OneEndAtATimeServesAName) {
+    auto first = makeBackend();
+    const auto second = makeBackend();
+    EXPECT_TRUE(first->center->claim(backendName));
+    EXPECT_TRUE(first->center->claim(backendName)) << "it has it already";
+    EXPECT_FALSE(second->center->claim(backendName));
+    EXPECT_TRUE(second->center->claim("usb://another.backend"));
+    first.reset();
+    EXPECT_TRUE(runUntil([&] { return second->center->claim(backendName); }, {}));
+    EXPECT_THAT(second->reports, IsEmpty());
+}
+
+TEST(ClaimTest, IsTrueWhereTheBusAllowsNone) {
+    const PrivateBus bus(std::string(PrivateBus::openPolicy) +
+                         R"(<policy context="mandatory"><deny own="*"/></policy>)");
+    const auto backend = makeBackend();
+    EXPECT_TRUE(backend->center->claim(backendName));
+    EXPECT_THAT(backend->reports, ElementsAre(HasSubstr("cannot make sure that nobody else is a backend")));
+}
+
+TEST_F(DBusNotificationCenterTest, ALostBusCanBeAskedForNothingAndIsKnownToBeLost) {
+    const auto backend = makeBackend();
+    EXPECT_TRUE(backend->center->isConnected());
+    bus.kill();
+    EXPECT_THROW(static_cast<void>(backend->center->claim(backendName)), NotificationError);
+    backend->center->turn(1ms);
+    EXPECT_FALSE(backend->center->isConnected());
+    EXPECT_THROW(static_cast<void>(backend->center->claim(backendName)), NotificationError);
+}
+
+TEST_F(DBusNotificationCenterTest, WhoeverWantsToOverhearsTheAnnouncementsOfOthersAndItsOwn) {
+    std::vector<std::string> names;
+    std::string problem;
+    const auto listener = DBusNotificationCenter::connect(
+        {.isCancelled = [] { return false; },
+         .report = [](const std::string &line) { ADD_FAILURE() << line; },
+         .overheard = [&names](const std::string &name) { names.push_back(name); }},
+        problem);
+    ASSERT_NE(listener, nullptr) << problem;
+    std::vector<std::string> received;
+    listener->startObserving(backendName, frontendCommands, [&](const Notification &notification) {
+        received.push_back(notification.object.value_or(""));
+    });
+    static_cast<void>(listener->post(frontendName, "backend-alive", std::nullopt));
+    const End other("usb://other.frontend", "usb://other.backend", backendCommands);
+    other.post("fronted-alive");
+    const auto host = makeFrontend();
+    host->post("fronted-alive");
+    ASSERT_TRUE(runUntil([&] { return !received.empty(); }, {[&] { listener->turn(1ms); }}));
+    EXPECT_THAT(received, ElementsAre("fronted-alive"));
+    EXPECT_THAT(names, ElementsAre(frontendName, "usb://other.backend"));
+}
+
+TEST_F(DBusNotificationCenterTest, OwnsNoNameButItsUniqueOneUnlessItClaimsOne) {
     const auto frontend = makeFrontend();
     BusClient client(backendName);
     introduce(*frontend, client);

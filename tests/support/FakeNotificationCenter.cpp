@@ -29,6 +29,13 @@ class FakeNotificationCenter::Connection final : public platform::NotificationCe
         center.observer = nullptr;
     }
 
+    [[nodiscard]] bool claim(const std::string &name) override {
+        center.trace("claim " + name);
+        return !center.isClaimed;
+    }
+
+    [[nodiscard]] bool isConnected() const override { return center.isConnected; }
+
     [[nodiscard]] bool post(const std::string &name, const std::string &object,
                             std::optional<std::span<const std::byte>> data) override {
         center.trace("post " + name + " " + object);

@@ -56,11 +56,13 @@ class FakeNotificationCenter {
     std::string observeProblem; // makes `startObserving` throw where it is not empty
     bool failsPosts = false;    // makes `post` throw
     int leavesDuringPosts = 0;  // during so many posts of blocks the other end says its farewell
-    bool holdsPosts = false;    // no post is made until the next turn: the other end's farewell is to be heard
-    bool failsTurns = false;    // makes `turn` throw
-    bool failsWaits = false;    // makes `waitForDelivery` throw
-    bool isDelivered = true;    // what `waitForDelivery` returns
-    int deliveryWaits = 0;      // how often it was called
+    bool holdsPosts = false; // no post is made until the next turn: the other end's farewell is to be heard
+    bool failsTurns = false; // makes `turn` throw
+    bool failsWaits = false; // makes `waitForDelivery` throw
+    bool isClaimed = false;  // somebody else serves every name
+    bool isConnected = true; // whether the service is there
+    bool isDelivered = true; // what `waitForDelivery` returns
+    int deliveryWaits = 0;   // how often it was called
 
     std::string observedName; // empty while nobody observes
     platform::PeerCommands peerCommands;

@@ -15,6 +15,7 @@ class PrivateBus {
     static constexpr const char *openPolicy = R"(
         <policy context="default">
           <allow user="*"/>
+          <allow own="*"/>
           <allow send_destination="*"/>
           <allow receive_sender="*"/>
         </policy>)";
