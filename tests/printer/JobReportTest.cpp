@@ -63,6 +63,7 @@ TEST(JobReport, HasEveryFieldInJson) {
     report.notifications = {{"writePipe", 3}};
     report.statusRequests = 7;
     report.replies = 6;
+    report.pagesPrinted = 5;
     const Json json = toJson(report);
     const std::size_t end = 16 + 272 + 64 + 4 * (32 + 1024) + 4;
     const Json expected = {{"job", 4},
@@ -70,6 +71,7 @@ TEST(JobReport, HasEveryFieldInJson) {
                            {"bytes", end + 1},
                            {"jobSetting", 0x0400},
                            {"copies", 1},
+                           {"printed", 5},
                            {"pauses", {0}},
                            {"sheets", {{{"front", 0}, {"back", nullptr}}}},
                            {"pages",
@@ -110,7 +112,7 @@ TEST(JobReport, IsADocumentWhateverBytesCame) {
 TEST(JobReport, SaysInOneLineWhatCameOut) {
     JobReport report = reportOf(makeStream(forPrinter()) + "x");
     report.overruns = {{{}, MemoryPool::header, 12}};
-    EXPECT_EQ(summaryOf(report), "job 1 broken: 1 page on 1 sheet, 1 copy, 4565 bytes, 1 memory overrun; at "
+    EXPECT_EQ(summaryOf(report), "job 1 broken: 1 page for 1 sheet, 1 copy, 4565 bytes, 1 memory overrun; at "
                                  "4564: there are bytes after the end of the job");
 }
 

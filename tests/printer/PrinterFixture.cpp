@@ -32,6 +32,11 @@ void PrinterFixture::startPrinter(const std::string &scenario,
 }
 
 void PrinterFixture::startFilter(const FilterJob &job) {
+    filter.emplace(filterCommand(job));
+}
+
+Command PrinterFixture::filterCommand(const FilterJob &job) const {
+    std::filesystem::remove("/tmp/job"); // which a filter may still be reading
     writeFile("/tmp/job", job.stream);
     Command command{job.program.empty() ? hostPath(VELTRIN_FILTER) : job.program,
                     {"Queue", "7", "user", "title", "1", job.options}};
@@ -47,7 +52,7 @@ void PrinterFixture::startFilter(const FilterJob &job) {
     if (job.output) {
         command.output = *job.output;
     }
-    filter.emplace(command);
+    return command;
 }
 
 void PrinterFixture::awaitPrinter(const std::string &line) {

@@ -39,6 +39,9 @@ class PrinterFixture : public testing::Test {
 
     void startFilter(const FilterJob &job = {});
 
+    /// What `startFilter` starts.
+    [[nodiscard]] Command filterCommand(const FilterJob &job = {}) const;
+
     /// Waits until the printer has written this line.
     void awaitPrinter(const std::string &line);
 

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <utility>
@@ -101,6 +102,137 @@ TEST_F(PrinterByHand, ReportsTheJobThatItWasInTheMiddleOf) {
     EXPECT_EQ(reportedJob()["outcome"], "broken");
 }
 
+TEST_F(PrinterByHand, ListsTheScenariosThatComeWithIt) {
+    const ProcessResult result = run(printerCommand({"--list-scenarios"}));
+    EXPECT_EQ(result.exitStatus, 0);
+    const std::vector<std::string> lines = test::linesOf(result.output);
+    EXPECT_THAT(lines,
+                testing::Contains("cover-open            Somebody opens the cover for six seconds after the "
+                                  "first page"));
+    EXPECT_EQ(lines.size(), 10U);
+    for (const std::string &line : lines) {
+        const std::string name = line.substr(0, line.find(' '));
+        printer.emplace(printerCommand({"--scenario=" + name, uri}));
+        awaitPrinter("listening");
+        printer->send(SIGTERM);
+        EXPECT_EQ(printer->finish().exitStatus, 0) << name;
+    }
+}
+
+TEST_F(PrinterByHand, EndsWhenTheLastJobIsOnPaper) {
+    test::writeFile("/tmp/slow.json", R"({"description": "x", "printer": {"pagesPerMinute": 120}})");
+    printer.emplace(printerCommand(
+        {"--jobs=1", "--scenario=/tmp/slow.json", std::string("--report=") + reportFile, uri}));
+    awaitPrinter("listening");
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(reportedJob()["printed"], 1);
+    EXPECT_THAT(printerLines(printer->output()), testing::Contains("job 1 printed: 1 of 1 pages"));
+}
+
+TEST_F(PrinterByHand, EndsWhenThePaperIsOutAndReportsWhatIsPrinted) {
+    test::writeFile("/tmp/out.json", R"({"description": "x", "printer": {"pagesPerMinute": 6000,
+                        "trays": {"tray1": {"sheets": 1}}}})");
+    printer.emplace(
+        printerCommand({"--jobs=1", "--scenario=/tmp/out.json", std::string("--report=") + reportFile, uri}));
+    awaitPrinter("listening");
+    StreamOptions options;
+    options.pages = 3;
+    options.paperTray = 2;
+    startFilter({.stream = makeStream(options)});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(reportedJob()["printed"], 1);
+    EXPECT_EQ(reportedJob()["pages"].size(), 3U);
+    EXPECT_THAT(printerLines(printer->output()),
+                testing::Contains("job 1 not printed to its end: 1 of 3 pages, status 35/1/0 Tray 1 empty"));
+}
+
+TEST_F(PrinterByHand, EndsTheJobAndItselfWhenTheBusDies) {
+    startPrinter("port-busy-for-good");
+    startFilter();
+    awaitPrinter("< readPipe");
+    bus.kill();
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.errors, "veltrin-printer: the message bus is lost\n");
+    EXPECT_EQ(reportedJob()["outcome"], "broken");
+    filter->send(SIGKILL); // it waits for its backend for long
+    finishFilter();
+}
+
+TEST_F(PrinterByHand, WaitsForTheBusIfItIsToStay) {
+    startPrinter("one-sided", {"--stay"});
+    bus.kill();
+    awaitPrinter("! the message bus is lost: waiting for it");
+    printer->send(SIGTERM);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+}
+
+TEST_F(PrinterByHand, DoesNotTakeThePlaceOfAnother) {
+    startPrinter("one-sided", {});
+    const ProcessResult result = run(printerCommand({uri}));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.errors, "veltrin-printer: another printer or backend serves \"" + uri + "\"\n");
+    printer->send(SIGTERM);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+}
+
+TEST_F(PrinterByHand, ServesASecondHostOnceTheFirstHasSaidGoodbye) {
+    startPrinter("cover-open", {"--jobs=2"});
+    StreamOptions options;
+    options.pages = 3;
+    options.bandsPerPage = 3; // fills the memory while the cover is open
+    startFilter({.stream = makeStream(options)});
+    awaitPrinter("> readPipe, 64 bytes");
+    test::Process second(filterCommand());
+    ASSERT_TRUE(printer->waitUntil(
+        [&] { return printer->output().find("has announced itself and waits") != std::string::npos; }));
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(second.finish().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    const nlohmann::json report = nlohmann::json::parse(readFile(reportFile));
+    ASSERT_EQ(report["jobs"].size(), 2U);
+    EXPECT_EQ(report["jobs"][0]["outcome"], "whole");
+    EXPECT_EQ(report["jobs"][0]["pages"].size(), 3U);
+    EXPECT_EQ(report["jobs"][1]["outcome"], "whole");
+    EXPECT_EQ(report["jobs"][1]["pages"].size(), 1U);
+}
+
+TEST_F(PrinterByHand, HintsAtAFilterThatLooksForAnotherPrinter) {
+    startPrinter("one-sided", {});
+    const std::string own = uri;
+    uri = "socket://other.example";
+    for (int i = 0; i < 2; ++i) {
+        startFilter();
+        awaitLog("FrontendIPC sendData: waiting for backend alive...");
+        filter->send(SIGKILL);
+        finishFilter();
+        std::filesystem::remove("/tmp/CUPSDebug.log");
+    }
+    const std::string hint =
+        R"(hint: a filter looks for the printer "socket://other.example"; this one is ")" + own + "\"";
+    awaitPrinter(hint);
+    printer->send(SIGTERM);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    const std::vector<std::string> lines = printerLines(printer->output());
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), hint), 1);
+}
+
+TEST(PrinterOnAClosedBus, HintsThatItsUserMayNotTakePart) {
+    const test::PrivateBus bus(std::string(test::PrivateBus::systemPolicy) +
+                               R"(<policy context="mandatory">
+                                    <deny send_type="signal" send_interface="org.veltrin.Notifications1"/>
+                                  </policy>)");
+    test::Process printer(printerCommand({"usb://printer"}));
+    EXPECT_TRUE(printer.waitUntil([&] {
+        return printer.output().find("hint: the bus does not let this user take part") != std::string::npos;
+    }));
+    printer.send(SIGTERM);
+    EXPECT_EQ(printer.finish().exitStatus, 0);
+}
+
 TEST_F(PrinterByHand, CannotDoWithoutABus) {
     bus.kill();
     const ProcessResult result = run(printerCommand({uri}));
@@ -131,6 +263,14 @@ TEST_F(PrinterByHand, RefusesMistakes) {
              {{"--scenario=/tmp/bad.json", uri},
               1,
               "veltrin-printer: /tmp/bad.json: printer.model must be a whole number from 0 to 3\n"},
+             {{"--scenario=none", uri},
+              1,
+              "veltrin-printer: there is no scenario \"none\", but busy-port, cover-open, duplex, "
+              "empty-tray, fast, goodbye, little-memory, low-toner, never-answers, service-call\n"},
+             {{""}, 2, "veltrin-printer: wants one device URI\n" + help},
+             {{"--report=/tmp/none/report", uri},
+              1,
+              "veltrin-printer: /tmp/none/report: No such file or directory\n"},
              {{"--output=/tmp", uri}, 1, "veltrin-printer: /tmp: Is a directory\n"}}) {
         const ProcessResult result = run(printerCommand(mistake.arguments));
         EXPECT_EQ(result.exitStatus, mistake.exitStatus);
@@ -320,8 +460,16 @@ TEST_F(PrinterByHand, DrawsNothingWhereItCannotStart) {
 
 class PrinterAsBackend : public test::PrinterFixture {
   protected:
-    void startBackend(const std::vector<std::string> &arguments = {"7", "user", "title", "1", ""},
+    static inline const std::vector<std::string> jobArguments = {"7", "user", "title", "1", ""};
+
+    void startBackend(const std::vector<std::string> &arguments = jobArguments,
                       std::optional<test::Descriptor> errors = std::nullopt) {
+        printer.emplace(backendCommand(arguments, errors));
+    }
+
+    /// What `startBackend` starts.
+    [[nodiscard]] Command backendCommand(const std::vector<std::string> &arguments = jobArguments,
+                                         std::optional<test::Descriptor> errors = std::nullopt) const {
         Command command = printerCommand(arguments);
         if (errors) {
             command.errors = *errors;
@@ -330,7 +478,7 @@ class PrinterAsBackend : public test::PrinterFixture {
         command.environment = {{"DEVICE_URI", uri},
                                {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};
         command.input = test::Pipe();
-        printer.emplace(command);
+        return command;
     }
 
     [[nodiscard]] bool says(const std::string &text) {
@@ -359,11 +507,12 @@ TEST_F(PrinterAsBackend, TakesAFiltersJob) {
                  .options = "com.apple.print.PrintSettings.PMDuplexing..n.=2 "
                             "com.apple.print.PrintSettings.PMTotalSidesImaged..n.=2"});
     EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->closeInput();
     const ProcessResult result = printer->finish();
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.output, "");
     // The URI stands for a model with a duplex unit.
-    EXPECT_THAT(result.errors, HasSubstr("job 1 whole: 2 pages on 1 sheet"));
+    EXPECT_THAT(result.errors, HasSubstr("job 1 whole: 2 pages for 1 sheet"));
     for (const std::string &line : test::linesOf(result.errors)) {
         EXPECT_THAT(line, testing::StartsWith("DEBUG: "));
     }
@@ -371,9 +520,10 @@ TEST_F(PrinterAsBackend, TakesAFiltersJob) {
 
 TEST_F(PrinterAsBackend, WritesItsMessagesTogetherTenTimesASecondAtMost) {
     CountingPipe pipe;
-    startBackend({"7", "user", "title", "1", ""}, pipe.input());
+    startBackend(jobArguments, pipe.input());
     startFilter({.stream = streamOfManyBlocks()});
     EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->closeInput();
     EXPECT_EQ(printer->finish().exitStatus, 0);
     pipe.finish();
     const std::vector<std::string> lines = test::linesOf(pipe.text);
@@ -403,6 +553,7 @@ TEST_F(PrinterAsBackend, FailsWithABrokenJob) {
     startFilter({.stream = makeStream(StreamOptions()).substr(0, 2000)});
     EXPECT_EQ(finishFilter().exitStatus, 1);
     // The filter sends the cancel record, so the printer is not left with half a job.
+    printer->closeInput();
     const ProcessResult result = printer->finish();
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_THAT(result.errors, HasSubstr("job 1 cancelled"));
@@ -413,6 +564,7 @@ TEST_F(PrinterAsBackend, FailsWithABrokenJob) {
     ASSERT_TRUE(says("> readPipe"));
     filter->send(SIGKILL);
     EXPECT_EQ(finishFilter().signal, SIGKILL);
+    printer->closeInput();
     EXPECT_EQ(printer->finish().exitStatus, 1);
     EXPECT_THAT(printer->errors(), HasSubstr("ERROR: job 1 broken"));
 }
@@ -423,7 +575,7 @@ TEST_F(PrinterAsBackend, TakesWhatComesOnStandardInput) {
     printer->closeInput();
     const ProcessResult result = printer->finish();
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_THAT(result.errors, HasSubstr("job 1 whole: 1 page on 1 sheet"));
+    EXPECT_THAT(result.errors, HasSubstr("job 1 whole: 1 page for 1 sheet"));
 }
 
 TEST_F(PrinterAsBackend, FailsWhenNothingComesAtAll) {
@@ -438,8 +590,8 @@ TEST_F(PrinterAsBackend, TakesAFileAsOftenAsCopiesAreWanted) {
     const ProcessResult result = printer->finish();
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_THAT(test::linesOf(result.errors),
-                ElementsAre("DEBUG: job 1 whole: 1 page on 1 sheet, 1 copy, 4564 bytes",
-                            "DEBUG: job 2 whole: 1 page on 1 sheet, 1 copy, 4564 bytes"));
+                ElementsAre("DEBUG: job 1 whole: 1 page for 1 sheet, 1 copy, 4564 bytes",
+                            "DEBUG: job 2 whole: 1 page for 1 sheet, 1 copy, 4564 bytes"));
 
     test::writeFile("/tmp/raw", "no page stream");
     startBackend({"7", "user", "title", "1", "", "/tmp/raw"});
@@ -450,6 +602,112 @@ TEST_F(PrinterAsBackend, TakesAFileAsOftenAsCopiesAreWanted) {
     startBackend({"7", "user", "title", "0", "", "/tmp/raw"});
     EXPECT_EQ(printer->finish().exitStatus, 1);
     EXPECT_EQ(printer->errors(), "ERROR: the number of copies is \"0\"\n");
+}
+
+TEST_F(PrinterAsBackend, TakesAllDocumentsOfAJob) {
+    startBackend();
+    ASSERT_TRUE(says("listening"));
+    for (int document = 0; document < 2; ++document) {
+        startFilter();
+        EXPECT_EQ(finishFilter().exitStatus, 0);
+    }
+    printer->closeInput();
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(result.errors, HasSubstr("job 1 whole"));
+    EXPECT_THAT(result.errors, HasSubstr("job 2 whole"));
+}
+
+TEST_F(PrinterAsBackend, FailsWhereOneDocumentWasBroken) {
+    startBackend();
+    ASSERT_TRUE(says("listening"));
+    startFilter();
+    ASSERT_TRUE(says("> readPipe"));
+    filter->send(SIGKILL);
+    finishFilter();
+    ASSERT_TRUE(says("job 1 broken"));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->closeInput();
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+}
+
+TEST_F(PrinterAsBackend, WaitsWhileAnotherJobHasThePrinter) {
+    test::Process first(backendCommand());
+    ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
+    startBackend();
+    ASSERT_TRUE(says("INFO: Waiting for another job to leave the printer.\n"));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0) << "the first job's";
+    first.closeInput();
+    EXPECT_EQ(first.finish().exitStatus, 0);
+    ASSERT_TRUE(says("INFO: Printing.\n"));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->closeInput();
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(result.errors, HasSubstr("job 1 whole"));
+}
+
+TEST_F(PrinterAsBackend, AsksForAnotherTryWhereThePrinterWasBusyAllTheTime) {
+    constexpr int backendRetry = 6;
+    test::Process first(backendCommand());
+    ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
+    startBackend();
+    ASSERT_TRUE(says("INFO: Waiting for another job"));
+    printer->closeInput(); // its filter has given up
+    const ProcessResult result = printer->finish();
+    EXPECT_EQ(result.exitStatus, backendRetry);
+    EXPECT_EQ(test::linesOf(result.errors).back(),
+              "ERROR: The printer was busy with another job. This one will be tried again.");
+
+    startBackend();
+    ASSERT_TRUE(says("INFO: Waiting for another job"));
+    printer->send(SIGTERM);
+    EXPECT_EQ(printer->finish().exitStatus, 0) << "cancelled";
+    first.send(SIGTERM);
+    first.closeInput();
+    EXPECT_EQ(first.finish().exitStatus, 0);
+}
+
+TEST_F(PrinterAsBackend, TakesScenarioAndFilesFromItsUri) {
+    uri = std::string("veltrin-printer:/lx-520n?scenario=empty-tray&output=") + outputFile +
+          "&report=%2Ftmp%2Freport.json";
+    startBackend();
+    ASSERT_TRUE(says("listening"));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->closeInput();
+    EXPECT_EQ(printer->finish().exitStatus, 0);
+    EXPECT_EQ(readFile(outputFile), afterReset(streamForPrinter()));
+    EXPECT_EQ(reportedJob()["outcome"], "whole");
+    EXPECT_EQ(nlohmann::json::parse(readFile(reportFile))["uri"], uri);
+}
+
+TEST_F(PrinterAsBackend, RefusesMistakesInItsUri) {
+    std::filesystem::create_symlink("/tmp/elsewhere", "/tmp/link");
+    for (const auto &[query, message] : std::vector<std::pair<std::string, std::string>>{
+             {"scenrio=fast",
+              "the device URI has \"scenrio\", but only scenario, output and report mean anything"},
+             {"scenario=/tmp/none.json", "/tmp/none.json: No such file or directory"},
+             {"output=/tmp/none/file", "/tmp/none/file: No such file or directory"},
+             {"report=/tmp/link", "/tmp/link: Too many levels of symbolic links"}}) {
+        uri = "veltrin-printer:/lx-520n?" + query;
+        startBackend();
+        const ProcessResult result = printer->finish();
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(result.errors, "ERROR: " + message + "\n");
+    }
+    EXPECT_FALSE(std::filesystem::exists("/tmp/elsewhere"));
+}
+
+TEST_F(PrinterAsBackend, PrintsAFileToItsEnd) {
+    test::writeFile("/tmp/raw", streamForPrinter());
+    uri = std::string("veltrin-printer:/lx-410n?report=") + reportFile;
+    startBackend({"7", "user", "title", "1", "", "/tmp/raw"});
+    EXPECT_EQ(printer->finish().exitStatus, 0);
+    EXPECT_EQ(reportedJob()["printed"], 1);
 }
 
 TEST_F(PrinterAsBackend, FailsWithoutABus) {

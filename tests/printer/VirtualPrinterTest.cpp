@@ -167,7 +167,7 @@ TEST(VirtualPrinter, ReportsAWholeJob) {
     EXPECT_EQ(job.totals.bytes, test.output.size());
     EXPECT_TRUE(test.output.ends_with("JIDG"));
     EXPECT_FALSE(test.printer().inJob());
-    EXPECT_THAT(test.told, Contains("1.000 job 1 whole: 2 pages on 2 sheets, 1 copy, 8868 bytes"));
+    EXPECT_THAT(test.told, Contains("1.000 job 1 whole: 2 pages for 2 sheets, 1 copy, 8868 bytes"));
 
     // The printing goes on after the host has gone.
     test.passUntil(10s);
@@ -258,7 +258,7 @@ TEST(VirtualPrinter, ReportsABrokenJob) {
     EXPECT_EQ(test.jobs[2].outcome(), JobOutcome::broken);
     EXPECT_EQ(test.jobs[2].problems.at(0).problem, StreamProblem::emptyInput);
     EXPECT_THAT(test.told, Contains(HasSubstr(
-                               "job 2 broken: 0 pages on 0 sheets, 0 copies, 13 bytes; at 0: unknown tag")));
+                               "job 2 broken: 0 pages for 0 sheets, 0 copies, 13 bytes; at 0: unknown tag")));
 }
 
 TEST(VirtualPrinter, TakesDataOfAHostThatCameBeforeIt) {
@@ -423,6 +423,94 @@ TEST(VirtualPrinter, CanVanishForGood) {
     // The reply that was still to come is not.
     EXPECT_THAT(test.done, ElementsAre("1.000 disconnect"));
     EXPECT_TRUE(test.printer().isGone());
+}
+
+TEST(VirtualPrinter, SaysNothingWhileItHasVanished) {
+    struct Case {
+        const char *leaves;
+        std::vector<std::string> deeds;
+    };
+
+    for (const Case &test : std::vector<Case>{
+             // goodbye and return both fall into the time without a channel
+             {R"({"at": 2, "do": "leave", "for": 1})",
+              {"1.000 disconnect", "5.000 reconnect", "5.000 backend-alive"}},
+             // the return does
+             {R"({"at": 0.5, "do": "leave", "for": 2})",
+              {"0.500 backend-byebye", "1.000 disconnect", "5.000 reconnect", "5.000 backend-alive"}},
+             // it comes back before it returns
+             {R"({"at": 2, "do": "leave", "for": 6})",
+              {"1.000 disconnect", "5.000 reconnect", "8.000 backend-alive"}},
+             {R"({"at": 2, "do": "leave"})", {"1.000 disconnect", "5.000 reconnect"}}}) {
+        SCOPED_TRACE(test.leaves);
+        PrinterUnderTest printer(std::string(R"("replies": [{"fault": "late", "by": 1}], "events": [)") +
+                                 test.leaves + R"(, {"at": 1, "do": "vanish", "for": 4}])");
+        printer.hostSends("fronted-alive");
+        printer.passUntil(0s);
+        printer.hostSends("readPipe");
+        printer.done.clear();
+        printer.passUntil(500ms);
+        printer.hostSends("readPipe"); // to be answered when nobody can be
+        printer.passUntil(10s);
+        EXPECT_THAT(printer.done, testing::ElementsAreArray(test.deeds));
+    }
+}
+
+TEST(VirtualPrinter, AnnouncesItselfWhenTheChannelIsThereAgain) {
+    PrinterUnderTest test;
+    test.passUntil(1s);
+    test.done.clear();
+    test.printer().reconnected(1s);
+    test.passUntil(2s);
+    EXPECT_EQ(test.done.size(), 1U);
+
+    PrinterUnderTest silent(R"("announcement": "never")");
+    silent.printer().reconnected(1s);
+    silent.passUntil(2s);
+    EXPECT_THAT(silent.done, IsEmpty());
+}
+
+TEST(VirtualPrinter, TellsWhichJobsArePrinted) {
+    PrinterUnderTest test(R"("printer": {"pagesPerMinute": 60, "trays": {"tray1": {"sheets": 3}}})");
+    EXPECT_EQ(test.printer().jobText(), "no job yet");
+    for (int job = 0; job < 2; ++job) {
+        test.hostSends("fronted-alive");
+        test.hostSends("writePipe", makeJobHeaders({.paperTray = 2}));
+        test.hostSendsPage(1, {.paperTray = 2});
+        test.hostSendsPage(2, {.paperTray = 2});
+        EXPECT_THAT(test.printer().jobText(), testing::MatchesRegex("job . comes in: 2 pages, 4752 bytes"));
+        test.hostSends("writePipe", "JIDG");
+        test.hostSends("frontend-byebye");
+    }
+    EXPECT_THAT(test.printer().jobText(), testing::StartsWith("job 2 "));
+    EXPECT_FALSE(test.printer().isAtRest());
+    test.passUntil(1s);
+    EXPECT_THAT(test.told, testing::Not(Contains(HasSubstr(" printed: "))));
+    test.passUntil(2s);
+    EXPECT_EQ(test.told.back(), "2.000 job 1 printed: 2 of 2 pages");
+    EXPECT_FALSE(test.printer().isAtRest());
+    test.passUntil(60s);
+    EXPECT_TRUE(test.printer().isAtRest()) << "the tray is empty, and nobody will fill it";
+    test.printer().tellUnprinted();
+    EXPECT_EQ(test.told.back(),
+              "60.000 job 2 not printed to its end: 1 of 2 pages, status 35/1/0 Tray 1 empty");
+    EXPECT_EQ(test.printer().printer().pagesPrintedOf(1), 2U);
+    EXPECT_EQ(test.printer().printer().pagesPrintedOf(2), 1U);
+    EXPECT_EQ(test.printer().printer().pagesWaitingOf(2), 1U);
+}
+
+TEST(VirtualPrinter, IsNotAtRestWhileSomebodyIsToCome) {
+    PrinterUnderTest test(R"("printer": {"trays": {"tray1": {"sheets": 0}}},
+                             "events": [{"at": 10, "do": "refill", "tray": "tray1", "sheets": 1}])");
+    EXPECT_TRUE(test.printer().isAtRest());
+    test.hostSends("fronted-alive");
+    test.hostSends("writePipe", makeJobHeaders({.paperTray = 2}));
+    test.hostSendsPage(1, {.paperTray = 2});
+    test.hostSends("frontend-byebye");
+    EXPECT_FALSE(test.printer().isAtRest());
+    test.passUntil(20s);
+    EXPECT_TRUE(test.printer().isAtRest());
+    EXPECT_THAT(test.told, Contains("13.000 job 1 printed: 1 of 1 pages"));
 }
 
 TEST(VirtualPrinter, HasNothingToDoWhileNothingHappens) {

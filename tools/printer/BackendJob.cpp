@@ -2,8 +2,11 @@
 
 #include "status/MediaNames.h"
 #include "tools/printer/LineOutput.h"
+#include "tools/printer/OutputFile.h"
 #include "tools/printer/Pace.h"
 #include "tools/printer/PrinterRun.h"
+#include "tools/printer/PrinterUri.h"
+#include "tools/printer/ScenarioLibrary.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -28,6 +31,7 @@ using namespace std::chrono_literals;
 /// The exit statuses that CUPS knows and that are of use here.
 constexpr int backendOk = 0;
 constexpr int backendFailed = 1;
+constexpr int backendRetry = 6; // later, and other jobs may go first
 
 /// How long the channel may be silent once the filter's output has ended: the filter is gone by then, and its
 /// goodbye is on the way or will never come.
@@ -48,10 +52,15 @@ constexpr KnownPrinter knownPrinters[] = {
     {"veltrin-printer:/lx-520n", "MFG:Morvex;MDL:LX 520N;CLS:PRINTER;", 2, true},
 };
 
-const KnownPrinter &printerAt(std::string_view uri) {
+/// The printer that a URI stands for, where its own scenario does not say what printer it is.
+Scenario scenarioOf(std::string_view printer) {
     const auto *found = std::find_if(std::begin(knownPrinters), std::end(knownPrinters),
-                                     [uri](const KnownPrinter &known) { return uri == known.uri; });
-    return found == std::end(knownPrinters) ? knownPrinters[0] : *found;
+                                     [printer](const KnownPrinter &known) { return printer == known.uri; });
+    const KnownPrinter &known = found == std::end(knownPrinters) ? knownPrinters[0] : *found;
+    Scenario plain;
+    plain.printer.model = known.model;
+    plain.printer.duplexUnit = known.duplexUnit;
+    return plain;
 }
 
 std::optional<unsigned> numberIn(std::string_view text) {
@@ -76,32 +85,58 @@ bool readAvailable(int fd, Take take) {
     return true;
 }
 
+/// Whether nothing comes any more, without taking anything of what does.
+bool isAtEnd(int fd) {
+    pollfd source{fd, POLLIN, 0};
+    return poll(&source, 1, 0) > 0 && (source.revents & POLLIN) == 0;
+}
+
 class BackendJob {
   public:
-    BackendJob(std::string deviceUri, platform::Platform &channelPlatform)
-        : uri(std::move(deviceUri)), platform(channelPlatform) {}
+    BackendJob(std::string deviceUri, const PrinterUri &files, Scenario played,
+               platform::Platform &channelPlatform)
+        : uri(std::move(deviceUri)), scenario(std::move(played)), platform(channelPlatform),
+          outputName(files.outputFile), reportName(files.reportFile) {}
 
     /// The job of a filter, by the channel; what comes on standard input instead is the printer's, too.
     int runFromFilter() {
+        if (!areFilesFine()) {
+            return backendFailed;
+        }
         PrinterListener listening = listener();
         listening.told = [this](PrinterTime when, const std::string &line) {
             lastHeard = when;
             messages.add("DEBUG: " + line);
         };
-        PrinterRun run(platform,
-                       {uri, scenario(), listening,
-                        [this](VirtualPrinter &printer, PrinterTime now) { return goOn(printer, now); }});
+        PrinterRun run(platform, {.uri = uri,
+                                  .scenario = scenario,
+                                  .listener = listening,
+                                  .waitsForOther = [this] { return waitForOther(); },
+                                  .goOn = [this](VirtualPrinter &printer,
+                                                 PrinterTime now) { return goOn(printer, now); }});
         std::string problem;
-        if (!run.run(problem)) {
-            messages.add("ERROR: " + problem);
-            return backendFailed;
+        const bool served = run.run(problem);
+        const bool reported = writeReport(run.virtualPrinter().printer());
+        if (served) {
+            return reported ? exitStatus() : backendFailed;
         }
-        return exitStatus();
+        if (endWanted()) {
+            return backendOk;
+        }
+        if (isWaiting) {
+            messages.add("ERROR: The printer was busy with another job. This one will be tried again.");
+            return backendRetry;
+        }
+        messages.add("ERROR: " + problem);
+        return backendFailed;
     }
 
     /// A file that no filter has handled, as often as copies are wanted.
     int runFromFile(const char *path, unsigned copies) {
-        VirtualPrinter printer(scenario(), listener());
+        if (!areFilesFine()) {
+            return backendFailed;
+        }
+        VirtualPrinter printer(scenario, listener());
         for (unsigned copy = 0; copy < copies && !endWanted(); ++copy) {
             const int fd = open(path, O_RDONLY | O_CLOEXEC);
             if (fd == -1) {
@@ -113,21 +148,31 @@ class BackendJob {
             close(fd);
             printer.endJob();
         }
-        return exitStatus();
+        // Nobody waits for this printer, so its time passes at once.
+        while (!printer.isAtRest() && printer.nextDue()) {
+            printer.advance(*printer.nextDue());
+            while (printer.takeDeed()) {
+            }
+        }
+        return writeReport(printer.printer()) ? exitStatus() : backendFailed;
     }
 
   private:
-    [[nodiscard]] Scenario scenario() const {
-        Scenario plain;
-        plain.printer.model = printerAt(uri).model;
-        plain.printer.duplexUnit = printerAt(uri).duplexUnit;
-        return plain;
+    [[nodiscard]] bool areFilesFine() { return isFine(output, outputName) && isFine(reportFile, reportName); }
+
+    /// Says what went wrong with a file, if something did. Returns whether all is well.
+    bool isFine(const OutputFile &file, const std::string &name) {
+        if (file.error() != 0) {
+            messages.add("ERROR: " + name + ": " + std::strerror(file.error()));
+        }
+        return file.error() == 0;
     }
 
     PrinterListener listener() {
         PrinterListener listening;
+        listening.dataArrived = [this](std::span<const std::byte> bytes) { output.write(bytes); };
         listening.jobEnded = [this](const JobReport &report) {
-            ended = true;
+            jobs.push_back(report);
             allWhole = allWhole && report.outcome() != JobOutcome::broken;
             messages.add((report.outcome() == JobOutcome::broken ? "ERROR: " : "DEBUG: ") +
                          summaryOf(report));
@@ -136,13 +181,25 @@ class BackendJob {
         return listening;
     }
 
-    bool goOn(VirtualPrinter &printer, PrinterTime now) {
-        const bool isDue = pace.isDue(now);
-        if (isDue) {
+    /// Two queues with one device URI: the printer is the other one's until its job is done. Whoever waits
+    /// for this job is told, and the wait ends when its filter has given up.
+    bool waitForOther() {
+        if (!isWaiting) {
+            isWaiting = true;
+            messages.add("INFO: Waiting for another job to leave the printer.");
             messages.write();
         }
-        if (ended) {
-            return false;
+        return !endWanted() && !isAtEnd(STDIN_FILENO);
+    }
+
+    bool goOn(VirtualPrinter &printer, PrinterTime now) {
+        const bool isDue = pace.isDue(now);
+        if (isWaiting) {
+            isWaiting = false;
+            messages.add("INFO: Printing.");
+        }
+        if (isDue) {
+            messages.write();
         }
         if (sourceOpen && isDue) {
             sourceOpen = readAvailable(STDIN_FILENO, [this, &printer, now](std::span<const std::byte> bytes) {
@@ -153,23 +210,43 @@ class BackendJob {
         if (endWanted() && !cancelled) {
             cancelled = now;
         }
-        const bool lateAfterCancel = cancelled && now - *cancelled > cancelLimit;
-        const bool silent = !sourceOpen && now - lastHeard > silenceLimit;
-        return !lateAfterCancel && !silent;
+        // The documents of a job come one after another, each by a filter of its own, until the source ends.
+        const bool isDone = (!sourceOpen || cancelled) && !jobs.empty() && !printer.inJob();
+        const bool isLateAfterCancel = cancelled && now - *cancelled > cancelLimit;
+        const bool isSilent = !sourceOpen && now - lastHeard > silenceLimit;
+        return !isDone && !isLateAfterCancel && !isSilent && output.error() == 0;
+    }
+
+    bool writeReport(const PrinterModel &printer) {
+        for (JobReport &job : jobs) {
+            job.pagesPrinted = printer.pagesPrintedOf(job.number);
+        }
+        const std::string report = reportDocument(uri, jobs);
+        reportFile.write(std::as_bytes(std::span(report)));
+        reportFile.close();
+        output.close();
+        return areFilesFine();
     }
 
     [[nodiscard]] int exitStatus() const {
-        return (ended && allWhole) || cancelled || endWanted() ? backendOk : backendFailed;
+        return (!jobs.empty() && allWhole) || cancelled || endWanted() ? backendOk : backendFailed;
     }
 
     std::string uri;
+    Scenario scenario;
     platform::Platform &platform;
+    std::string outputName;
+    std::string reportName;
+    // The scheduler may run this as root, and others may put links into folders for all.
+    OutputFile output{outputName, OutputFile::Links::refused};
+    OutputFile reportFile{reportName, OutputFile::Links::refused};
     LineOutput messages{STDERR_FILENO};
     Pace pace;
     bool sourceOpen = true;
     PrinterTime lastHeard{};
     std::optional<PrinterTime> cancelled;
-    bool ended = false;
+    bool isWaiting = false; ///< until another backend has left the printer
+    std::vector<JobReport> jobs;
     bool allWhole = true;
 };
 
@@ -194,17 +271,25 @@ std::string discoveryLines() {
 }
 
 int runBackendJob(int argc, const char *const *argv, platform::Platform &platform) {
-    const char *uri = std::getenv("DEVICE_URI");
-    BackendJob job(uri != nullptr ? uri : argv[0], platform);
-    if (argc == 6) {
-        return job.runFromFilter();
+    const char *variable = std::getenv("DEVICE_URI");
+    const std::string uri = variable != nullptr ? variable : argv[0];
+    std::string problem;
+    const auto parsed = parsePrinterUri(uri, problem);
+    std::optional<Scenario> scenario;
+    if (parsed) {
+        scenario =
+            parsed->scenario.empty() ? scenarioOf(parsed->printer) : loadScenario(parsed->scenario, problem);
     }
-    const auto copies = numberIn(argv[4]);
+    const auto copies = argc == 7 ? numberIn(argv[4]) : std::optional(1U);
     if (!copies || *copies == 0) {
-        std::cerr << "ERROR: the number of copies is \"" << argv[4] << "\"\n";
+        problem = std::string("the number of copies is \"") + argv[4] + "\"";
+    }
+    if (!problem.empty()) {
+        std::cerr << "ERROR: " + problem + "\n";
         return backendFailed;
     }
-    return job.runFromFile(argv[6], *copies);
+    BackendJob job(uri, *parsed, std::move(*scenario), platform);
+    return argc == 7 ? job.runFromFile(argv[6], *copies) : job.runFromFilter();
 }
 
 } // namespace veltrin

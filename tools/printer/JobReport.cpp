@@ -54,6 +54,7 @@ nlohmann::ordered_json toJson(const JobReport &job) {
                  {"bytes", job.totals.bytes},
                  {"jobSetting", job.jobSetting},
                  {"copies", copiesOf(job.pages)},
+                 {"printed", job.pagesPrinted},
                  {"pauses", pausesOf(job.pages)}};
 
     Json &sheets = json["sheets"] = Json::array();
@@ -105,7 +106,7 @@ std::string reportDocument(const std::string &uri, const std::vector<JobReport> 
 
 std::string summaryOf(const JobReport &job) {
     std::string text = "job " + std::to_string(job.number) + " " + nameOf(job.outcome()) + ": " +
-                       counted(job.pages.size(), "page", "pages") + " on " +
+                       counted(job.pages.size(), "page", "pages") + " for " +
                        counted(sheetsOf(job.pages).size(), "sheet", "sheets") + ", " +
                        counted(copiesOf(job.pages), "copy", "copies") + ", " +
                        counted(job.totals.bytes, "byte", "bytes");

@@ -33,7 +33,8 @@ struct JobReport {
     std::vector<MemoryOverrun> overruns;
     std::map<std::string, std::uint64_t> notifications; ///< from the host, counted by their objects
     std::uint64_t statusRequests = 0;
-    std::uint64_t replies = 0; ///< those really sent
+    std::uint64_t replies = 0;      ///< those really sent
+    std::uint64_t pagesPrinted = 0; ///< so far: the printer goes on when the host has gone
 
     [[nodiscard]] JobOutcome outcome() const;
 };
@@ -43,7 +44,7 @@ struct JobReport {
 /// The report of all jobs, as the text of a JSON document in ASCII.
 [[nodiscard]] std::string reportDocument(const std::string &uri, const std::vector<JobReport> &jobs);
 
-/// One line for people, such as "job 1 whole: 4 pages on 2 sheets, 1 copy, 16720 bytes".
+/// One line for people, such as "job 1 whole: 4 pages for 2 sheets, 1 copy, 16720 bytes".
 [[nodiscard]] std::string summaryOf(const JobReport &job);
 
 /// Collects a job's report while its stream comes in.

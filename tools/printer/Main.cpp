@@ -3,21 +3,19 @@
 #include "tools/CommandLine.h"
 #include "tools/printer/BackendJob.h"
 #include "tools/printer/LineOutput.h"
+#include "tools/printer/OutputFile.h"
 #include "tools/printer/Pace.h"
 #include "tools/printer/PrinterRun.h"
+#include "tools/printer/ScenarioLibrary.h"
 #include "tools/printer/StatusView.h"
 
-#include <fcntl.h>
 #include <getopt.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,13 +29,18 @@ using namespace veltrin;
 constexpr const char *program = "veltrin-printer";
 
 constexpr const char *helpText = R"(Usage: veltrin-printer [OPTION]... URI
+       veltrin-printer --list-scenarios
 Be the printer, and the backend, of the CUPS queue with the device URI.
 Show what happens: on a terminal as a picture that changes, else line by line.
 
-  -s, --scenario=FILE    what the printer is and what happens to it (JSON)
+  -s, --scenario=NAME    what the printer is and what happens to it: the name
+                         of an installed scenario, or a file (JSON)
+  -l, --list-scenarios   list the installed scenarios and exit
   -o, --output=FILE      keep the data that the printer receives
   -r, --report=FILE      write a JSON report of the jobs at the end
-  -j, --jobs=N           end after N jobs (without: on SIGTERM or SIGINT)
+  -j, --jobs=N           end after N jobs, once they are printed as far as they
+                         can be (without: on SIGTERM or SIGINT)
+  -k, --stay             wait for the message bus when it is lost
   -h, --help             show this text and exit
   -V, --version          show the version and exit
 
@@ -48,11 +51,13 @@ Exit status: 0, 1 when a job was broken or input or output failed, 2 for a
 mistake in the options.
 )";
 
-const std::array<option, 7> longOptions = {{
+const std::array<option, 9> longOptions = {{
     {"scenario", required_argument, nullptr, 's'},
+    {"list-scenarios", no_argument, nullptr, 'l'},
     {"output", required_argument, nullptr, 'o'},
     {"report", required_argument, nullptr, 'r'},
     {"jobs", required_argument, nullptr, 'j'},
+    {"stay", no_argument, nullptr, 'k'},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
     {nullptr, 0, nullptr, 0},
@@ -60,62 +65,11 @@ const std::array<option, 7> longOptions = {{
 
 struct Options {
     std::string uri;
-    std::string scenarioFile;
+    std::string scenario;
     std::string outputFile;
     std::string reportFile;
     std::uint64_t jobs = 0; ///< 0: no limit
-};
-
-/// The whole file; nothing, with `errno` set, where it cannot be read.
-std::optional<std::string> contentsOf(const std::string &path) {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream contents;
-    if (file) {
-        contents << file.rdbuf();
-    }
-    return file && !file.bad() && errno == 0 ? std::optional(contents.str()) : std::nullopt;
-}
-
-/// A file that is written piece by piece; the first failure is kept.
-class OutputFile {
-  public:
-    /// Without a name there is nothing to write.
-    explicit OutputFile(const std::string &path) {
-        if (!path.empty()) {
-            fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-            failure = fd == -1 ? errno : 0;
-        }
-    }
-
-    OutputFile(const OutputFile &) = delete;
-    OutputFile &operator=(const OutputFile &) = delete;
-
-    ~OutputFile() { close(); }
-
-    void write(std::span<const std::byte> bytes) {
-        while (fd != -1 && failure == 0 && !bytes.empty()) {
-            const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-            if (written >= 0) {
-                bytes = bytes.subspan(static_cast<std::size_t>(written));
-            } else if (errno != EINTR) {
-                failure = errno;
-            }
-        }
-    }
-
-    void close() {
-        if (fd != -1 && ::close(std::exchange(fd, -1)) != 0 && failure == 0) {
-            failure = errno;
-        }
-    }
-
-    /// The system's number of what went wrong, or 0.
-    [[nodiscard]] int error() const { return failure; }
-
-  private:
-    int fd = -1;
-    int failure = 0;
+    bool stays = false;
 };
 
 /// Draws the view over the one before, from where the cursor was at first.
@@ -123,9 +77,11 @@ class Terminal {
   public:
     void draw(const StatusView &view, const PrinterModel &printer) {
         winsize size{};
-        const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+        const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
         std::string picture;
-        const auto lines = view.lines(printer, known ? size.ws_col - 1U : 79U);
+        // The cursor stands in a line of its own below the picture.
+        const auto lines = view.lines(printer, (known && size.ws_col > 1 ? size.ws_col : 80U) - 1U,
+                                      (known && size.ws_row > 1 ? size.ws_row : 25U) - 1U);
         for (const std::string &line : lines) {
             picture += line + "\n";
         }
@@ -144,10 +100,21 @@ class Terminal {
     std::size_t height = 0;
 };
 
+/// What is worth a place in the picture: blocks come by the hundred, and their sum stands above.
+bool isForPicture(const std::string &line) {
+    return !line.starts_with("< writePipe");
+}
+
+/// Says what went wrong with a file, if something did. Returns whether all is well.
+bool isFine(const OutputFile &file, const std::string &path) {
+    return file.error() == 0 || reportFailure(program, path, file.error()) == exitFine;
+}
+
 int servePrinter(const Options &options, Scenario scenario) {
     OutputFile output(options.outputFile);
-    if (output.error() != 0) {
-        return reportFailure(program, options.outputFile, output.error());
+    OutputFile reportFile(options.reportFile);
+    if (!isFine(output, options.outputFile) || !isFine(reportFile, options.reportFile)) {
+        return exitFailure;
     }
     const bool onTerminal = isatty(STDOUT_FILENO) == 1;
     StatusView view(options.uri + (scenario.description.empty() ? "" : ": " + scenario.description));
@@ -159,60 +126,70 @@ int servePrinter(const Options &options, Scenario scenario) {
     PrinterListener listener;
     listener.told = [&view, &lines, onTerminal](PrinterTime when, const std::string &line) {
         const std::string text = secondsText(when) + " " + line;
-        if (onTerminal) {
-            view.addLine(text);
-        } else {
+        if (!onTerminal) {
             lines.add(text);
+        } else if (isForPicture(line)) {
+            view.addLine(text);
         }
     };
     listener.dataArrived = [&output](std::span<const std::byte> bytes) { output.write(bytes); };
     listener.jobEnded = [&jobs](const JobReport &report) { jobs.push_back(report); };
-    const auto show = [&](const PrinterModel &printer) {
+    const auto show = [&](const VirtualPrinter &printer) {
         if (onTerminal) {
-            terminal.draw(view, printer);
+            view.setJob(printer.jobText());
+            terminal.draw(view, printer.printer());
         } else {
             lines.write();
         }
     };
     const auto goOn = [&](const VirtualPrinter &printer, PrinterTime now) {
         if (pace.isDue(now)) {
-            show(printer.printer());
+            show(printer);
         }
-        return !endWanted() && output.error() == 0 && std::cout.good() && lines.error() == 0 &&
-               (options.jobs == 0 || jobs.size() < options.jobs);
+        const bool isDone = options.jobs != 0 && jobs.size() >= options.jobs && printer.isAtRest();
+        return !endWanted() && output.error() == 0 && std::cout.good() && lines.error() == 0 && !isDone;
     };
 
     catchEndSignals();
     const std::unique_ptr<platform::Platform> platform = platform::makePlatform();
-    PrinterRun run(*platform, {options.uri, std::move(scenario), listener, goOn});
+    PrinterRun run(*platform, {.uri = options.uri,
+                               .scenario = std::move(scenario),
+                               .listener = listener,
+                               .stays = options.stays,
+                               .goOn = goOn});
     std::string problem;
     const bool served = run.run(problem);
-    if (served || !onTerminal) {
-        show(run.model());
+    if (served || !onTerminal || !jobs.empty()) {
+        show(run.virtualPrinter());
     }
     if (!served) {
         std::cerr << program << ": " << problem << '\n';
-        return exitFailure;
     }
 
-    output.close();
-    if (output.error() != 0) {
-        return reportFailure(program, options.outputFile, output.error());
+    for (JobReport &job : jobs) {
+        job.pagesPrinted = run.virtualPrinter().printer().pagesPrintedOf(job.number);
     }
-    OutputFile reportFile(options.reportFile);
     const std::string report = reportDocument(options.uri, jobs);
     reportFile.write(std::as_bytes(std::span(report)));
     reportFile.close();
-    if (reportFile.error() != 0) {
-        return reportFailure(program, options.reportFile, reportFile.error());
-    }
+    output.close();
+    const bool areFilesFine = isFine(output, options.outputFile) && isFine(reportFile, options.reportFile);
     if (lines.error() != 0) {
         return reportFailure(program, "standard output", lines.error());
     }
-    const int status = printText(program, "");
     const bool broken = std::any_of(jobs.begin(), jobs.end(),
                                     [](const JobReport &job) { return job.outcome() == JobOutcome::broken; });
-    return status == exitFine && broken ? exitFailure : status;
+    const int status = printText(program, "");
+    return status == exitFine && (!served || !areFilesFine || broken) ? exitFailure : status;
+}
+
+int listScenarios() {
+    std::string text;
+    for (const ListedScenario &scenario : listedScenarios()) {
+        text += scenario.name + std::string(scenario.name.size() < 20 ? 20 - scenario.name.size() : 0, ' ') +
+                "  " + scenario.description + "\n";
+    }
+    return printText(program, text);
 }
 
 } // namespace
@@ -233,11 +210,13 @@ int main(int argc, char **argv) {
 
     Options options;
     int choice = 0;
-    while ((choice = getopt_long(argc, argv, "s:o:r:j:hV", longOptions.data(), nullptr)) != -1) {
+    while ((choice = getopt_long(argc, argv, "s:lo:r:j:khV", longOptions.data(), nullptr)) != -1) {
         switch (choice) {
         case 's':
-            options.scenarioFile = optarg;
+            options.scenario = optarg;
             break;
+        case 'l':
+            return listScenarios();
         case 'o':
             options.outputFile = optarg;
             break;
@@ -252,6 +231,9 @@ int main(int argc, char **argv) {
             options.jobs = *jobs;
             break;
         }
+        case 'k':
+            options.stays = true;
+            break;
         case 'h':
             return printText(program, helpText);
         case 'V':
@@ -260,24 +242,20 @@ int main(int argc, char **argv) {
             return refuseUsage(program);
         }
     }
-    if (argc - optind != 1) {
+    if (argc - optind != 1 || *argv[optind] == '\0') {
         return refuseUsage(program, "wants one device URI");
     }
     options.uri = argv[optind];
 
     Scenario scenario;
-    if (!options.scenarioFile.empty()) {
-        const auto text = contentsOf(options.scenarioFile);
-        if (!text) {
-            return reportFailure(program, options.scenarioFile, errno);
-        }
+    if (!options.scenario.empty()) {
         std::string problem;
-        auto parsed = parseScenario(*text, problem);
-        if (!parsed) {
-            std::cerr << program << ": " << options.scenarioFile << ": " << problem << '\n';
+        auto loaded = loadScenario(options.scenario, problem);
+        if (!loaded) {
+            std::cerr << program << ": " << problem << '\n';
             return exitFailure;
         }
-        scenario = std::move(*parsed);
+        scenario = std::move(*loaded);
     }
     return servePrinter(options, std::move(scenario));
 }

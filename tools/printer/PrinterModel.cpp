@@ -154,8 +154,19 @@ void PrinterModel::printPage() {
     if (auto &sheets = state(page.tray).sheets; needsPaper(page) && sheets) {
         --*sheets;
     }
-    pages.pop_front();
+    ++printedOfJob[page.job];
     ++printed;
+    pages.pop_front();
+}
+
+std::size_t PrinterModel::pagesWaitingOf(std::uint64_t job) const {
+    return static_cast<std::size_t>(
+        std::count_if(pages.begin(), pages.end(), [job](const Page &page) { return page.job == job; }));
+}
+
+std::uint64_t PrinterModel::pagesPrintedOf(std::uint64_t job) const {
+    const auto found = printedOfJob.find(job);
+    return found != printedOfJob.end() ? found->second : 0;
 }
 
 PrinterModel::Used PrinterModel::used() const {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -128,6 +129,10 @@ class PrinterModel {
 
     [[nodiscard]] std::uint64_t pagesPrinted() const { return printed; }
 
+    /// Of one job, counted from 1.
+    [[nodiscard]] std::size_t pagesWaitingOf(std::uint64_t job) const;
+    [[nodiscard]] std::uint64_t pagesPrintedOf(std::uint64_t job) const;
+
     [[nodiscard]] const std::vector<MemoryOverrun> &overruns() const { return overrunsSeen; }
 
   private:
@@ -168,6 +173,7 @@ class PrinterModel {
     PrinterTime spent{}; ///< on the first page, or on waiting for its stack to be turned
     std::uint64_t jobWithTurnedStack = 0;
     std::uint64_t printed = 0;
+    std::map<std::uint64_t, std::uint64_t> printedOfJob;
     std::vector<MemoryOverrun> overrunsSeen;
 };
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -15,6 +17,12 @@ using namespace std::chrono_literals;
 
 /// How long to wait for the channel before looking at everything else again.
 constexpr PrinterTime longestTurn = 100ms;
+
+/// How long the bus may take to bring an announcement back to whoever made it.
+constexpr PrinterTime echoLimit = 2s;
+
+/// So many strange hosts are hinted at.
+constexpr std::size_t strangeHostLimit = 8;
 
 std::atomic<bool> endSignal{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
@@ -48,43 +56,109 @@ bool PrinterRun::run(std::string &problem) {
         return false;
     }
     tell("listening");
+    const bool served = serve(problem);
+    sayGoodbye();
+    printer.endJob();
+    printer.tellUnprinted();
+    return served;
+}
+
+bool PrinterRun::serve(std::string &problem) {
     while (true) {
-        printer.advance(now());
-        while (const auto deed = printer.takeDeed()) {
-            if (!perform(*deed, problem)) {
-                return false;
-            }
+        if (!act(problem)) {
+            return false;
         }
         if (printer.isGone() || !wishes.goOn(printer, now())) {
-            break;
+            return true;
         }
         turn();
+        hintAtDeafness();
     }
-    if (center) {
+}
+
+/// To whoever is still there; there may be nobody.
+void PrinterRun::sayGoodbye() {
+    if (center && center->isConnected()) {
         tell("> backend-byebye");
-        post({"backend-byebye", std::nullopt});
-        center.reset();
+        try {
+            static_cast<void>(center->post(wishes.uri + ".frontend", "backend-byebye", std::nullopt));
+        } catch (const platform::NotificationError &) {
+        }
     }
-    printer.endJob();
+    center.reset();
+}
+
+/// Does what is due.
+bool PrinterRun::act(std::string &problem) {
+    if ((isBusLost || (center && !center->isConnected())) && !awaitBus(problem)) {
+        return false;
+    }
+    printer.advance(now());
+    while (const auto deed = printer.takeDeed()) {
+        if (!perform(*deed, problem)) {
+            return false;
+        }
+    }
     return true;
 }
 
-bool PrinterRun::connect(std::string &problem) {
-    center = platform.makeNotificationCenter(
-        {.isCancelled = endWanted, .report = [this](const std::string &line) { tell("! " + line); }},
-        problem);
-    if (!center) {
-        return false;
+/// The bus is lost: the host is, too, and whoever stays comes back with the bus.
+bool PrinterRun::awaitBus(std::string &problem) {
+    if (!isBusLost) {
+        center.reset();
+        printer.endJob();
+        problem = "the message bus is lost";
+        if (!wishes.stays) {
+            return false;
+        }
+        tell("! the message bus is lost: waiting for it");
+        isBusLost = true;
     }
-    try {
-        center->startObserving(
-            wishes.uri + ".backend", {"fronted-alive", "frontend-byebye"},
-            [this](const platform::Notification &notification) { printer.take(notification, now()); });
-    } catch (const platform::NotificationError &error) {
-        problem = error.what();
-        return false;
+    if (std::string stillMissing; open(stillMissing) == Opening::done) {
+        isBusLost = false;
+        tell("listening");
+        printer.reconnected(now());
     }
     return true;
+}
+
+/// Opens the channel, after whoever else serves the same URI if that is waited for.
+bool PrinterRun::connect(std::string &problem) {
+    Opening opening = open(problem);
+    while (opening == Opening::occupied && wishes.waitsForOther && wishes.waitsForOther()) {
+        platform.clock().sleepFor(longestTurn);
+        opening = open(problem);
+    }
+    return opening == Opening::done;
+}
+
+PrinterRun::Opening PrinterRun::open(std::string &problem) {
+    center =
+        platform.makeNotificationCenter({.isCancelled = endWanted,
+                                         .report = [this](const std::string &line) { tell("! " + line); },
+                                         .overheard = [this](const std::string &name) { overheard(name); }},
+                                        problem);
+    if (!center) {
+        return Opening::impossible;
+    }
+    try {
+        const std::string name = wishes.uri + ".backend";
+        if (!center->claim(name)) {
+            problem = "another printer or backend serves \"" + wishes.uri + "\"";
+            center.reset();
+            return Opening::occupied;
+        }
+        center->startObserving(name, {"fronted-alive", "frontend-byebye", true},
+                               [this](const platform::Notification &notification) {
+                                   hearsAnything = true;
+                                   printer.take(notification, now());
+                               });
+    } catch (const platform::NotificationError &error) {
+        problem = error.what();
+        center.reset();
+        return Opening::impossible;
+    }
+    return Opening::done;
 }
 
 bool PrinterRun::perform(const ChannelDeed &deed, std::string &problem) {
@@ -92,15 +166,23 @@ bool PrinterRun::perform(const ChannelDeed &deed, std::string &problem) {
         post(*notification);
     } else if (std::holds_alternative<Disconnect>(deed)) {
         center.reset();
-    } else {
-        return connect(problem);
+    } else if (!isBusLost) {
+        return open(problem) == Opening::done;
     }
     return true;
 }
 
 void PrinterRun::post(const PostNotification &notification) {
+    if (!center) {
+        tell("! not delivered: there is no channel");
+        return;
+    }
     try {
-        static_cast<void>(center->post(wishes.uri + ".frontend", notification.object, notification.data));
+        if (!center->post(wishes.uri + ".frontend", notification.object, notification.data)) {
+            tell("! not delivered: the host has gone");
+        } else if (notification.object == "backend-alive" && !announced) {
+            announced = now();
+        }
     } catch (const platform::NotificationError &error) {
         // A host that is gone, or a bus that is: neither is a reason for a printer to end.
         tell(std::string("! not delivered: ") + error.what());
@@ -119,6 +201,28 @@ void PrinterRun::turn() {
         center->turn(length);
     } catch (const platform::NotificationError &error) {
         tell(std::string("! ") + error.what());
+    }
+}
+
+// ---- Hints for whoever waits in vain
+
+void PrinterRun::overheard(const std::string &name) {
+    constexpr std::string_view toBackend = ".backend";
+    if (name == wishes.uri + ".frontend") {
+        hearsAnything = true;
+    } else if (name.ends_with(toBackend) && strangeHosts.size() < strangeHostLimit &&
+               strangeHosts.insert(name).second) {
+        tell("hint: a filter looks for the printer \"" + name.substr(0, name.size() - toBackend.size()) +
+             "\"; this one is \"" + wishes.uri + "\"");
+    }
+}
+
+/// An announcement for all to hear comes back to oneself, too, unless the bus's policy is against it.
+void PrinterRun::hintAtDeafness() {
+    if (announced && !hearsAnything && !isDeafnessTold && now() - *announced > echoLimit) {
+        isDeafnessTold = true;
+        tell("hint: the bus does not let this user take part; start the printer as root or as the user that "
+             "CUPS runs its filters as (\"" VELTRIN_SCHEDULER_USER "\")");
     }
 }
 

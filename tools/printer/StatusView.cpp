@@ -4,7 +4,10 @@
 #include "status/StatusCatalogue.h"
 #include "status/TextFormat.h"
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <utility>
 
@@ -30,6 +33,14 @@ std::string trayText(const char *trayName, const TrayState &tray) {
     return std::string(trayName) + ": " + std::string(paperSizeName(tray.paperSize).english) + ", " +
            std::string(paperTypeName(tray.paperType).english) +
            (tray.sheets ? ", " + std::to_string(*tray.sheets) + " sheets" : "");
+}
+
+std::string tonerText(const TonerLevels &toner) {
+    const auto level = [](const char *colour, std::uint8_t percent) {
+        return colour + (" " + std::to_string(percent)) + " %";
+    };
+    return level("black", toner.black) + ", " + level("cyan", toner.cyan) + ", " +
+           level("magenta", toner.magenta) + ", " + level("yellow", toner.yellow);
 }
 
 } // namespace
@@ -59,21 +70,27 @@ void StatusView::addLine(const std::string &line) {
     }
 }
 
-std::vector<std::string> StatusView::lines(const PrinterModel &printer, std::size_t width) const {
+std::vector<std::string> StatusView::lines(const PrinterModel &printer, std::size_t width,
+                                           std::size_t height) const {
     const PrinterSettings &now = printer.current();
     std::vector<std::string> lines = {
         name,
         "status         " + describe(printer.status()),
-        "header memory  " + bar(printer.freeMemory(MemoryPool::header), now.memory.header),
-        "image memory   " + bar(printer.freeMemory(MemoryPool::image), now.memory.image),
+        "job            " + job,
         "pages          " + std::to_string(printer.pagesPrinted()) + " printed, " +
             std::to_string(printer.pagesWaiting()) + " waiting",
+        "header memory  " + bar(printer.freeMemory(MemoryPool::header), now.memory.header),
+        "image memory   " + bar(printer.freeMemory(MemoryPool::image), now.memory.image),
         "paper          " + trayText("tray 1", printer.tray(Tray::tray1)) + "; " +
             trayText("tray 2", printer.tray(Tray::tray2)) + "; " +
             trayText("bypass", printer.tray(Tray::bypass)),
+        "toner          " + tonerText(now.toner),
         std::string(now.duplexUnit ? "with" : "without") + " a duplex unit, port " + std::to_string(now.port),
         ""};
-    lines.insert(lines.end(), last.begin(), last.end());
+    const std::size_t room = height - std::min(height, lines.size());
+    const std::size_t shown = std::min(room, last.size());
+    lines.insert(lines.end(), last.end() - static_cast<std::ptrdiff_t>(shown), last.end());
+    lines.resize(std::min(lines.size(), height));
     for (std::string &line : lines) {
         line.resize(std::min(line.size(), width));
     }

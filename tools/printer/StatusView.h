@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <deque>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace veltrin {
@@ -25,11 +26,17 @@ class StatusView {
 
     void addLine(const std::string &line);
 
-    /// The view's lines, each cut to `width` characters.
-    [[nodiscard]] std::vector<std::string> lines(const PrinterModel &printer, std::size_t width) const;
+    /// What there is to say of the present job or the last one.
+    void setJob(std::string text) { job = std::move(text); }
+
+    /// The view's lines, each cut to `width` characters, and no more of them than `height`: the printer's
+    /// name, status and job first, of the lines told last as many as there is room for.
+    [[nodiscard]] std::vector<std::string> lines(const PrinterModel &printer, std::size_t width,
+                                                 std::size_t height) const;
 
   private:
     std::string name;
+    std::string job;
     std::deque<std::string> last;
 };
 

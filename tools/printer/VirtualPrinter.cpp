@@ -44,7 +44,7 @@ VirtualPrinter::VirtualPrinter(Scenario played, PrinterListener toTell)
       timeline(scenario.events), toldStatus(model.status()) {
     // Whoever waits for the printer already has missed nothing by it. A late announcement waits for a job.
     if (scenario.announcement == 0us) {
-        plan(0us, PostNotification{"backend-alive", std::nullopt});
+        announce();
     }
 }
 
@@ -90,15 +90,26 @@ void VirtualPrinter::take(const platform::Notification &notification, PrinterTim
     }
 }
 
+void VirtualPrinter::announce() {
+    plan(time, PostNotification{"backend-alive", std::nullopt});
+}
+
+void VirtualPrinter::reconnected(PrinterTime now) {
+    advance(now);
+    if (scenario.announcement && isPresent()) {
+        announce();
+    }
+}
+
 void VirtualPrinter::hostAnnounced() {
-    if (scenario.announcement && !away) {
+    if (scenario.announcement && isPresent()) {
         plan(time + *scenario.announcement, PostNotification{"backend-alive", std::nullopt});
     }
 }
 
 void VirtualPrinter::statusRequested() {
     const std::uint64_t request = ++job->report.statusRequests;
-    if (away) {
+    if (!isPresent()) {
         return;
     }
     if (auto reply = statusReply(scenario.replies, request, model.record())) {
@@ -137,9 +148,46 @@ void VirtualPrinter::endJob() {
     JobReport &report = job->report;
     report.overruns.assign(model.overruns().begin() + static_cast<std::ptrdiff_t>(overrunsBefore),
                            model.overruns().end());
-    tell(summaryOf(report));
+    lastSummary = summaryOf(report);
+    tell(lastSummary);
     listener.jobEnded(report);
+    if (model.pagesPrintedOf(report.number) + model.pagesWaitingOf(report.number) > 0) {
+        unprinted.push_back({report.number, report.pages.size()});
+    }
     job.reset();
+    tellPrintedJobs();
+}
+
+void VirtualPrinter::tellPrintedJobs() {
+    std::erase_if(unprinted, [this](const Unprinted &one) {
+        if (model.pagesWaitingOf(one.job) != 0) {
+            return false;
+        }
+        tell("job " + std::to_string(one.job) + " printed: " + std::to_string(model.pagesPrintedOf(one.job)) +
+             " of " + std::to_string(one.pages) + " pages");
+        return true;
+    });
+}
+
+void VirtualPrinter::tellUnprinted() const {
+    for (const Unprinted &one : unprinted) {
+        tell("job " + std::to_string(one.job) +
+             " not printed to its end: " + std::to_string(model.pagesPrintedOf(one.job)) + " of " +
+             std::to_string(one.pages) + " pages, status " + veltrin::describe(model.status()));
+    }
+}
+
+std::string VirtualPrinter::jobText() const {
+    if (!job) {
+        return lastSummary.empty() ? "no job yet" : lastSummary;
+    }
+    return "job " + std::to_string(job->report.number) +
+           " comes in: " + std::to_string(job->report.pages.size()) + " pages, " +
+           std::to_string(job->totals().bytes) + " bytes";
+}
+
+bool VirtualPrinter::isAtRest() const {
+    return model.pagesWaiting() == 0 || (!model.nextChange() && !timeline.nextDue());
 }
 
 void VirtualPrinter::streamEvent(const StreamEvent &event) {
@@ -211,6 +259,7 @@ void VirtualPrinter::tellChanges() {
     if (model.pagesPrinted() != std::exchange(toldPrinted, model.pagesPrinted())) {
         tell("printed page " + std::to_string(toldPrinted) + ", " + std::to_string(model.pagesWaiting()) +
              " waiting");
+        tellPrintedJobs();
     }
     if (const StatusCodes status = model.status(); status != std::exchange(toldStatus, status)) {
         tell("status " + veltrin::describe(status));
@@ -248,10 +297,6 @@ void VirtualPrinter::happen(const Timeline::Entry &entry) {
     const bool begins = entry.begins;
     const bool forGood = !timeline.event(entry).lasting;
     const PrinterSettings &initial = scenario.printer;
-    const auto comeBack = [this] {
-        away = false;
-        plan(time, PostNotification{"backend-alive", std::nullopt});
-    };
     std::visit(
         Overloaded{
             [&](const CoverOpen &) { model.openCover(begins); },
@@ -266,24 +311,25 @@ void VirtualPrinter::happen(const Timeline::Entry &entry) {
             },
             [&](const ReportPort &reported) { model.reportPort(begins ? reported.port : initial.port); },
             [&](const ResizeMemory &memory) { model.resizeMemory(begins ? memory.sizes : initial.memory); },
+            // What falls into the time without a channel shows only when that is over.
             [&](const Leave &) {
-                if (begins) {
-                    away = true;
-                    plan(time, PostNotification{"backend-byebye", std::nullopt});
-                } else {
-                    comeBack();
+                hasLeft = begins;
+                if (!hasVanished) {
+                    plan(time, PostNotification{begins ? "backend-byebye" : "backend-alive", std::nullopt});
                 }
             },
             [&](const Vanish &) {
+                hasVanished = begins;
                 if (begins) {
                     tell("gone without a word");
                     deeds.clear();
-                    away = true;
                     gone = forGood;
                     plan(time, Disconnect{});
                 } else {
                     plan(time, Reconnect{});
-                    comeBack();
+                    if (!hasLeft) {
+                        announce();
+                    }
                 }
             }},
         timeline.event(entry).happening);

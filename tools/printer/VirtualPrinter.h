@@ -69,7 +69,20 @@ class VirtualPrinter {
     /// The end of a job whose host does not say so, for the report.
     void endJob();
 
+    /// The channel, lost meanwhile, is there again.
+    void reconnected(PrinterTime now);
+
+    /// Tells which jobs are not printed to their end, and why.
+    void tellUnprinted() const;
+
     [[nodiscard]] bool inJob() const { return job != nullptr; }
+
+    /// The present job or the last one, in a line for people.
+    [[nodiscard]] std::string jobText() const;
+
+    /// Whether nothing more is printed unless a host or a person does something: every page is, or what keeps
+    /// the next one from it stays for good.
+    [[nodiscard]] bool isAtRest() const;
 
     /// It has vanished for good.
     [[nodiscard]] bool isGone() const { return gone; }
@@ -81,6 +94,10 @@ class VirtualPrinter {
 
     void plan(PrinterTime when, ChannelDeed deed) { deeds.emplace(when, std::move(deed)); }
 
+    /// Whether the channel is there and the backend has not said goodbye.
+    [[nodiscard]] bool isPresent() const { return !hasLeft && !hasVanished; }
+
+    void announce();
     void hostAnnounced();
     void statusRequested();
     void beginJob();
@@ -96,10 +113,21 @@ class VirtualPrinter {
     Timeline timeline;
     PrinterTime time{};
     std::multimap<PrinterTime, ChannelDeed> deeds; ///< by when they are due, first planned first
-    bool away = false;
+    bool hasLeft = false;                          ///< with a goodbye
+    bool hasVanished = false;                      ///< without one
     bool gone = false;
 
+    /// A job that has come, and not left the printer as paper yet.
+    struct Unprinted {
+        std::uint64_t job;
+        std::size_t pages;
+    };
+
+    void tellPrintedJobs();
+
     std::unique_ptr<JobRecorder> job;
+    std::string lastSummary; ///< of the job that ended last
+    std::vector<Unprinted> unprinted;
     std::uint64_t jobs = 0;
     std::size_t overrunsBefore = 0; ///< of earlier jobs
     std::uint64_t settledHeader = 0;
