@@ -1,8 +1,9 @@
 #include "platform/linux/PropertyListBundle.h"
 
+#include "platform/linux/LanguageFallback.h"
+
 #include <plist/plist.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -131,21 +132,6 @@ std::optional<std::map<std::string, std::string>> readDictionary(const std::file
 }
 
 } // namespace
-
-std::vector<std::string> languagesToTry(const std::string &language) {
-    std::vector<std::string> names;
-    const auto add = [&names](const std::string &name) {
-        const bool staysInside = name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
-        if (!name.empty() && staysInside && std::find(names.begin(), names.end(), name) == names.end()) {
-            names.push_back(name);
-        }
-    };
-    add(language);
-    add(language.substr(0, language.find('.')));
-    add(language.substr(0, language.find_first_of("._-@")));
-    add("en");
-    return names;
-}
 
 PropertyListBundle::PropertyListBundle(std::vector<std::filesystem::path> whereToLook)
     : directories(std::move(whereToLook)) {}

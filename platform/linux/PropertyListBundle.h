@@ -39,9 +39,4 @@ class PropertyListBundle final : public Bundle {
     std::vector<Table> stringTables; // in the order they are asked
 };
 
-/// The names of the string tables' languages that serve `language` (in the form of LANG), best first: the
-/// value as it stands, without its encoding, the bare language, English. Names that could lead out of the
-/// bundle's directory are left out.
-[[nodiscard]] std::vector<std::string> languagesToTry(const std::string &language);
-
 } // namespace veltrin::platform
