@@ -47,22 +47,47 @@ std::optional<std::string> readSmallFile(const std::filesystem::path &path, std:
     return contents;
 }
 
-/// The text form of a value: a string as it stands, a boolean as "true" or "false"; other kinds have none.
-std::optional<std::string> textOf(plist_t value) {
-    switch (plist_get_node_type(value)) {
-    case PLIST_STRING: {
-        std::uint64_t length = 0;
-        const char *text = plist_get_string_ptr(value, &length);
-        return text != nullptr ? std::string(text, length) : std::string();
+/// Null where the document is not well-formed.
+PropertyList parse(std::string_view document) {
+    // Some editors put one in front of UTF-8; the parser takes it for text before the first tag.
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (document.starts_with(byteOrderMark)) {
+        document.remove_prefix(byteOrderMark.size());
     }
-    case PLIST_BOOLEAN: {
-        std::uint8_t flag = 0;
-        plist_get_bool_val(value, &flag);
-        return flag != 0 ? "true" : "false";
-    }
-    default:
+    plist_t root = nullptr;
+    plist_from_xml(document.data(), static_cast<std::uint32_t>(document.size()), &root);
+    return {root, plist_free};
+}
+
+/// The text form of a value in a dictionary; nothing where it has none.
+using TextForm = std::optional<std::string> (*)(plist_t value);
+
+std::optional<std::string> stringIn(plist_t value) {
+    if (plist_get_node_type(value) != PLIST_STRING) {
         return std::nullopt;
     }
+    std::uint64_t length = 0;
+    const char *text = plist_get_string_ptr(value, &length);
+    return text != nullptr ? std::string(text, length) : std::string();
+}
+
+/// A configuration value: a string as it stands, a boolean as "true" or "false".
+std::optional<std::string> configurationValue(plist_t value) {
+    if (plist_get_node_type(value) != PLIST_BOOLEAN) {
+        return stringIn(value);
+    }
+    std::uint8_t flag = 0;
+    plist_get_bool_val(value, &flag);
+    return flag != 0 ? "true" : "false";
+}
+
+/// A text for people: a string that shows something. An empty one would be a status line that says nothing.
+std::optional<std::string> visibleText(plist_t value) {
+    std::optional<std::string> text = stringIn(value);
+    if (text && text->find_first_not_of(" \t\r\n") == std::string::npos) {
+        text.reset();
+    }
+    return text;
 }
 
 /// Whether a text may be passed on as UTF-8 and as a C string, which the parser leaves to its caller:
@@ -93,17 +118,16 @@ bool isPlainUtf8(std::string_view text) {
     return true;
 }
 
-/// Reads a property list whose root is a dictionary. Nothing with `problem` set where there is none to be
-/// had.
+/// Reads a property list whose root is a dictionary: the entries whose values have a text form. Nothing with
+/// `problem` set where there is none to be had.
 std::optional<std::map<std::string, std::string>> readDictionary(const std::filesystem::path &path,
-                                                                 std::string &problem) {
+                                                                 TextForm textOf, std::string &problem) {
     const std::optional<std::string> contents = readSmallFile(path, problem);
     if (!contents) {
         return std::nullopt;
     }
-    plist_t root = nullptr;
-    plist_from_xml(contents->data(), static_cast<std::uint32_t>(contents->size()), &root);
-    const PropertyList owner(root, plist_free);
+    const PropertyList owner = parse(*contents);
+    plist_t root = owner.get();
     if (root == nullptr || plist_get_node_type(root) != PLIST_DICT) {
         problem = "is not an XML property list with a dictionary";
         return std::nullopt;
@@ -147,7 +171,7 @@ void PropertyListBundle::loadInfoDictionary() {
             continue;
         }
         std::string problem;
-        if (auto table = readDictionary(path, problem)) {
+        if (auto table = readDictionary(path, configurationValue, problem)) {
             infoDictionary = std::move(*table);
         } else {
             infoProblem = path.string() + " " + problem;
@@ -184,8 +208,8 @@ void PropertyListBundle::loadStringTables() {
     for (const std::string &language : languagesToTry(preferredLanguage)) {
         for (const std::filesystem::path &directory : directories) {
             std::string problem;
-            if (auto table =
-                    readDictionary(directory / (language + ".lproj") / "Localizable.strings", problem)) {
+            if (auto table = readDictionary(directory / (language + ".lproj") / "Localizable.strings",
+                                            visibleText, problem)) {
                 stringTables.push_back(std::move(*table));
                 break;
             }

@@ -66,6 +66,30 @@ TEST_F(PropertyListBundleTest, ReadsStringsAndBooleansOfTheInformationDictionary
     EXPECT_EQ(bundle.infoDictionaryProblem(), std::nullopt);
 }
 
+TEST_F(PropertyListBundleTest, AByteOrderMarkInFrontIsSkipped) {
+    writeInfo(beside, "\xEF\xBB\xBF" + dictionaryOf(entry("a", "x")));
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), "x");
+    EXPECT_EQ(bundle.infoDictionaryProblem(), std::nullopt);
+}
+
+TEST_F(PropertyListBundleTest, TheDictionaryIsReadOnce) {
+    writeInfo(beside, dictionaryOf(entry("a", "first")));
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), "first");
+    writeInfo(beside, dictionaryOf(entry("a", "second")));
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), "first");
+    std::filesystem::remove(std::filesystem::path(beside) / "Info.plist");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), "first");
+    EXPECT_EQ(bundle.infoDictionaryProblem(), std::nullopt);
+}
+
+TEST_F(PropertyListBundleTest, AMissingDictionaryIsLookedForOnce) {
+    const std::string missing = "there is no Info.plist in /tmp/beside or /tmp/installed";
+    EXPECT_EQ(bundle.infoDictionaryProblem(), missing);
+    writeInfo(beside, dictionaryOf(entry("a", "x")));
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("a"), std::nullopt);
+    EXPECT_EQ(bundle.infoDictionaryProblem(), missing);
+}
+
 TEST_F(PropertyListBundleTest, TheDictionaryBesideTheExecutableWinsWhole) {
     writeInfo(beside, dictionaryOf(entry("a", "beside")));
     writeInfo(installed, dictionaryOf(entry("a", "installed") + entry("b", "installed")));

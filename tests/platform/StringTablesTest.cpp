@@ -121,6 +121,14 @@ TEST_F(StringTablesTest, AnotherLanguageMayBeChosenLater) {
     EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "English");
 }
 
+TEST_F(StringTablesTest, TheTablesAreReadOnce) {
+    writeTable("en", entry("Ready", "first"));
+    PropertyListBundle bundle({first});
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "first");
+    writeTable("en", entry("Ready", "second"));
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "first");
+}
+
 TEST_F(StringTablesTest, TheFirstDirectoryThatHasTheLanguageWins) {
     writeFile(tablePath(second, "de"), tableStart + entry("Ready", "installed") + tableEnd);
     writeTable("en", entry("Ready", "English"));
@@ -130,26 +138,45 @@ TEST_F(StringTablesTest, TheFirstDirectoryThatHasTheLanguageWins) {
 }
 
 TEST_F(StringTablesTest, TextsComeOutAsTheyAreWritten) {
-    writeTable("en", entry("blank", "with a blank at its end ") + entry("empty", "") +
-                         "<key>empty, too</key><string/>" +
+    writeTable("en", entry("blank", "with a blank at its end ") +
                          entry("escaped", "a &amp; b &lt;c&gt; &quot;d&quot;") +
                          entry("six characters", "firmware\\U2026") + entry("UTF-8", "Größe … 用紙 😀") +
                          entry("percent", "%@ %1$@ %%"));
     PropertyListBundle bundle({first});
     EXPECT_EQ(bundle.localizedStringForKey("blank", ""), "with a blank at its end ");
-    EXPECT_EQ(bundle.localizedStringForKey("empty", "default"), "");
-    EXPECT_EQ(bundle.localizedStringForKey("empty, too", "default"), "");
     EXPECT_EQ(bundle.localizedStringForKey("escaped", ""), "a & b <c> \"d\"");
     EXPECT_EQ(bundle.localizedStringForKey("six characters", ""), "firmware\\U2026");
     EXPECT_EQ(bundle.localizedStringForKey("UTF-8", ""), "Größe … 用紙 😀");
     EXPECT_EQ(bundle.localizedStringForKey("percent", ""), "%@ %1$@ %%");
 }
 
-TEST_F(StringTablesTest, AValueThatIsNoTextIsAMissingKey) {
-    writeTable("en", "<key>Ready</key><integer>3</integer>" + entry("Other", "other"));
-    EXPECT_EQ(ready("en"), "default");
-    PropertyListBundle bundle({first});
-    EXPECT_EQ(bundle.localizedStringForKey("Other", ""), "other");
+TEST_F(StringTablesTest, AValueThatIsNoTextOrAnEmptyOneIsAMissingKey) {
+    for (const std::string value :
+         {"<true/>", "<false/>", "<integer>3</integer>", "<real>3.0</real>",
+          "<date>2026-11-15T21:33:05Z</date>", "<data>UmVhZHk=</data>",
+          "<array><string>Bereit</string></array>", "<dict><key>Ready</key><string>Bereit</string></dict>",
+          "<string/>", "<string></string>", "<string> </string>", "<string>\n\t</string>"}) {
+        writeTable("de", "<key>Ready</key>" + value + entry("Other", "anderes"));
+        writeTable("en", "<key>Ready</key>" + value);
+        EXPECT_EQ(ready("de"), "default") << value;
+        PropertyListBundle bundle({first});
+        bundle.setPreferredLanguage("de");
+        EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "Ready") << value;
+        EXPECT_EQ(bundle.localizedStringForKey("Other", ""), "anderes") << value;
+        writeTable("en", entry("Ready", "English"));
+        EXPECT_EQ(ready("de"), "English") << value;
+    }
+}
+
+TEST_F(StringTablesTest, AByteOrderMarkInFrontIsSkipped) {
+    const std::string mark = "\xEF\xBB\xBF";
+    const std::string good = tableStart + entry("Ready", "Bereit") + tableEnd;
+    writeFile(tablePath(first, "de"), mark + good);
+    EXPECT_EQ(ready("de"), "Bereit");
+    for (const std::string &front : {mark + mark, mark.substr(0, 2), mark.substr(1)}) {
+        writeFile(tablePath(first, "de"), front + good);
+        EXPECT_EQ(ready("de"), "default");
+    }
 }
 
 TEST_F(StringTablesTest, ADamagedTableIsNoTable) {
