@@ -19,10 +19,9 @@ namespace {
 
 using PropertyList = std::unique_ptr<void, decltype(&plist_free)>;
 
-/// In bytes, far more than any real table. Keeps a stray giant file from being read whole, and one that nests
-/// without end from exhausting the stack: the parser's recursion takes some 50 bytes for each 7 of such a
-/// file.
-constexpr std::uintmax_t largestFile = std::uintmax_t{256} * 1024;
+/// Far more than any real table needs. It also bounds how deep a file can nest: the parser's recursion takes
+/// some 50 bytes of stack for each 7 of a file that does nothing else, half a mebibyte in all.
+constexpr std::uintmax_t largestFile = std::uintmax_t{64} * 1024;
 
 std::optional<std::string> readSmallFile(const std::filesystem::path &path, std::string &problem) {
     std::error_code error;
@@ -32,8 +31,12 @@ std::optional<std::string> readSmallFile(const std::filesystem::path &path, std:
         return std::nullopt;
     }
     const std::uintmax_t size = std::filesystem::file_size(path, error);
-    if (error || size > largestFile) {
-        problem = "is too large";
+    if (error) {
+        problem = "cannot be read";
+        return std::nullopt;
+    }
+    if (size > largestFile) {
+        problem = "is larger than 64 KiB";
         return std::nullopt;
     }
     std::ifstream file(path, std::ios::binary);

@@ -145,10 +145,10 @@ TEST_F(PropertyListBundleTest, ADictionaryThatIsNotUTF8IsNone) {
 TEST_F(PropertyListBundleTest, AFileBeyondReasonIsNotRead) {
     writeInfo(beside, dictionaryOf(entry("a", "x")));
     const std::string largest = dictionaryOf(entry("a", "x"));
-    writeInfo(beside, largest + std::string(std::size_t{256} * 1024 - largest.size(), ' '));
+    writeInfo(beside, largest + std::string(std::size_t{64} * 1024 - largest.size(), ' '));
     EXPECT_EQ((PropertyListBundle{{beside}}.infoDictionaryProblem()), std::nullopt);
-    writeInfo(beside, largest + std::string(std::size_t{256} * 1024 - largest.size() + 1, ' '));
-    EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist is too large");
+    writeInfo(beside, largest + std::string(std::size_t{64} * 1024 - largest.size() + 1, ' '));
+    EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist is larger than 64 KiB");
 }
 
 } // namespace

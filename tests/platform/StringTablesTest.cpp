@@ -3,9 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,6 +30,51 @@ const std::string tableEnd = "</dict>\n</plist>\n";
 std::string entry(const std::string &key, const std::string &text) {
     return "<key>" + key + "</key><string>" + text + "</string>\n";
 }
+
+/// A table whose document type is `declaration`: a name of one kept elsewhere, or entities in brackets.
+std::string tableWith(const std::string &declaration, const std::string &entries) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist " + declaration +
+           ">\n<plist version=\"1.0\">\n<dict>\n" + entries + tableEnd;
+}
+
+/// In bytes.
+constexpr std::size_t largestTable = std::size_t{64} * 1024;
+
+void onSmallStack(std::function<void()> function) {
+    constexpr std::size_t size = std::size_t{2} * 1024 * 1024;
+    pthread_attr_t attributes;
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, size), 0);
+    const auto run = [](void *argument) -> void * {
+        (*static_cast<std::function<void()> *>(argument))();
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &function), 0);
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
+    pthread_attr_destroy(&attributes);
+}
+
+/// Sees every opening of a file.
+class OpenWatch {
+  public:
+    explicit OpenWatch(const std::string &path) {
+        EXPECT_GE(inotify_add_watch(fd, path.c_str(), IN_OPEN), 0);
+    }
+
+    OpenWatch(const OpenWatch &) = delete;
+    OpenWatch &operator=(const OpenWatch &) = delete;
+
+    ~OpenWatch() { close(fd); }
+
+    [[nodiscard]] bool wasOpened() const {
+        std::array<char, 4096> events{};
+        return read(fd, events.data(), events.size()) > 0;
+    }
+
+  private:
+    int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+};
 
 class StringTablesTest : public testing::Test {
   protected:
@@ -227,17 +278,82 @@ TEST_F(StringTablesTest, BehindADamagedTableTheInstalledOneCounts) {
 }
 
 TEST_F(StringTablesTest, AGiantTableIsNoTable) {
-    writeTable("de", entry("Ready", "Bereit") + std::string(std::size_t{256} * 1024, ' '));
+    const std::string start = tableStart + entry("Ready", "Bereit");
+    const std::string largest = start + std::string(largestTable - start.size() - tableEnd.size(), ' ');
+    writeFile(tablePath(first, "de"), largest + tableEnd);
+    EXPECT_EQ(ready("de"), "Bereit");
+    writeFile(tablePath(first, "de"), largest + " " + tableEnd);
     EXPECT_EQ(ready("de"), "default");
 }
 
-TEST_F(StringTablesTest, ATableThatNestsWithoutEndDoesNoHarm) {
-    std::string nested = tableStart + entry("Ready", "Bereit") + "<key>deep</key>";
-    while (nested.size() < std::size_t{255} * 1024) {
-        nested += "<array>";
+// The parser goes down into itself, as deep as the file does.
+TEST_F(StringTablesTest, ATableThatNestsNeedsLittleStack) {
+    const std::string start = tableStart + entry("Ready", "Bereit") + "<key>deep</key>";
+
+    const std::string down = "<array>";
+    const std::string up = "</array>";
+
+    std::string closed = start;
+    const std::size_t depth = (largestTable - start.size() - tableEnd.size()) / (down.size() + up.size());
+    for (const std::string &tag : {down, up}) {
+        for (std::size_t i = 0; i < depth; ++i) {
+            closed += tag;
+        }
     }
-    writeFile(tablePath(first, "de"), nested);
-    EXPECT_EQ(ready("de"), "default");
+    writeFile(tablePath(first, "de"), closed + tableEnd);
+    onSmallStack([this] { EXPECT_EQ(ready("de"), "Bereit"); });
+
+    for (const std::size_t size : {largestTable, 16 * largestTable}) {
+        std::string open = start;
+        while (open.size() + down.size() <= size) {
+            open += down;
+        }
+        writeFile(tablePath(first, "de"), open);
+        onSmallStack([this] { EXPECT_EQ(ready("de"), "default"); });
+    }
+}
+
+TEST_F(StringTablesTest, ABombOfEntitiesDoesNoHarm) {
+    std::string bomb = "<!ENTITY e0 \"Bereit\">\n";
+    for (int level = 1; level < 10; ++level) {
+        const std::string below = "&e" + std::to_string(level - 1) + ";";
+        bomb += "<!ENTITY e" + std::to_string(level) + " \"";
+        for (int i = 0; i < 10; ++i) {
+            bomb += below;
+        }
+        bomb += "\">\n";
+    }
+    writeTable("en", entry("Ready", "English"));
+    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", entry("Ready", "&e9;")));
+    EXPECT_EQ(ready("de"), "English");
+    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", entry("Ready", "&e0;")));
+    EXPECT_EQ(ready("de"), "English") << "no entity of the table's own counts";
+    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", entry("Ready", "Bereit")));
+    EXPECT_EQ(ready("de"), "Bereit") << "one that is not used";
+}
+
+TEST_F(StringTablesTest, NoFileIsReadThatATableNames) {
+    const std::string secret = "/tmp/first/secret";
+    writeFile(secret, "<!ENTITY text \"read from the file\">");
+    writeTable("en", entry("Ready", "English"));
+    const OpenWatch watch(secret);
+    for (const std::string &name :
+         {secret, "file://" + secret, std::string("secret"), std::string("../secret")}) {
+        const std::string system = "SYSTEM \"" + name + "\"";
+        writeFile(tablePath(first, "de"),
+                  tableWith("[<!ENTITY text " + system + ">]", entry("Ready", "&text;")));
+        EXPECT_EQ(ready("de"), "English") << name;
+        writeFile(tablePath(first, "de"), tableWith(system, entry("Ready", "&text;")));
+        EXPECT_EQ(ready("de"), "English") << name;
+        writeFile(tablePath(first, "de"),
+                  tableWith("[<!ENTITY % file " + system + "> %file;]", entry("Ready", "&text;")));
+        EXPECT_EQ(ready("de"), "English") << name;
+        writeFile(tablePath(first, "de"), tableWith(system, entry("Ready", "Bereit")));
+        EXPECT_EQ(ready("de"), "Bereit") << name;
+    }
+    EXPECT_FALSE(watch.wasOpened());
+    EXPECT_NE(test::readFile(secret), "");
+    EXPECT_TRUE(watch.wasOpened()) << "the watch sees nothing";
 }
 
 TEST_F(StringTablesTest, WhatIsNoFileIsNoTable) {
