@@ -5,6 +5,7 @@
 #include "platform/NotificationCenter.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -33,7 +34,9 @@ class Platform {
     makeNotificationCenter(NotificationCenterClient client, std::string &problem) = 0;
 };
 
-/// The platform that this build is made for.
-[[nodiscard]] std::unique_ptr<Platform> makePlatform();
+/// The platform that this build is made for. `report` takes one line for the diagnostic log: why a file of
+/// the bundle cannot be used.
+[[nodiscard]] std::unique_ptr<Platform> makePlatform(std::function<void(const std::string &line)> report =
+                                                         [](const std::string &) {});
 
 } // namespace veltrin::platform

@@ -3,6 +3,8 @@
 #include "platform/linux/PropertyListBundle.h"
 
 #include <filesystem>
+#include <functional>
+#include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -29,6 +31,9 @@ std::vector<std::filesystem::path> bundleDirectories() {
 
 class LinuxPlatform final : public Platform {
   public:
+    explicit LinuxPlatform(std::function<void(const std::string &line)> report)
+        : mainBundle(bundleDirectories(), std::move(report)) {}
+
     [[nodiscard]] Clock &clock() override { return systemClock(); }
 
     [[nodiscard]] Bundle &bundle() override { return mainBundle; }
@@ -44,13 +49,13 @@ class LinuxPlatform final : public Platform {
     }
 
   private:
-    PropertyListBundle mainBundle{bundleDirectories()};
+    PropertyListBundle mainBundle;
 };
 
 } // namespace
 
-std::unique_ptr<Platform> makePlatform() {
-    return std::make_unique<LinuxPlatform>();
+std::unique_ptr<Platform> makePlatform(std::function<void(const std::string &line)> report) {
+    return std::make_unique<LinuxPlatform>(std::move(report));
 }
 
 } // namespace veltrin::platform

@@ -4,6 +4,7 @@
 
 #include <plist/plist.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -25,14 +26,19 @@ constexpr std::uintmax_t largestFile = std::uintmax_t{64} * 1024;
 
 std::optional<std::string> readSmallFile(const std::filesystem::path &path, std::string &problem) {
     std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (error) {
+        problem = "cannot be read: " + error.message();
+        return std::nullopt;
+    }
     // A pipe or a device at the name would be waited for; only plain files hold tables.
-    if (!std::filesystem::is_regular_file(path, error)) {
+    if (!std::filesystem::is_regular_file(status)) {
         problem = "is not a file";
         return std::nullopt;
     }
     const std::uintmax_t size = std::filesystem::file_size(path, error);
     if (error) {
-        problem = "cannot be read";
+        problem = "cannot be read: " + error.message();
         return std::nullopt;
     }
     if (size > largestFile) {
@@ -43,7 +49,7 @@ std::optional<std::string> readSmallFile(const std::filesystem::path &path, std:
     std::string contents(static_cast<std::size_t>(size), '\0');
     file.read(contents.data(), static_cast<std::streamsize>(contents.size()));
     if (!file.is_open() || file.bad()) {
-        problem = "cannot be read";
+        problem = "cannot be read: " + std::generic_category().message(errno);
         return std::nullopt;
     }
     contents.resize(static_cast<std::size_t>(file.gcount()));
@@ -160,8 +166,8 @@ std::optional<std::map<std::string, std::string>> readDictionary(const std::file
 
 } // namespace
 
-PropertyListBundle::PropertyListBundle(std::vector<std::filesystem::path> whereToLook)
-    : directories(std::move(whereToLook)) {}
+PropertyListBundle::PropertyListBundle(std::vector<std::filesystem::path> whereToLook, Report toReport)
+    : directories(std::move(whereToLook)), report(std::move(toReport)) {}
 
 void PropertyListBundle::loadInfoDictionary() {
     if (std::exchange(infoDictionaryLoaded, true)) {
@@ -210,14 +216,30 @@ void PropertyListBundle::loadStringTables() {
     }
     for (const std::string &language : languagesToTry(preferredLanguage)) {
         for (const std::filesystem::path &directory : directories) {
-            std::string problem;
-            if (auto table = readDictionary(directory / (language + ".lproj") / "Localizable.strings",
-                                            visibleText, problem)) {
-                stringTables.push_back(std::move(*table));
+            if (loadStringTable(directory / (language + ".lproj") / "Localizable.strings")) {
                 break;
             }
         }
     }
+}
+
+/// Adds one table to those that are asked. False where there is none, or none that can be used.
+bool PropertyListBundle::loadStringTable(const std::filesystem::path &path) {
+    std::error_code error;
+    if (std::filesystem::status(path, error).type() == std::filesystem::file_type::not_found) {
+        return false;
+    }
+    std::string problem;
+    std::optional<Table> table = readDictionary(path, visibleText, problem);
+    if (!table) {
+        const std::string line = "no string table: " + path.string() + " " + problem;
+        if (reported.insert(line).second) {
+            report(line);
+        }
+        return false;
+    }
+    stringTables.push_back(std::move(*table));
+    return true;
 }
 
 std::string PropertyListBundle::localizedStringForKey(const std::string &key,

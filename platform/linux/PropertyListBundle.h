@@ -3,7 +3,9 @@
 #include "platform/Bundle.h"
 
 #include <filesystem>
+#include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,12 @@ namespace veltrin::platform {
 /// first asked for and kept.
 class PropertyListBundle final : public Bundle {
   public:
-    explicit PropertyListBundle(std::vector<std::filesystem::path> directories);
+    /// Takes one line for the diagnostic log.
+    using Report = std::function<void(const std::string &line)>;
+
+    /// `report` is told once of each string table that is there and cannot be used.
+    explicit PropertyListBundle(
+        std::vector<std::filesystem::path> directories, Report report = [](const std::string &) {});
 
     [[nodiscard]] std::optional<std::string> objectForInfoDictionaryKey(const std::string &key) override;
     [[nodiscard]] std::optional<std::string> infoDictionaryProblem() override;
@@ -27,8 +34,11 @@ class PropertyListBundle final : public Bundle {
 
     void loadInfoDictionary();
     void loadStringTables();
+    bool loadStringTable(const std::filesystem::path &path);
 
     std::vector<std::filesystem::path> directories;
+    Report report;
+    std::set<std::string> reported;
     std::string preferredLanguage;
 
     bool infoDictionaryLoaded = false;

@@ -547,6 +547,27 @@ TEST_F(FilterProcessTest, SpeaksTheLanguageOfTheJob) {
     EXPECT_EQ(process.finish().exitStatus, 1);
 }
 
+TEST_F(FilterProcessTest, LogsOnceWhyATableOfTextsCannotBeUsed) {
+    std::filesystem::create_directories("/tmp/bundle/de.lproj");
+    test::writeFile("/tmp/bundle/de.lproj/Localizable.strings",
+                    "\"DriverCommError\" = \"Antwortet nicht\";\n");
+    environment["LANG"] = "de_DE.UTF-8";
+    Command command = this->command("", makeStream(streamOf(1)));
+    command.output = test::File{"/dev/full"};
+    test::Process process(command);
+    EXPECT_TRUE(process.waitUntil([&] {
+        return countOf(process.errors(), "ERROR: recoverable: Unable to communicate with printer") >= 3;
+    }));
+    process.send(SIGTERM);
+    EXPECT_EQ(process.finish().exitStatus, 1);
+    const std::vector<std::string> log = logMessages();
+    EXPECT_EQ(
+        std::count(log.begin(), log.end(),
+                   "ASSERT: CUPSFilter: no string table: /tmp/bundle/de.lproj/Localizable.strings is not an "
+                   "XML property list with a dictionary"),
+        1);
+}
+
 // Broken streams
 
 struct BrokenCase {

@@ -1,11 +1,14 @@
 #include "platform/linux/PropertyListBundle.h"
 #include "tests/support/Files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <linux/capability.h>
 #include <pthread.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
@@ -20,6 +23,8 @@ namespace veltrin::platform {
 namespace {
 
 using test::writeFile;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 const std::string tableStart = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                                "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
@@ -54,6 +59,26 @@ void onSmallStack(std::function<void()> function) {
     EXPECT_EQ(pthread_join(thread, nullptr), 0);
     pthread_attr_destroy(&attributes);
 }
+
+/// While it lives, file modes count for the calling thread, even if it is root's.
+class WithoutPrivileges {
+  public:
+    WithoutPrivileges() {
+        EXPECT_EQ(syscall(SYS_capget, &header, before.data()), 0);
+        auto without = before;
+        without[0].effective &= ~((1U << CAP_DAC_OVERRIDE) | (1U << CAP_DAC_READ_SEARCH));
+        EXPECT_EQ(syscall(SYS_capset, &header, without.data()), 0);
+    }
+
+    WithoutPrivileges(const WithoutPrivileges &) = delete;
+    WithoutPrivileges &operator=(const WithoutPrivileges &) = delete;
+
+    ~WithoutPrivileges() { EXPECT_EQ(syscall(SYS_capset, &header, before.data()), 0); }
+
+  private:
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> before{};
+};
 
 /// Sees every opening of a file.
 class OpenWatch {
@@ -94,13 +119,16 @@ class StringTablesTest : public testing::Test {
 
     /// The text under "Ready", by default "default", for somebody with this LANG.
     std::string ready(const std::string &language) {
-        PropertyListBundle bundle({first, second});
+        reports.clear();
+        PropertyListBundle bundle({first, second},
+                                  [this](const std::string &line) { reports.push_back(line); });
         bundle.setPreferredLanguage(language);
         return bundle.localizedStringForKey("Ready", "default");
     }
 
     const std::filesystem::path first = "/tmp/first";
     const std::filesystem::path second = "/tmp/second";
+    std::vector<std::string> reports; // of the last bundle that was asked
 };
 
 TEST_F(StringTablesTest, TheNearestLanguageThatHasTheKeyWins) {
@@ -262,19 +290,52 @@ TEST_F(StringTablesTest, ADamagedTableIsNoTable) {
         {"a key that is not UTF-8", inPlaceOf("Last", "\xFF")},
         {"a zero byte", inPlaceOf("zuletzt", std::string("zu\0letzt", 8))},
     };
+    const std::string refused = "no string table: " + tablePath(first, "de").string();
+    const std::string notADictionary = refused + " is not an XML property list with a dictionary";
+    const std::string notUTF8 = refused + " holds text that is not UTF-8";
     writeTable("en", entry("Ready", "English"));
     for (const auto &[name, contents] : damages) {
         writeFile(tablePath(first, "de"), contents);
         EXPECT_EQ(ready("de"), "English") << name;
+        EXPECT_THAT(reports, ElementsAre(testing::AnyOf(notADictionary, notUTF8))) << name;
     }
     writeFile(tablePath(first, "de"), good);
     EXPECT_EQ(ready("de"), "Bereit");
+    EXPECT_THAT(reports, IsEmpty());
 }
 
 TEST_F(StringTablesTest, BehindADamagedTableTheInstalledOneCounts) {
     writeFile(tablePath(first, "de"), "damaged");
     writeFile(tablePath(second, "de"), tableStart + entry("Ready", "installed") + tableEnd);
     EXPECT_EQ(ready("de"), "installed");
+    EXPECT_THAT(reports, ElementsAre("no string table: " + tablePath(first, "de").string() +
+                                     " is not an XML property list with a dictionary"));
+}
+
+TEST_F(StringTablesTest, ARefusedTableIsReportedOnce) {
+    writeFile(tablePath(first, "de"), "damaged");
+    PropertyListBundle bundle({first}, [this](const std::string &line) { reports.push_back(line); });
+    bundle.setPreferredLanguage("de_DE.UTF-8");
+    EXPECT_THAT(reports, IsEmpty()) << "before anybody asked for a text";
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(bundle.localizedStringForKey("Ready", "default"), "default");
+        bundle.setPreferredLanguage("de_DE.UTF-8");
+    }
+    EXPECT_EQ(reports.size(), 1U);
+    bundle.setPreferredLanguage("fr");
+    writeFile(tablePath(first, "fr"), "damaged, too");
+    EXPECT_EQ(bundle.localizedStringForKey("Ready", "default"), "default");
+    EXPECT_EQ(reports.size(), 2U);
+}
+
+TEST_F(StringTablesTest, WhatIsNotThereIsNotReported) {
+    EXPECT_EQ(ready("de_DE.UTF-8"), "default");
+    EXPECT_THAT(reports, IsEmpty());
+    std::filesystem::create_directories(first / "de.lproj");
+    writeFile(first / "fr.lproj", "not a directory");
+    EXPECT_EQ(ready("de"), "default");
+    EXPECT_EQ(ready("fr"), "default");
+    EXPECT_THAT(reports, IsEmpty());
 }
 
 TEST_F(StringTablesTest, AGiantTableIsNoTable) {
@@ -282,8 +343,11 @@ TEST_F(StringTablesTest, AGiantTableIsNoTable) {
     const std::string largest = start + std::string(largestTable - start.size() - tableEnd.size(), ' ');
     writeFile(tablePath(first, "de"), largest + tableEnd);
     EXPECT_EQ(ready("de"), "Bereit");
+    EXPECT_THAT(reports, IsEmpty());
     writeFile(tablePath(first, "de"), largest + " " + tableEnd);
     EXPECT_EQ(ready("de"), "default");
+    EXPECT_THAT(reports, ElementsAre("no string table: " + tablePath(first, "de").string() +
+                                     " is larger than 64 KiB"));
 }
 
 // The parser goes down into itself, as deep as the file does.
@@ -360,12 +424,28 @@ TEST_F(StringTablesTest, WhatIsNoFileIsNoTable) {
     const std::filesystem::path path = tablePath(first, "de");
     std::filesystem::create_directories(path);
     EXPECT_EQ(ready("de"), "default") << "a directory";
+    EXPECT_THAT(reports, ElementsAre("no string table: " + path.string() + " is not a file"));
     std::filesystem::remove(path);
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     EXPECT_EQ(ready("de"), "default") << "a pipe, whose writer nobody waits for";
+    EXPECT_THAT(reports, ElementsAre("no string table: " + path.string() + " is not a file"));
     std::filesystem::remove(path);
     std::filesystem::create_symlink("Localizable.strings", path);
     EXPECT_EQ(ready("de"), "default") << "a link to itself";
+    EXPECT_THAT(reports, ElementsAre("no string table: " + path.string() +
+                                     " cannot be read: Too many levels of symbolic links"));
+}
+
+TEST_F(StringTablesTest, ATableThatMayNotBeReadIsNoTable) {
+    const std::filesystem::path path = tablePath(first, "de");
+    writeTable("de", entry("Ready", "Bereit"));
+    std::filesystem::permissions(path, std::filesystem::perms::none);
+    {
+        const WithoutPrivileges withoutPrivileges;
+        EXPECT_EQ(ready("de"), "default");
+    }
+    EXPECT_THAT(reports,
+                ElementsAre("no string table: " + path.string() + " cannot be read: Permission denied"));
 }
 
 TEST_F(StringTablesTest, ALanguageOfAnyLengthIsHarmless) {
