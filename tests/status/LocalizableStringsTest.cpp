@@ -21,6 +21,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace veltrin {
@@ -214,10 +215,151 @@ TEST(LocalizableStrings, AGermanUserReadsGerman) {
         std::int32_t severity = 0;
         return data.statusString(severity);
     };
-    EXPECT_EQ(status(17, 2, 20), "Papierformat Umschlag 10 passt nicht zu Fach 2");
-    EXPECT_EQ(status(19, 0, 7), "Papier Etiketten passt nicht");
-    EXPECT_EQ(status(26, 0, 9), "Papier A4 passt nicht");
-    EXPECT_EQ(status(49, 6, 3), "Servicefall - Laserfehler - Fehler LD1");
+    EXPECT_EQ(status(17, 2, 20), "Papierformat Umschlag Nr. 10 stimmt nicht mit Fach 2 überein");
+    EXPECT_EQ(status(19, 0, 7), "Papier Etiketten stimmt nicht überein oder ist unzulässig");
+    EXPECT_EQ(status(26, 0, 9), "Papier A4 stimmt nicht überein oder ist unzulässig");
+    EXPECT_EQ(status(49, 6, 3), "Kundendienst rufen – Laser: Fehler LD1");
+}
+
+struct Translation {
+    std::string key;
+    std::string english; // in small letters, without doubled blanks; empty for the shared key
+    std::string german;
+};
+
+/// What is translated at all.
+std::vector<Translation> germanTexts() {
+    Table english = readTable(tableOf("en"));
+    std::vector<Translation> texts;
+    for (const auto &[key, german] : readTable(tableOf("de"))) {
+        std::string original;
+        for (const char character : english[key]) {
+            if (character != ' ' || !original.ends_with(' ')) {
+                original += character >= 'A' && character <= 'Z' ? static_cast<char>(character + 'a' - 'A')
+                                                                 : character;
+            }
+        }
+        if (!original.ends_with(" - do not translate")) {
+            texts.push_back({key, original, german});
+        }
+    }
+    EXPECT_GT(texts.size(), 180U);
+    return texts;
+}
+
+TEST(GermanStrings, HaveOneWordForEachThing) {
+    const std::vector<std::pair<std::string, std::string>> terms = {
+        {"tray 1", "Fach 1"},
+        {"tray 2", "Fach 2"},
+        {"tray 4", "Fach 4"},
+        {"mp tray", "Mehrzweckfach"},
+        {"bypass tray", "Zusatzfach"},
+        {"paper size", "Papierformat"},
+        {"paper type", "Papierart"},
+        {"mismatch", "stimmt nicht "},
+        {"mismatch", "überein"},
+        {"illegal", "unzulässig"},
+        {"duplex", "Duplex"},
+        {"jam", "Papierstau"},
+        {"misfeed", "(Einzugsfehler)"},
+        {"k toner cartridge", "Tonerkartusche K "},
+        {"m toner cartridge", "Tonerkartusche M "},
+        {"c toner cartridge", "Tonerkartusche C "},
+        {"y toner cartridge", "Tonerkartusche Y "},
+        {"toner cartridge at end of life", "verbraucht"},
+        {"toner cartridge near end of life", "fast verbraucht"},
+        {"waste toner box", "Resttonerbehälter"},
+        {"fuser", "Fixiereinheit"},
+        {"fuser at end of life", "Lebensdauer der Fixiereinheit erreicht"},
+        {"fuser near end of life", "Lebensdauer der Fixiereinheit fast erreicht"},
+        {"transfer belt", "Transferband"},
+        {"transfer belt at end of life", "Lebensdauer des Transferbands erreicht"},
+        {"transfer belt near end of life", "Lebensdauer des Transferbands fast erreicht"},
+        {"misinstalled", "falsch eingesetzt"},
+        {"empty", "leer"},
+        {"engine", "Druckwerk"},
+        {"controller firmware", "Controller-Firmware"},
+        {"firmware download", "Laden der "},
+        {"error", "ehler"},
+        {"service call", "Kundendienst rufen – "},
+        {"communicat", "ommunikation mit dem "},
+        {"envelope", "Umschlag"},
+        {"postcard", "ostkarte"},
+        {"g/m2", " g/m²)"},
+    };
+    const std::vector<Translation> texts = germanTexts();
+    for (const auto &[english, german] : terms) {
+        std::size_t uses = 0;
+        for (const Translation &text : texts) {
+            if (text.english.find(english) != std::string::npos) {
+                ++uses;
+                EXPECT_NE(text.german.find(german), std::string::npos)
+                    << text.key << " has another word for \"" << english << "\": " << text.german;
+            }
+        }
+        EXPECT_GT(uses, 0U) << english;
+    }
+}
+
+TEST(GermanStrings, EndServiceCallsWithTheCodeOfTheError) {
+    const Table english = readTable(tableOf("en"));
+    std::size_t calls = 0;
+    for (const Translation &text : germanTexts()) {
+        if (text.english.starts_with("service call")) {
+            ++calls;
+            const std::string &original = english.at(text.key);
+            const std::string code = original.substr(original.size() - std::string("FA1 Error").size(), 3);
+            EXPECT_TRUE(text.german.ends_with(": Fehler " + code)) << text.key << ": " << text.german;
+        }
+    }
+    EXPECT_EQ(calls, 37U);
+}
+
+TEST(GermanStrings, SayWhatThePrinterIsDoingByAnInfinitive) {
+    std::size_t states = 0;
+    for (const Translation &text : germanTexts()) {
+        const std::string firstWord = text.english.substr(0, text.english.find(' '));
+        if (firstWord.ends_with("ing") || text.key == "ResetToDefault") {
+            ++states;
+            EXPECT_TRUE(text.german.substr(0, text.german.find(' ')).ends_with("en"))
+                << text.key << ": " << text.german;
+        }
+        EXPECT_EQ(text.german.find(" wird "), std::string::npos) << text.key << ": " << text.german;
+    }
+    EXPECT_EQ(states, 12U);
+}
+
+TEST(GermanStrings, AreSetAsInPrint) {
+    for (const Translation &text : germanTexts()) {
+        for (const char *wrong : {"\"", "'", "...", " - ", "m2", " x ", "  ", "\\U", "!"}) {
+            EXPECT_EQ(text.german.find(wrong), std::string::npos) << text.key << ": " << text.german;
+        }
+        EXPECT_FALSE(text.german.starts_with(' ') || text.german.ends_with(' ') || text.german.ends_with('.'))
+            << text.key << ": " << text.german;
+        for (std::size_t at = text.german.find("…"); at != std::string::npos;
+             at = text.german.find("…", at + 1)) {
+            EXPECT_TRUE(text.german.substr(0, at).ends_with(' ')) << text.key << ": " << text.german;
+        }
+        EXPECT_THAT(text.german, testing::Not(testing::ContainsRegex("[0-9]-[0-9]"))) << text.key;
+        EXPECT_THAT(text.german, testing::Not(testing::ContainsRegex("[0-9]g/"))) << text.key;
+    }
+}
+
+TEST(GermanStrings, KeepClearOfWordsThatMisled) {
+    for (const Translation &text : germanTexts()) {
+        for (const char *wrong : {"Servicefall", "passt nicht", "Registerkarte", "Keine Verbindung", "Bitte",
+                                  "bitte", "Sie ", " Ihr"}) {
+            EXPECT_EQ(text.german.find(wrong), std::string::npos) << text.key << ": " << text.german;
+        }
+        // A fuser is worn, not used up.
+        if (text.german.find("Fixiereinheit") != std::string::npos ||
+            text.german.find("Transferband") != std::string::npos) {
+            EXPECT_EQ(text.german.find("verbraucht"), std::string::npos) << text.key << ": " << text.german;
+        }
+        const std::size_t error = text.german.find("ehler");
+        EXPECT_TRUE(error == std::string::npos || text.german.find("ehler", error + 1) == std::string::npos)
+            << text.key << " names the error twice: " << text.german;
+    }
 }
 
 TEST(LocalizableStrings, AnEnglishUserReadsBothTextsOfTheSharedKey) {
