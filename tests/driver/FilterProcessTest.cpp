@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -52,6 +53,7 @@ StreamOptions streamOf(std::uint32_t pages, std::uint32_t copies = 1, CopyOrder 
     stream.blankPage = blankPage;
     stream.bandsPerPage = 2;
     stream.planeSizes = {300, 20, 1, 0};
+    stream.paperTray = 2; // not the bypass tray, which some pages are sent to
     return stream;
 }
 
@@ -370,6 +372,44 @@ TEST_F(FilterProcessTest, TwoSidedJobsAreReorderedMarkedAndRepeated) {
     }
 }
 
+TEST_F(FilterProcessTest, BitsThatTheRendererHasSetInTheJobFileHeaderStay) {
+    configure(byHand);
+    StreamOptions stream = streamOf(2);
+    stream.jobSetting = 0x9A5B;
+    ASSERT_EQ(makeJobHeaders(stream).substr(16, 2), "\x9A\x5B");
+    const std::string input = makeStream(stream);
+    EXPECT_EQ(print("", input).output.substr(16, 2), "\x9A\x5B");
+    EXPECT_EQ(print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), input).output.substr(16, 2),
+              "\x9E\x5B");
+}
+
+TEST_F(FilterProcessTest, NeedsNoMoreDescriptorsForManyPagesAndCopies) {
+    configure(order642135);
+    const StreamOptions stream = streamOf(60);
+    Command command =
+        this->command(JobOptions{.copies = 3, .collate = true, .duplexing = 2, .sidesImaged = 180}.argument(),
+                      makeStream(streamOf(60, 3)));
+    command.arguments.insert(command.arguments.begin(), {"prlimit", "--nofile=20", executable});
+    command.arguments.erase(command.arguments.begin() + 3);
+    command.program = "/usr/bin/prlimit";
+    const ProcessResult result = runToEnd(command);
+    EXPECT_EQ(result.exitStatus, 0);
+    std::string firstPass;
+    std::string secondPass;
+    for (int page = 60; page > 0; page -= 2) {
+        firstPass += std::to_string(page) + " ";
+        secondPass = std::to_string(page - 1) + " " + secondPass;
+    }
+    EXPECT_TRUE(result.output == printed(stream, duplex,
+                                         firstPass + firstPass + firstPass + "1* " + secondPass.substr(2) +
+                                             secondPass + secondPass));
+}
+
+TEST_F(FilterProcessTest, ATwoSidedJobWithoutPagesCountsFromMinusOne) {
+    print(JobOptions{.duplexing = 2}.argument(), makeStream(streamOf(0)));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter spoolPages: EOJ detected after page -1"));
+}
+
 TEST_F(FilterProcessTest, ATwoSidedJobIsLoggedStepByStep) {
     configure(
         {{"VeltrinDuplexOrder", "642135"}, {"VeltrinManualDuplex", "true"}, {"VeltrinDuplexBypass", "true"}});
@@ -656,6 +696,10 @@ TEST_F(FilterProcessTest, BrokenOneSidedStreamsEndWithMarkAndCancelRecord) {
          headers + second.substr(0, 64) + end,
          {"ASSERT: DriverFilter readHeaderData: Impossible data size -2147483648",
           "ASSERT: DriverFilter copyPageFrom: failed to read header and data"}},
+        {"negative data size before a whole page",
+         identifier + headers + second.substr(0, 64) + bandOf(negative) + first + "JIDG",
+         headers + second.substr(0, 64) + end,
+         {"ASSERT: DriverFilter copyPageFrom: failed to read header and data", "ASSERT: sendPages error"}},
         {"data that never comes",
          identifier + headers + first + second.substr(0, 64) + bandOf(huge) + std::string(1000, 'x'),
          headers + first + second.substr(0, 64) + end,
@@ -773,6 +817,32 @@ TEST_F(FilterProcessTest, BrokenTwoSidedStreamsSendTheCancelRecordAlone) {
              "DriverFilter spoolPages: copied 0 pages, eoj: 0, result 0", "ASSERT: spoolPages error"}));
 }
 
+TEST_F(FilterProcessTest, ABandThatCannotBeReadFailsATwoSidedJobWhateverFollows) {
+    configure(order642135);
+    const StreamOptions stream = streamOf(2);
+    const std::string first = makePage(stream, 1);
+    std::string impossible = makePage(stream, 2).substr(0, 64 + 32);
+    impossible[64 + 8] = '\x80'; // the size of the first plane
+    const std::string input =
+        makeStream(stream).substr(0, 36) + makeJobHeaders(stream) + first + impossible + first + "JIDG";
+    const ProcessResult result = print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), input);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.output, cancelRecord());
+    EXPECT_THAT(logMessages(), Contains("ASSERT: spoolPages error"));
+}
+
+TEST_F(FilterProcessTest, TheSecondHeaderIsNotReadOnceTheFirstHasFailed) {
+    for (const int duplexing : {0, 2}) {
+        std::filesystem::remove(debugLogPath);
+        const ProcessResult result = print(JobOptions{.duplexing = duplexing}.argument(),
+                                           makeStream(streamOf(1)).substr(0, 36) + "PIDGBIDG");
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_THAT(logMessages(), Contains("ASSERT: DriverFilter readHeader: Unknown header tag (PIDG)"));
+        EXPECT_THAT(logMessages(),
+                    Not(Contains("ASSERT: DriverFilter readHeader: Unknown header tag (BIDG)")));
+    }
+}
+
 TEST_F(FilterProcessTest, ThePartOfAPageBeforeTheEndMarkIsDropped) {
     configure(order642135);
     const StreamOptions stream = streamOf(3);
@@ -838,6 +908,64 @@ TEST_F(FilterProcessTest, AFullStandardOutputRepeatsTheErrorUntilSigterm) {
     EXPECT_THAT(logMessages(), testing::IsSupersetOf({"DriverFilter sendPages: Sending EOJ",
                                                       "ASSERT: DriverFilter sendPages: failed to send EOJ",
                                                       "ASSERT: sendPages error"}));
+}
+
+TEST_F(FilterProcessTest, AClosedStandardInputIsAStreamThatCannotBeRead) {
+    for (const int duplexing : {0, 2}) {
+        std::filesystem::remove(debugLogPath);
+        Command command = this->command(JobOptions{.duplexing = duplexing}.argument(), "");
+        command.input = test::Closed{};
+        const ProcessResult result = runToEnd(command);
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(result.output, cancelRecord());
+        EXPECT_EQ(result.errors, "file\n");
+        EXPECT_THAT(logMessages(), testing::IsSupersetOf({"ASSERT: DriverFilter readFromFD: Wanted 36 bytes, "
+                                                          "got -1 bytes. Error: Bad file descriptor",
+                                                          "ASSERT: read uuid error"}));
+    }
+}
+
+/// Whether the process has yet to take this signal.
+bool isPending(int signal, const test::Process &process) {
+    const std::string field = "ShdPnd:";
+    for (const std::string &line :
+         linesOf(test::readFile("/proc/" + std::to_string(process.id()) + "/status"))) {
+        if (line.starts_with(field)) {
+            return (std::stoull(line.substr(field.size()), nullptr, 16) >> (signal - 1) & 1U) != 0;
+        }
+    }
+    ADD_FAILURE() << "the system does not tell the pending signals";
+    return false;
+}
+
+TEST_F(FilterProcessTest, AWriteThatIsCutShortIsGoneOnWith) {
+    StreamOptions stream = streamOf(1);
+    stream.planeSizes = dealtOut(1000000);
+    test::writeFile("/tmp/input.str", makeStream(stream));
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    Command command = this->command("", "");
+    command.input = test::File{"/tmp/input.str"};
+    command.output = test::Descriptor{ends[1]};
+    test::Process process(command);
+    close(ends[1]);
+    EXPECT_TRUE(process.waitUntil([&ends] {
+        int waiting = 0;
+        EXPECT_EQ(ioctl(ends[0], FIONREAD, &waiting), 0);
+        return waiting > 100000; // a part of the first band
+    }));
+    // A write that waits for room in the pipe returns with what it has written so far when a signal comes.
+    process.send(SIGTERM);
+    EXPECT_TRUE(process.waitUntil([&process] { return !isPending(SIGTERM, process); }));
+    std::string output;
+    std::array<char, 65536> block{};
+    for (ssize_t got = 1; got > 0;) {
+        got = read(ends[0], block.data(), block.size());
+        output.append(block.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    }
+    close(ends[0]);
+    EXPECT_EQ(process.finish().exitStatus, 0);
+    EXPECT_TRUE(output == printed(stream, unmarked, "1"));
 }
 
 TEST_F(FilterProcessTest, ABrokenPipeIsLoggedAndDoesNotEndTheJob) {
