@@ -18,12 +18,30 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
+
+namespace {
+
+/// Allocations of this size that may fail do so.
+std::size_t refusedSize = 0;
+
+} // namespace
+
+// In the place of the library's own.
+void *operator new[](std::size_t size, const std::nothrow_t & /*tag*/) noexcept {
+    try {
+        return size != 0 && size == refusedSize ? nullptr : ::operator new[](size);
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
 
 namespace veltrin {
 namespace {
@@ -746,7 +764,7 @@ TEST_F(StreamIOTest, WithAChannelNothingGoesToStandardOutputEvenWhenTheChannelFa
 
 TEST_F(StreamIOTest, WithAChannelOtherDescriptorsAreWritten) {
     OpenDriver *filter = start(uri);
-    const int file = open("/tmp/other", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    const int file = open("/tmp/other", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     received.clear();
     EXPECT_TRUE(filter->writeToFD(file, "data", 4));
     close(file);
@@ -906,7 +924,7 @@ TEST_F(StreamIOTest, KeepsTheBandNumberAsItIsStored) {
 TEST_F(StreamIOTest, OnlyPagesForThePrinterAreCheckedAgainstItsMemory) {
     OpenDriver *filter = start(uri);
     const std::string page = makePage(streamOf(1), 1);
-    const int file = open("/tmp/other", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    const int file = open("/tmp/other", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     bool eoj = false;
     EXPECT_TRUE(filter->copyPageFrom(fileOf(page), file, 0, pagesOwnTray, eoj));
     close(file);
@@ -927,6 +945,19 @@ TEST_F(StreamIOTest, APageThatThePrinterHasNoRoomForIsNotSent) {
     EXPECT_FALSE(filter->copyPageFrom(fileOf(makePage(streamOf(1), 1)), STDOUT_FILENO, 0, pagesOwnTray, eoj));
     EXPECT_EQ(received, "");
     EXPECT_THAT(log.messages(), Each(Not(testing::HasSubstr("copyPageFrom"))));
+}
+
+TEST_F(StreamIOTest, TheDataOfABandAreReadBeforeThePrintersMemoryIsLookedAt) {
+    OpenDriver *filter = start(uri);
+    printer.headerMemory = 0; // which would be waited for
+    gSigTerm = 1;
+    bool eoj = false;
+    log.clear();
+    EXPECT_FALSE(
+        filter->copyPageFrom(fileOf(band(100, true, "too little")), STDOUT_FILENO, 0, pagesOwnTray, eoj));
+    EXPECT_THAT(log.messages(),
+                ElementsAre("ASSERT: DriverFilter readFromFD: Wanted 90 bytes, got 0 bytes. EOF hit",
+                            "ASSERT: DriverFilter copyPageFrom: failed to read header and data"));
 }
 
 TEST_F(StreamIOTest, TheJobsTrayTakesItsMediaFromTheTrayThatIsNamed) {
@@ -951,6 +982,20 @@ TEST_F(StreamIOTest, TheJobsTrayTakesItsMediaFromTheTrayThatIsNamed) {
                     Contains("DriverFilter copyPageFrom: overriding tray (" + std::to_string(one.tray) +
                              ") and media type (" + std::to_string(one.media) + ")"));
     }
+}
+
+TEST_F(StreamIOTest, TheJobsTrayIsWrittenIntoSpooledPagesToo) {
+    const StreamOptions stream = streamOf(2);
+    OpenDriver *filter = start(uri, "", makeStream(stream).substr(identifierSize));
+    ASSERT_TRUE(filter->checkStatus());
+    filter->settings = {
+        .jobName = "@letters (2)", .copies = 1, .duplex = true, .longEdge = true, .sidesImaged = 2};
+    ASSERT_TRUE(filter->spoolPages());
+    ASSERT_EQ(filter->paths.size(), 2U);
+    for (const std::string &path : filter->paths) {
+        EXPECT_EQ(readFile(path).substr(9, 2), "\x03\x16") << "tray 3, and the media in tray 2";
+    }
+    filter->cleanupSpoolFiles();
 }
 
 TEST_F(StreamIOTest, AnOrdinaryNameLeavesThePriorityTrayAlone) {
@@ -1329,6 +1374,43 @@ TEST_F(DriverFilterTest, WaitsForThePortAsLongAsThePrinterTakes) {
     EXPECT_THAT(platform.fakeClock.sleeps, ElementsAre(2s, 2s, 2s, 2s));
 }
 
+TEST_F(DriverFilterTest, TheLastPassOfTheWaitForThePortDecides) {
+    for (const bool lastPassFails : {false, true}) {
+        const auto setPass = [&](bool last) {
+            printer.port = last ? 0 : 4;
+            // An error without a text: the reading fails at once.
+            printer.status = last == lastPassFails ? 54 : 0;
+            printer.sub1 = 9;
+        };
+        setPass(false);
+        platform.fakeClock.afterSleep = [&] { setPass(true); };
+        received.clear();
+        OpenDriver *filter = start(uri, "", makeStream(streamOf(1)));
+        log.clear();
+        EXPECT_EQ(filter->run(), !lastPassFails);
+        EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port").Times(2));
+        EXPECT_THAT(log.messages(), Contains("ASSERT: checkStatus error").Times(1));
+        EXPECT_TRUE(received ==
+                    resetRecord + (lastPassFails ? cancelRecord() : printed(streamOf(1), 0, "1")));
+        driver.reset();
+    }
+}
+
+TEST_F(DriverFilterTest, ThePortIsLoggedBeforeTheSleepAndLookedAtAgainAfterIt) {
+    printer.port = 4;
+    OpenDriver *filter = start(uri, "", makeStream(streamOf(1)));
+    bool isLogged = false;
+    platform.fakeClock.afterSleep = [&] {
+        isLogged = testing::Value(log.messages(), Contains("DriverFilter run: Waiting for port (4)"));
+        printer.port = 0;
+        EXPECT_TRUE(filter->reverseData->setData(printer.record()));
+    };
+    log.clear();
+    EXPECT_TRUE(filter->run());
+    EXPECT_TRUE(isLogged);
+    EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port").Times(1));
+}
+
 TEST_F(DriverFilterTest, NeitherAnErrorNorSigtermEndsTheWaitForThePort) {
     printer.port = 4;
     printer.status = 53;
@@ -1394,6 +1476,45 @@ TEST_F(DriverFilterTest, AJobIsNotPrintedWhileItsBlocksAreUndelivered) {
     EXPECT_FALSE(filter->run());
     EXPECT_EQ(center().deliveryWaits, 1);
     EXPECT_TRUE(received.ends_with("JIDG" + cancelRecord()));
+}
+
+TEST_F(DriverFilterTest, SpoolFilesAreGoneBeforeTheEndOfTheJobIsWaitedFor) {
+    OpenDriver *filter =
+        start(uri, JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(streamOf(2)));
+    std::vector<std::string> waits;
+    const auto note = [&waits](const std::string &wait) {
+        waits.push_back(wait + ": " + std::to_string(test::namesIn("/tmp/spool").size()) + " files");
+    };
+    center().afterPost = [&, given = center().afterPost](const test::FakeNotificationCenter::Post &post) {
+        given(post);
+        if (post.data && textOf(*post.data) == "JIDG") {
+            note("end mark");
+        }
+    };
+    center().beforeDeliveryWait = [&] { note("delivery"); };
+    filter->acknowledged = [&] {
+        note("acknowledgement");
+        return true;
+    };
+    EXPECT_TRUE(filter->run());
+    EXPECT_THAT(waits, ElementsAre("end mark: 2 files", "delivery: 0 files", "acknowledgement: 0 files"));
+}
+
+TEST_F(DriverFilterTest, SpoolFilesAreGoneBeforeTheCancelRecordIsSent) {
+    const std::string whole = makeStream(streamOf(2));
+    OpenDriver *filter = start(uri, JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(),
+                               whole.substr(0, whole.size() - 4));
+    std::vector<std::string> files = {"no cancel record"};
+    center().afterPost = [&, given = center().afterPost](const test::FakeNotificationCenter::Post &post) {
+        given(post);
+        if (post.data && textOf(*post.data) == cancelRecord()) {
+            files = test::namesIn("/tmp/spool");
+        }
+    };
+    log.clear();
+    EXPECT_FALSE(filter->run());
+    EXPECT_THAT(log.messages(), Contains(testing::HasSubstr("Copied page 2 to file")));
+    EXPECT_THAT(files, IsEmpty());
 }
 
 TEST_F(DriverFilterTest, AnEndMarkThatCannotBeSentFailsTheJob) {
@@ -1510,6 +1631,46 @@ TEST_F(DriverFilterTest, AUSBPrintersMarkerFileExistsDuringTheJobAlone) {
         driver.reset();
         EXPECT_FALSE(std::filesystem::exists(marker)) << "removed whatever the scheme";
     }
+}
+
+TEST_F(DriverFilterTest, AUSBPrintersMarkerFileIsThereFromTheChannelsFirstWordToItsLast) {
+    std::vector<std::string> steps;
+    center().trace = [&steps](const std::string &step) {
+        if (!step.starts_with("turn")) {
+            steps.push_back(step.substr(0, step.find(' ')) + step.substr(step.rfind(' ')) +
+                            (std::filesystem::exists("/tmp/Sem_File00001") ? ", marked" : ""));
+        }
+    };
+    ASSERT_NE(start("usb://Morvex/LX"), nullptr);
+    driver.reset();
+    EXPECT_THAT(steps, ElementsAre("observe usb://Morvex/LX.frontend, marked", "post fronted-alive, marked",
+                                   "post frontend-byebye, marked", "stop observing, marked"));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/Sem_File00001"));
+}
+
+TEST_F(DriverFilterTest, LeavesNoDescriptorOpen) {
+    const std::vector<std::string> before = test::namesIn("/proc/self/fd");
+    for (const char *deviceURI : {"usb://Morvex/LX", "file:///dev/null"}) {
+        OpenDriver *filter = start(deviceURI, JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(),
+                                   makeStream(streamOf(2)));
+        ASSERT_NE(filter, nullptr);
+        EXPECT_TRUE(filter->run());
+        driver.reset();
+        log.clear();
+        EXPECT_EQ(test::namesIn("/proc/self/fd"), before);
+    }
+}
+
+TEST_F(DriverFilterTest, WithoutRoomForItsFirstBufferThereIsNoFilter) {
+    refusedSize = mebibyte;
+    OpenDriver *filter = start(uri);
+    refusedSize = 0;
+    EXPECT_EQ(filter, nullptr);
+    EXPECT_THAT(postedObjects(), ElementsAre("fronted-alive", "frontend-byebye"));
+    // Nobody says why.
+    EXPECT_THAT(messagesBetween("FrontendIPC::handleNotification:backend-alive", "DriverFilter dealloc: "),
+                ElementsAre("FrontendIPC::handleNotification:backend-alive", "DriverFilter dealloc: "));
+    EXPECT_THAT(log.messages(), Contains("ASSERT: Bad self"));
 }
 
 TEST_F(DriverFilterTest, AMarkerFileThatCannotBeOpenedIsPassedOver) {

@@ -638,6 +638,20 @@ TEST_F(FrontendIPCTest, LogsEveryNotificationAndTheOnesThatMatter) {
     }
 }
 
+TEST_F(FrontendIPCTest, AnExceptionWhileANotificationIsHandledGoesNoFurther) {
+    const auto channel = makeReadyChannel();
+    makeBackendLeave(*channel);
+    center.failsToQueue = true; // what the delegate is to be told
+    center.deliver("backend-alive");
+    EXPECT_TRUE(channel->sendData(statusRecord)) << "the backend is back all the same";
+    EXPECT_EQ(delegate.readyCount, 1);
+    EXPECT_THAT(log.messages(), ElementsAre(sendWaits, "[turn 300 ms]", "FrontendIPC::handleNotification",
+                                            "FrontendIPC::handleNotification:backend-alive",
+                                            "FrontendIPC handleNotification: Catch Exception!",
+                                            "[post " + backend + " writePipe]", "[turn after post 10 ms]",
+                                            "FrontendIPC sendData: sending 25 bytes to backend"));
+}
+
 // ---- Stopping
 
 TEST_F(FrontendIPCTest, StopSaysGoodbye) {

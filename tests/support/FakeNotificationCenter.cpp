@@ -62,10 +62,14 @@ class FakeNotificationCenter::Connection final : public platform::NotificationCe
     void turnAfterPost(std::chrono::microseconds length) override { center.turn("turn after post", length); }
 
     void performLater(std::function<void()> function) override {
+        if (center.failsToQueue) {
+            throw platform::NotificationError("the test lets functions be refused");
+        }
         center.later.push_back(std::move(function));
     }
 
     [[nodiscard]] bool waitForDelivery() override {
+        center.beforeDeliveryWait();
         ++center.deliveryWaits;
         if (center.failsWaits) {
             throw platform::NotificationError("the test lets waits fail");

@@ -47,6 +47,9 @@ class FakeNotificationCenter {
     /// Called after each post that succeeds, so that the test can answer it.
     std::function<void(const Post &)> afterPost = [](const Post &) {};
 
+    /// Called at the beginning of each wait for delivery.
+    std::function<void()> beforeDeliveryWait = [] {};
+
     /// Called with a line for each post ("post <name> <object>"), turn ("turn <milliseconds> ms", "turn after
     /// post <milliseconds> ms") and change of the observation, so that a test can see them in the order of
     /// the log's lines.
@@ -56,13 +59,14 @@ class FakeNotificationCenter {
     std::string observeProblem; // makes `startObserving` throw where it is not empty
     bool failsPosts = false;    // makes `post` throw
     int leavesDuringPosts = 0;  // during so many posts of blocks the other end says its farewell
-    bool holdsPosts = false; // no post is made until the next turn: the other end's farewell is to be heard
-    bool failsTurns = false; // makes `turn` throw
-    bool failsWaits = false; // makes `waitForDelivery` throw
-    bool isClaimed = false;  // somebody else serves every name
-    bool isConnected = true; // whether the service is there
-    bool isDelivered = true; // what `waitForDelivery` returns
-    int deliveryWaits = 0;   // how often it was called
+    bool holdsPosts = false;   // no post is made until the next turn: the other end's farewell is to be heard
+    bool failsTurns = false;   // makes `turn` throw
+    bool failsToQueue = false; // makes `performLater` throw
+    bool failsWaits = false;   // makes `waitForDelivery` throw
+    bool isClaimed = false;    // somebody else serves every name
+    bool isConnected = true;   // whether the service is there
+    bool isDelivered = true;   // what `waitForDelivery` returns
+    int deliveryWaits = 0;     // how often it was called
 
     std::string observedName; // empty while nobody observes
     platform::PeerCommands peerCommands;
