@@ -1292,6 +1292,25 @@ TEST_F(DBusNotificationCenterTest, AnAnswerMakesRoomForOneMore) {
     EXPECT_EQ(answeredCalls, 60U);
 }
 
+TEST_F(DBusNotificationCenterTest, AnAnswerMayTakeAsLongAsItLikes) {
+    // What the library gives a call that names no limit, 25 s otherwise.
+    setenv("SYSTEMD_BUS_TIMEOUT", "2s", 1);
+    const auto frontend = makeFrontend();
+    unsetenv("SYSTEMD_BUS_TIMEOUT");
+    BusClient backend(backendName);
+    introduce(*frontend, backend);
+    frontend->post("writePipe", patternOf(16));
+    frontend->post("readPipe");
+    frontend->center->turn(2500ms);
+    EXPECT_THAT(frontend->reports, IsEmpty());
+    ASSERT_TRUE(runUntil([&] { return backend.received.size() == 2; }, {processing(backend)}));
+    backend.answer(backend.received[0].get());
+    backend.answer(backend.received[1].get());
+    EXPECT_TRUE(frontend->center->waitForDelivery());
+    frontend->post("readPipe");
+    EXPECT_THAT(frontend->reports, IsEmpty());
+}
+
 TEST_F(DBusNotificationCenterTest, WaitsForRoomEndWithThePeersGoodbye) {
     for (const bool makesRoom : {false, true}) {
         const auto frontend = makeFrontend();

@@ -481,6 +481,53 @@ TEST_F(FilterAndPrinter, FailOnAnEmptyReply) {
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
 }
 
+class FilterWhoseBusDies : public FilterAndPrinter {
+  protected:
+    /// Runs a job during which the bus is killed, while the filter waits for the end mark behind two pages.
+    void printUntilCancelled(const std::string &options) {
+        const std::string stream = makeStream(document(2));
+        startPrinter("one-sided");
+        startFilter({.options = options, .input = test::Pipe()});
+        filter->write(stream.substr(0, stream.size() - 4));
+        awaitLog("DriverFilter copyPageFrom: done with page", 2);
+        bus.kill();
+        filter->write("JIDG");
+        filter->closeInput();
+        awaitStatusLine("ERROR: recoverable: Unable to communicate with printer", 2);
+        EXPECT_FALSE(filter->hasEnded());
+        filter->send(SIGTERM);
+        const ProcessResult result = finishFilter();
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_THAT(statusLines(result),
+                    ElementsAre("INFO: Ready", "ERROR: recoverable: Unable to communicate with printer"));
+        EXPECT_THAT(log(), Contains("FrontendIPC postNotificationSendData: Catch Exception!"));
+        expectNothingLeft();
+    }
+};
+
+TEST_F(FilterWhoseBusDies, TellsOfItUntilTheJobIsCancelled) {
+    uri = "usb://Morvex/LX%20410N?serial=1";
+    printUntilCancelled("");
+    EXPECT_THAT(log(), Contains("ASSERT: DriverFilter sendPages: failed to send EOJ"));
+}
+
+TEST_F(FilterWhoseBusDies, RemovesWhatItHasSpooled) {
+    printUntilCancelled(twoSided(1, true, 2));
+    EXPECT_THAT(log(), Contains("ASSERT: DriverFilter unspoolPages: failed to send EOJ"));
+}
+
+TEST_F(FilterAndPrinter, CancelAJobWhoseStandardInputIsClosed) {
+    startPrinter("one-sided");
+    startFilter({.input = test::Closed()});
+    awaitPrinter("< fronted-alive");
+    // Neither the log nor the connection to the bus has taken its place, to be read as a page stream.
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(filter->id()) + "/fd/0"), "/dev/null");
+    EXPECT_EQ(finishFilter().exitStatus, 1);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(readFile(outputFile), afterReset(test::cancelRecord()));
+    EXPECT_EQ(reportedJob()["outcome"], "cancelled");
+}
+
 TEST_F(FilterAndPrinter, FailAtOnceWithoutABus) {
     bus.kill();
     const auto begin = std::chrono::steady_clock::now();

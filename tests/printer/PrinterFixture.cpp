@@ -45,7 +45,7 @@ Command PrinterFixture::filterCommand(const FilterJob &job) const {
                            {"TMPDIR", spoolFolder},
                            {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};
     if (job.input) {
-        command.input = *job.input;
+        std::visit([&command](const auto &input) { command.input = input; }, *job.input);
     } else {
         command.input = File{"/tmp/job"};
     }

@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace veltrin::test {
@@ -20,7 +21,7 @@ struct FilterJob {
     std::string options = {};
     std::string program = {}; ///< without: the filter of the build tree
     /// Without: `stream`, from a file, so that nobody has to feed it while the test looks at the printer.
-    std::optional<test::Pipe> input = {};
+    std::optional<std::variant<test::Pipe, test::Closed>> input = {};
     std::optional<test::Descriptor> output = {}; ///< without: a pipe to the test
 };
 
