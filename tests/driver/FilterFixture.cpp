@@ -20,6 +20,7 @@ FilterFixture::FilterFixture() {
     environment = {
         {"CHARSET", "utf-8"},
         {"CONTENT_TYPE", "application/vnd.veltrin.page-stream"},
+        {"CUPS_SERVER", noScheduler},
         {"CUPS_SERVERROOT", "/tmp/cups"},
         {"DEVICE_URI", "file:///dev/null"},
         {"LANG", "en.UTF-8"},

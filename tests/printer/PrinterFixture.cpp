@@ -40,7 +40,8 @@ Command PrinterFixture::filterCommand(const FilterJob &job) const {
     writeFile("/tmp/job", job.stream);
     Command command{job.program.empty() ? hostPath(VELTRIN_FILTER) : job.program,
                     {"Queue", "7", "user", "title", "1", job.options}};
-    command.environment = {{"DEVICE_URI", uri},
+    command.environment = {{"CUPS_SERVER", noScheduler},
+                           {"DEVICE_URI", uri},
                            {"LANG", "C"},
                            {"TMPDIR", spoolFolder},
                            {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};

@@ -194,7 +194,8 @@ std::vector<std::string> PrivateScheduler::temporaryFiles() const {
 Command PrivateScheduler::filterByHand(const std::string &options, const std::string &stream) const {
     return {.program = root + "/lib/filter/" + filterName,
             .arguments = {queue, "1", "somebody", "a title", "1", options},
-            .environment = std::map<std::string, std::string>{{"CUPS_SERVERROOT", root + "/etc"},
+            .environment = std::map<std::string, std::string>{{"CUPS_SERVER", root + "/socket"},
+                                                              {"CUPS_SERVERROOT", root + "/etc"},
                                                               {"DEVICE_URI", "file://" + device},
                                                               {"LANG", "en.UTF-8"},
                                                               {"TMPDIR", root + "/spool/tmp"}},

@@ -59,6 +59,11 @@ bool enterPrivateTmp(std::string &problem) {
     return true;
 }
 
+bool hideFolder(const std::string &path, std::string &problem) {
+    return access(path.c_str(), F_OK) != 0 || mount("tmpfs", path.c_str(), "tmpfs", 0, "mode=0755") == 0 ||
+           fail(problem, "hide " + path);
+}
+
 std::string hostPath(const std::string &path) {
     return path.rfind("/tmp/", 0) == 0 ? outerTmp + path.substr(4) : path;
 }

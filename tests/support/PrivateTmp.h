@@ -11,6 +11,14 @@ namespace veltrin::test {
 /// mount namespace.
 [[nodiscard]] bool enterPrivateTmp(std::string &problem);
 
+/// Makes a folder look empty to this process and every process it starts. Returns false (with `problem` set)
+/// where it cannot; a folder that is not there needs no hiding.
+[[nodiscard]] bool hideFolder(const std::string &path, std::string &problem);
+
+/// The scheduler that all tests are pointed at but those that start one: there is none. It is a path, so that
+/// the CUPS library still takes PPDs from its server root.
+inline constexpr const char *noScheduler = "/tmp/no scheduler";
+
 /// Where a file of the machine is seen from inside the private /tmp: a build tree may itself lie in /tmp.
 [[nodiscard]] std::string hostPath(const std::string &path);
 
