@@ -140,7 +140,11 @@ TEST_F(FilterAndPrinter, TakeNoStrangersWordThatTheOtherHasLeft) {
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
     EXPECT_EQ(reportedJob()["outcome"], "whole");
-    EXPECT_THAT(log(), testing::Not(Contains("FrontendIPC::handleNotification:backend-byebye")));
+    // The printer's own goodbye may come in while the filter says its own.
+    std::vector<std::string> messages = log();
+    messages.erase(std::find(messages.begin(), messages.end(), "DriverFilter run: exiting with result 1"),
+                   messages.end());
+    EXPECT_THAT(messages, testing::Not(Contains("FrontendIPC::handleNotification:backend-byebye")));
 }
 
 TEST_F(FilterAndPrinter, PrintCopiesOnADuplexUnit) {
