@@ -472,6 +472,14 @@ TEST_F(DriverFilterTest, AReplyInHandOfACancelledJobWithoutARecordShowsNoStatus)
     EXPECT_THAT(linesOf(errors.written()), Each(Not(testing::HasSubstr("INFO"))));
 }
 
+TEST_F(DriverFilterTest, OnlySigtermEndsTheChannelsWaits) {
+    ASSERT_NE(start(uri), nullptr);
+    gSigPipe = 1;
+    EXPECT_FALSE(center().client.isCancelled());
+    gSigTerm = 1;
+    EXPECT_TRUE(center().client.isCancelled());
+}
+
 TEST_F(DriverFilterTest, AFailedReadingShowsTheCommunicationErrorUntilTheJobIsCancelled) {
     OpenDriver *filter = start(uri);
     platform.fakeBundle.strings["DriverCommError"] = "Unable to communicate with printer";
