@@ -1594,6 +1594,16 @@ TEST_F(DBusNotificationCenterTest, TwoEndsThatBothWaitForRoomDoNotBlockEachOther
     EXPECT_EQ(status, EXIT_SUCCESS);
 }
 
+TEST_F(DBusNotificationCenterTest, SaysThatItCannotAnswer) {
+    const auto frontend = makeFrontend();
+    const auto backend = makeBackend();
+    introduce(*frontend, *backend);
+    backend->onReceived = [this] { bus.kill(); };
+    frontend->post("writePipe", patternOf(16));
+    ASSERT_TRUE(runUntil([&] { return !backend->received.empty(); }, {turning(*backend)}));
+    EXPECT_THAT(backend->reports, Contains(testing::StartsWith("cannot answer :")));
+}
+
 TEST_F(DBusNotificationCenterTest, AnObserverMayPostAndStop) {
     const auto frontend = makeFrontend();
     const auto backend = makeBackend();

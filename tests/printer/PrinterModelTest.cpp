@@ -48,6 +48,10 @@ TEST(PrinterModel, IsReadyAtFirst) {
     EXPECT_EQ(ReceiveState.valueIn(record), 1U);
     EXPECT_EQ(DuplexInstall.valueIn(record), 0U);
     EXPECT_EQ(Tray2Install.valueIn(record), 1U);
+    EXPECT_EQ(record.TonerKStatus, 100);
+    EXPECT_EQ(record.TonerCStatus, 100);
+    EXPECT_EQ(record.TonerMStatus, 100);
+    EXPECT_EQ(record.TonerYStatus, 100);
     EXPECT_EQ(printer.nextChange(), std::nullopt);
 }
 

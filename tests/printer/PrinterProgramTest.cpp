@@ -1,3 +1,6 @@
+#include "platform/linux/NotificationMessage.h"
+#include "platform/linux/NotificationPath.h"
+#include "status/ReverseRecord.h"
 #include "tests/printer/PrinterFixture.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/Files.h"
@@ -16,6 +19,7 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -458,6 +462,13 @@ TEST_F(PrinterByHand, DrawsNothingWhereItCannotStart) {
 
 // ---- As a CUPS backend
 
+struct UriCase {
+    const char *name;
+    const char *uri;
+    unsigned model;
+    bool duplexUnit;
+};
+
 class PrinterAsBackend : public test::PrinterFixture {
   protected:
     static inline const std::vector<std::string> jobArguments = {"7", "user", "title", "1", ""};
@@ -516,6 +527,58 @@ TEST_F(PrinterAsBackend, TakesAFiltersJob) {
     for (const std::string &line : test::linesOf(result.errors)) {
         EXPECT_THAT(line, testing::StartsWith("DEBUG: "));
     }
+}
+
+/// The record that the printer of a URI sends a host.
+class PrinterOfUri : public PrinterAsBackend, public testing::WithParamInterface<UriCase> {};
+
+TEST_P(PrinterOfUri, IsTheModelThatTheUriNames) {
+    uri = GetParam().uri;
+    startBackend();
+    ASSERT_TRUE(says("> backend-alive"));
+    test::BusClient host(uri + ".frontend");
+    const std::string path = platform::notificationPath(uri + ".backend");
+    host.signal(path, test::notificationArguments(uri + ".backend", "fronted-alive"));
+    ASSERT_TRUE(host.awaitReceived(1));
+    const std::string backend = sd_bus_message_get_sender(host.received.front().get());
+    host.answer(host.received.front().get());
+    host.call(backend, path, test::notificationArguments(uri + ".backend", "readPipe"));
+    ASSERT_TRUE(host.awaitReceived(2));
+    std::string problem;
+    const auto reply = platform::readNotification(host.received.back().get(), problem);
+    ASSERT_TRUE(reply && reply->notification.data) << problem;
+    ReverseRecord record{};
+    ASSERT_EQ(reply->notification.data->size(), sizeof record);
+    std::memcpy(&record, reply->notification.data->data(), sizeof record);
+    EXPECT_EQ(Model_Info.valueIn(record), GetParam().model);
+    EXPECT_EQ(DuplexInstall.valueIn(record), GetParam().duplexUnit ? 1U : 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Uris, PrinterOfUri,
+    testing::Values(UriCase{"OneSided", "veltrin-printer:/lx-410n", 0, false},
+                    UriCase{"TwoSided", "veltrin-printer:/lx-520n", 2, true},
+                    UriCase{"TwoSidedInAScenario", "veltrin-printer:/lx-520n?scenario=low-toner", 2, true},
+                    UriCase{"OfTheScenario", "veltrin-printer:/lx-410n?scenario=duplex", 2, true},
+                    UriCase{"Unlisted", "veltrin-printer:/another", 0, false}),
+    [](const testing::TestParamInfo<UriCase> &test) { return test.param.name; });
+
+TEST_F(PrinterAsBackend, GoesOnWhenNobodyReadsItsMessagesAndCallsThatNoCancellation) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    startBackend(jobArguments, test::Descriptor{ends[1]});
+    close(ends[1]);
+    close(ends[0]);
+    StreamOptions options;
+    options.pages = 3;
+    options.bandsPerPage = 8;
+    options.planeSizes = {1'000'000, 0, 0, 0};
+    startFilter({.stream = makeStream(options)});
+    awaitLog("DriverFilter checkHeaderSize: Printer not ready...");
+    filter->send(SIGKILL); // a broken job, which a cancelled one is not called
+    finishFilter();
+    printer->closeInput();
+    EXPECT_EQ(printer->finish().exitStatus, 1);
 }
 
 TEST_F(PrinterAsBackend, WritesItsMessagesTogetherTenTimesASecondAtMost) {

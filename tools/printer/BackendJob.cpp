@@ -277,8 +277,10 @@ int runBackendJob(int argc, const char *const *argv, platform::Platform &platfor
     const auto parsed = parsePrinterUri(uri, problem);
     std::optional<Scenario> scenario;
     if (parsed) {
-        scenario =
-            parsed->scenario.empty() ? scenarioOf(parsed->printer) : loadScenario(parsed->scenario, problem);
+        scenario = scenarioOf(parsed->printer);
+        if (!parsed->scenario.empty()) {
+            scenario = loadScenario(parsed->scenario, problem, scenario->printer);
+        }
     }
     const auto copies = argc == 7 ? numberIn(argv[4]) : std::optional(1U);
     if (!copies || *copies == 0) {

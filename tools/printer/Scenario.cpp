@@ -205,8 +205,7 @@ TonerLevels tonerLevels(const Member &member) {
     return toner;
 }
 
-PrinterSettings printerSettings(const Member &member) {
-    PrinterSettings printer;
+PrinterSettings printerSettings(const Member &member, PrinterSettings printer) {
     member.allowOnly({"model", "market", "port", "duplexUnit", "memory", "pagesPerMinute", "stackTurnedAfter",
                       "status", "trays", "toner"});
     readInto(printer.model, member, "model", [](const Member &m) { return m.whole<std::uint8_t>(0, 3); });
@@ -339,7 +338,8 @@ std::optional<PrinterTime> announcement(const Member &member) {
 
 } // namespace
 
-std::optional<Scenario> parseScenario(const std::string &text, std::string &problem) {
+std::optional<Scenario> parseScenario(const std::string &text, std::string &problem,
+                                      const PrinterSettings &ordinary) {
     problem.clear();
     Json json;
     try {
@@ -355,7 +355,9 @@ std::optional<Scenario> parseScenario(const std::string &text, std::string &prob
     if (const auto description = root.require("description")) {
         scenario.description = description->text();
     }
-    readInto(scenario.printer, root, "printer", printerSettings);
+    scenario.printer = ordinary;
+    readInto(scenario.printer, root, "printer",
+             [&ordinary](const Member &member) { return printerSettings(member, ordinary); });
     readInto(scenario.announcement, root, "announcement", announcement);
     if (const auto events = root.find("events")) {
         for (const Member &event : events->elements()) {

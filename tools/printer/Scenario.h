@@ -80,7 +80,9 @@ struct Scenario {
     std::vector<ReplyRule> replies; ///< the first that fits counts
 };
 
-/// Reads a scenario file's text. Nothing, with `problem` naming the member at fault, where it is none.
-[[nodiscard]] std::optional<Scenario> parseScenario(const std::string &text, std::string &problem);
+/// Reads a scenario file's text. Nothing, with `problem` naming the member at fault, where it is none. What
+/// the file does not say of the printer is as in `ordinary`.
+[[nodiscard]] std::optional<Scenario> parseScenario(const std::string &text, std::string &problem,
+                                                    const PrinterSettings &ordinary = {});
 
 } // namespace veltrin

@@ -58,7 +58,8 @@ std::vector<ListedScenario> listedScenarios() {
     return listed;
 }
 
-std::optional<Scenario> loadScenario(const std::string &nameOrFile, std::string &problem) {
+std::optional<Scenario> loadScenario(const std::string &nameOrFile, std::string &problem,
+                                     const PrinterSettings &ordinary) {
     const bool isFile = nameOrFile.find_first_of("./") != std::string::npos;
     const std::filesystem::path path =
         isFile ? std::filesystem::path(nameOrFile) : folder() / (nameOrFile + fileExtension);
@@ -71,7 +72,7 @@ std::optional<Scenario> loadScenario(const std::string &nameOrFile, std::string 
         problem = path.string() + ": " + std::strerror(errno);
         return std::nullopt;
     }
-    auto scenario = parseScenario(*text, problem);
+    auto scenario = parseScenario(*text, problem, ordinary);
     if (!scenario) {
         problem = path.string() + ": " + problem;
     }

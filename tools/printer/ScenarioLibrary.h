@@ -19,8 +19,9 @@ struct ListedScenario {
 /// by name. Files that are no scenarios are left out.
 [[nodiscard]] std::vector<ListedScenario> listedScenarios();
 
-/// The scenario of that name, or of that file where there is a slash or a dot in it. Nothing, with `problem`
-/// set, where there is none or it cannot be read.
-[[nodiscard]] std::optional<Scenario> loadScenario(const std::string &nameOrFile, std::string &problem);
+/// The scenario of that name, or of that file where there is a slash or a dot in it; what it does not say of
+/// the printer is as in `ordinary`. Nothing, with `problem` set, where there is none or it cannot be read.
+[[nodiscard]] std::optional<Scenario> loadScenario(const std::string &nameOrFile, std::string &problem,
+                                                   const PrinterSettings &ordinary = {});
 
 } // namespace veltrin
