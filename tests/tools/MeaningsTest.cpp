@@ -1,10 +1,13 @@
 #include "tools/dump/Meanings.h"
 
+#include "status/MediaNames.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <string>
+#include <string_view>
 
 namespace veltrin {
 namespace {
@@ -40,6 +43,35 @@ TEST(Meanings, OfTheJobSettingsDuplexBits) {
     for (const auto &[bits, meaning] : meanings) {
         EXPECT_EQ(listed(meaningsOfJobSetting(bits)), meaning);
     }
+}
+
+TEST(Meanings, OfPaperAndMediaAsTheStatusRecordNamesThem) {
+    EXPECT_EQ(nameOfPaperSize(9), "A4");
+    EXPECT_EQ(nameOfPaperSize(69), "Reply-paid Postcard");
+    EXPECT_EQ(nameOfMediaType(0), "Plain Recycled");
+    EXPECT_EQ(nameOfMediaType(14), "Envelope");
+    for (unsigned number = 0; number < 256; ++number) {
+        const auto code = static_cast<std::uint8_t>(number);
+        const auto known = [](std::string_view text) {
+            return text.starts_with("Unknown") ? std::string_view() : text;
+        };
+        EXPECT_EQ(nameOfPaperSize(code), known(paperSizeName(code).english)) << number;
+        EXPECT_EQ(nameOfMediaType(code), known(paperTypeName(code).english)) << number;
+    }
+}
+
+TEST(Meanings, OfAPagesTray) {
+    EXPECT_EQ(nameOfPageTray(1), "Bypass Tray");
+    EXPECT_EQ(nameOfPageTray(2), "Tray 1");
+    EXPECT_EQ(nameOfPageTray(3), "Tray 2");
+    for (const std::uint8_t code : std::array<std::uint8_t, 4>{0, 4, 5, 255}) {
+        EXPECT_EQ(nameOfPageTray(code), "") << unsigned{code};
+    }
+}
+
+TEST(Meanings, OfACodeStandBesideIt) {
+    EXPECT_EQ(withName(9, "A4"), "9 (A4)");
+    EXPECT_EQ(withName(200, ""), "200 (unknown)");
 }
 
 TEST(Meanings, OfAFieldsString) {

@@ -1,6 +1,7 @@
 #include "tools/dump/Meanings.h"
 
 #include "driver/PageStream.h"
+#include "status/MediaNames.h"
 
 #include <algorithm>
 #include <array>
@@ -50,6 +51,45 @@ std::vector<std::string> meaningsOfJobSetting(std::uint16_t wJobSetting) {
         meanings.push_back("other bits " + hexadecimal(others, 4));
     }
     return meanings;
+}
+
+namespace {
+
+/// Beyond all codes of one byte: its name is the one of the codes without a name.
+constexpr std::uint32_t noCode = 0x100;
+
+using NameOf = LocalizedText (*)(std::uint32_t code);
+
+std::string_view nameIn(NameOf table, std::uint32_t code) {
+    const LocalizedText name = table(code);
+    return name.key == table(noCode).key ? std::string_view() : name.english;
+}
+
+struct PageTray {
+    std::uint8_t code;
+    std::uint32_t trayName; ///< the code of its name
+};
+
+constexpr auto pageTrays = std::to_array<PageTray>({{1, 5}, {2, 1}, {3, 2}});
+
+} // namespace
+
+std::string_view nameOfPaperSize(std::uint8_t code) {
+    return nameIn(paperSizeName, code);
+}
+
+std::string_view nameOfMediaType(std::uint8_t code) {
+    return nameIn(paperTypeName, code);
+}
+
+std::string_view nameOfPageTray(std::uint8_t code) {
+    const auto *found = std::find_if(pageTrays.begin(), pageTrays.end(),
+                                     [code](const PageTray &tray) { return tray.code == code; });
+    return found == pageTrays.end() ? std::string_view() : nameIn(paperTrayName, found->trayName);
+}
+
+std::string withName(std::uint8_t code, std::string_view name) {
+    return std::to_string(code) + " (" + std::string(name.empty() ? "unknown" : name) + ")";
 }
 
 std::string_view stringIn(std::span<const char> field) {

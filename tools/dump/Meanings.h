@@ -17,6 +17,19 @@ namespace veltrin {
 /// What a job file header's setting bits say of duplex, such as {"duplex"}, and the number of the others.
 [[nodiscard]] std::vector<std::string> meaningsOfJobSetting(std::uint16_t wJobSetting);
 
+// The names of codes, in English; empty for a code without one.
+
+[[nodiscard]] std::string_view nameOfPaperSize(std::uint8_t code);
+
+[[nodiscard]] std::string_view nameOfMediaType(std::uint8_t code);
+
+/// A page header numbers the trays as the printer's feeder does, from the bypass tray on: not as its status
+/// record does.
+[[nodiscard]] std::string_view nameOfPageTray(std::uint8_t code);
+
+/// "9 (A4)", or "200 (unknown)" for a code without a name.
+[[nodiscard]] std::string withName(std::uint8_t code, std::string_view name);
+
 /// The string in a field of bytes: up to the first zero byte, or all of it.
 [[nodiscard]] std::string_view stringIn(std::span<const char> field);
 
