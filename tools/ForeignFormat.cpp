@@ -92,7 +92,7 @@ std::optional<std::string> foreignFormat(std::span<const std::byte> beginning) {
     const std::string_view content = withoutLead(text);
 
     const auto *format = std::find_if(formats.begin(), formats.end(), [&](const Format &candidate) {
-        return text.starts_with(candidate.beginning) || content.starts_with(candidate.beginning);
+        return content.starts_with(candidate.beginning);
     });
     if (format != formats.end()) {
         return inWords(format->name, format->remedy);

@@ -1,5 +1,7 @@
 #include "tools/StreamReader.h"
 
+#include "tools/ForeignFormat.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -35,20 +37,25 @@ constexpr ProblemName problemNames[] = {
     {StreamProblem::commandInsideJob, "command-inside-job"},
     {StreamProblem::missingEndOfJob, "missing-end-of-job"},
     {StreamProblem::bytesAfterEnd, "bytes-after-end"},
+    {StreamProblem::secondStream, "second-stream"},
+    {StreamProblem::foreignFormat, "foreign-format"},
 };
 
-/// What people call a header with this tag.
-std::string headerName(Tag tag) {
-    switch (tag) {
-    case fileHeaderTag:
-        return "a job file header";
-    case fileHeaderExTag:
-        return "an extended job file header";
-    case pageHeaderTag:
-        return "a page header";
-    default:
-        return "a band header";
-    }
+/// How many bytes of a search are held at a time, besides those that the last decision left.
+constexpr std::size_t searchStep = 1024;
+
+bool isJobHeader(Tag tag) {
+    return tag == fileHeaderTag || tag == fileHeaderExTag;
+}
+
+bool isKnown(Tag tag) {
+    return headerSizeOf(tag) || tag == commandTag;
+}
+
+Tag tagIn(std::span<const std::byte> bytes) {
+    WireTag tag;
+    std::memcpy(&tag, bytes.data(), sizeof tag);
+    return tag;
 }
 
 /// "hex 50 49 44 47 (PIDG)"
@@ -94,41 +101,103 @@ const char *nameOf(StreamProblem problem) {
     return found == std::end(problemNames) ? "" : found->name;
 }
 
-StreamReader::StreamReader(Sink eventSink, IdentifierRule identifierRule)
-    : sink(std::move(eventSink)), rule(identifierRule) {}
+std::string partName(Tag tag) {
+    switch (tag) {
+    case fileHeaderTag:
+        return "a job file header";
+    case fileHeaderExTag:
+        return "an extended job file header";
+    case pageHeaderTag:
+        return "a page header";
+    case bandHeaderTag:
+        return "a band header";
+    case endOfJobTag:
+        return "an end-of-job mark";
+    case commandTag:
+        return "a command record";
+    default:
+        return "an unknown part";
+    }
+}
+
+StreamReader::StreamReader(Sink eventSink, IdentifierRule identifierRule, ReaderOptions readerOptions)
+    : sink(std::move(eventSink)), rule(identifierRule), options(readerOptions) {}
 
 void StreamReader::feed(std::span<const std::byte> bytes) {
     while (!bytes.empty()) {
-        std::size_t taken = bytes.size();
-        if (step == Step::ignore) {
-            sums.bytes += taken;
-            sums.unread += taken;
-            return;
+        bytes = bytes.subspan(take(bytes));
+        takeAgain();
+    }
+}
+
+/// Takes some of the bytes, one at least. Returns how many.
+std::size_t StreamReader::take(std::span<const std::byte> bytes) {
+    switch (step) {
+    case Step::ignore:
+        sums.bytes += bytes.size();
+        sums.unread += bytes.size();
+        return bytes.size();
+    case Step::beginning: {
+        const std::size_t taken = hold(bytes, foreignFormatBytes - held.size());
+        if (held.size() == foreignFormatBytes) {
+            judgeBeginning(false);
         }
-        taken = static_cast<std::size_t>(std::min<std::uint64_t>(taken, wanted - have));
-        if (step == Step::data) {
-            sums.dataBytes += taken;
-            if (page) {
-                page->received += taken;
-            }
-        } else {
-            std::memcpy(buffer.data() + have, bytes.data(), taken);
+        return taken;
+    }
+    case Step::search: {
+        const std::size_t taken = hold(bytes, searchStep);
+        search(false);
+        return taken;
+    }
+    default:
+        break;
+    }
+    const auto taken = static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), wanted - have));
+    if (step == Step::data) {
+        sums.dataBytes += taken;
+        if (page) {
+            page->received += taken;
         }
-        sums.bytes += taken;
-        have += taken;
-        bytes = bytes.subspan(taken);
-        if (have == wanted) {
-            collected();
+    } else {
+        std::memcpy(buffer.data() + have, bytes.data(), taken);
+    }
+    sums.bytes += taken;
+    have += taken;
+    if (have == wanted) {
+        collected();
+    }
+    return taken;
+}
+
+/// Adds the first of the bytes, `most` at most, to those held. Returns how many.
+std::size_t StreamReader::hold(std::span<const std::byte> bytes, std::size_t most) {
+    const auto taken = bytes.first(std::min(bytes.size(), most));
+    held.insert(held.end(), taken.begin(), taken.end());
+    sums.bytes += taken.size();
+    return taken.size();
+}
+
+/// Reads what a search has held back; further searches among it add to what comes next.
+void StreamReader::takeAgain() {
+    while (!again.empty()) {
+        const std::vector<std::byte> bytes = std::exchange(again, {});
+        std::span<const std::byte> rest = bytes;
+        while (!rest.empty() && again.empty()) {
+            rest = rest.subspan(take(rest));
         }
+        again.insert(again.end(), rest.begin(), rest.end());
     }
 }
 
 void StreamReader::finish() {
+    finishSearches();
     const std::string end = "the input ends at byte " + std::to_string(sums.bytes) + ", ";
     const bool atBoundary = (step == Step::start || step == Step::tag) && have == 0;
+    showIdentifier();
 
     if (sums.bytes == 0) {
-        report(StreamProblem::emptyInput, 0, "the input is empty");
+        report(StreamProblem::emptyInput, 0,
+               isInspecting() ? "the input is empty: nothing was written to it" : "the input is empty");
     } else if (step == Step::ignore) {
         // Said already; what the rest would have been is anybody's guess.
     } else if (step == Step::identifier || (step == Step::start && rule == IdentifierRule::present)) {
@@ -136,7 +205,7 @@ void StreamReader::finish() {
                end + "inside the identifier (" + partOf(have, identifierSize) + ")");
     } else if (step == Step::header) {
         report(StreamProblem::truncatedHeader, recordOffset,
-               end + "inside " + headerName(tag()) + " (" + partOf(have, wanted) + ")");
+               end + "inside " + partName(tag()) + " (" + partOf(have, wanted) + ")");
     } else if (step == Step::command) {
         report(StreamProblem::truncatedCommand, recordOffset,
                end + "inside a command record (" + partOf(have, wanted) + ")");
@@ -144,8 +213,7 @@ void StreamReader::finish() {
         report(StreamProblem::truncatedData, recordOffset,
                end + "inside a band's data (" + partOf(have, wanted) + ")");
     } else if (!atBoundary && (sums.endOfJob || sums.cancelled)) {
-        report(StreamProblem::bytesAfterEnd, recordOffset, "there are bytes after the end of the job");
-        ignoreFrom(recordOffset);
+        bytesAfterEndRead();
     } else if (!atBoundary) {
         report(StreamProblem::truncatedTag, recordOffset,
                end + "inside a tag (" + partOf(have, wanted) + ")");
@@ -157,9 +225,36 @@ void StreamReader::finish() {
     endPage(false);
 }
 
+/// No more bytes will come for what is waiting for some.
+void StreamReader::finishSearches() {
+    if (step == Step::beginning) {
+        judgeBeginning(true);
+    } else if (step == Step::start || step == Step::identifier || identifier) {
+        finishBeginning();
+    }
+    for (;;) {
+        const bool isInsideTag = step == Step::tag && have != 0;
+        if (step == Step::afterEnd || (isInsideTag && isInspecting() && (sums.endOfJob || sums.cancelled))) {
+            bytesAfterEndRead();
+        }
+        if (step != Step::search) {
+            return;
+        }
+        search(true);
+        takeAgain();
+    }
+}
+
 void StreamReader::collect(Step next, std::size_t size) {
     step = next;
     wanted = size;
+}
+
+void StreamReader::showIdentifier() {
+    if (identifier) {
+        sink(*identifier);
+        identifier.reset();
+    }
 }
 
 void StreamReader::expectTag() {
@@ -171,22 +266,17 @@ void StreamReader::expectTag() {
 void StreamReader::collected() {
     switch (step) {
     case Step::start: {
-        const bool isTag = headerSizeOf(tag()) || tag() == commandTag;
-        if (rule == IdentifierRule::present || (rule == IdentifierRule::detect && !isTag)) {
+        if (rule == IdentifierRule::present || (rule == IdentifierRule::detect && !isKnown(tag()))) {
             collect(Step::identifier, identifierSize);
         } else {
             tagRead();
         }
         return;
     }
-    case Step::identifier: {
-        IdentifierRead identifier{recordOffset, {}};
-        std::memcpy(identifier.text.data(), buffer.data(), identifierSize);
-        sink(identifier);
-        jobBegun = true;
+    case Step::identifier:
+        identifierRead(buffer);
         expectTag();
         return;
-    }
     case Step::tag:
         tagRead();
         return;
@@ -199,26 +289,220 @@ void StreamReader::collected() {
     case Step::data:
         bandRead();
         return;
+    case Step::afterEnd:
+        afterEndRead();
+        return;
+    case Step::beginning:
+    case Step::search:
     case Step::ignore:
         return;
     }
 }
 
+/// It is shown once it is certain that it is one.
+void StreamReader::identifierRead(std::span<const std::byte> bytes) {
+    identifier = IdentifierRead{recordOffset, {}};
+    std::memcpy(identifier->text.data(), bytes.data(), identifierSize);
+    jobBegun = true;
+}
+
 void StreamReader::tagRead() {
+    const std::span<const std::byte> bytes = std::span(buffer).first(tagSize);
+    if (isInspecting() && !isKnown(tag()) && (recordOffset == 0 || identifier)) {
+        holdBeginning();
+        return;
+    }
+    showIdentifier();
+    const bool ended = sums.endOfJob || sums.cancelled;
     if (tag() == commandTag && !sums.cancelled) {
         collect(Step::command, sizeof(CommandRecord));
-    } else if (sums.endOfJob || sums.cancelled) {
-        report(StreamProblem::bytesAfterEnd, recordOffset, "there are bytes after the end of the job");
-        ignoreFrom(recordOffset);
+    } else if (ended && isInspecting() && isJobHeader(tag())) {
+        secondStreamRead(recordOffset);
+        if (step != Step::ignore) {
+            tagRead();
+        }
+    } else if (ended && isInspecting()) {
+        collect(Step::afterEnd, identifierSize + tagSize);
+    } else if (ended) {
+        bytesAfterEndRead();
     } else if (tag() == endOfJobTag) {
         endOfJobRead();
     } else if (const auto size = headerSizeOf(tag())) {
         collect(Step::header, *size);
     } else {
-        report(StreamProblem::unknownTag, recordOffset,
-               "unknown tag " + spelledOut(std::span(buffer).first(tagSize)) + "; the rest is not read");
-        ignoreFrom(recordOffset);
+        unknownTagRead(recordOffset, bytes);
     }
+}
+
+/// Behind the end of the job, an identifier and a job header are another job.
+void StreamReader::afterEndRead() {
+    const std::span<const std::byte> bytes = std::span(buffer).first(identifierSize + tagSize);
+    if (!isJobHeader(tagIn(bytes.subspan(identifierSize)))) {
+        bytesAfterEndRead();
+        return;
+    }
+    secondStreamRead(recordOffset);
+    if (step == Step::ignore) {
+        return;
+    }
+    identifierRead(bytes);
+    recordOffset += identifierSize;
+    std::memmove(buffer.data(), buffer.data() + identifierSize, tagSize);
+    have = tagSize;
+    tagRead();
+}
+
+void StreamReader::bytesAfterEndRead() {
+    report(StreamProblem::bytesAfterEnd, recordOffset, "there are bytes after the end of the job");
+    giveUp(recordOffset, std::span(buffer).first(have), 1, false);
+}
+
+void StreamReader::unknownTagRead(std::uint64_t offset, std::span<const std::byte> bytes) {
+    report(StreamProblem::unknownTag, offset,
+           "unknown tag " + spelledOut(bytes.first(tagSize)) + restIsNotRead());
+    giveUp(offset, bytes, 1, true);
+}
+
+std::string StreamReader::restIsNotRead() const {
+    return options.afterFault == AfterFault::resume ? "" : "; the rest is not read";
+}
+
+/// Another job begins. What has been seen of the last one says nothing of it.
+void StreamReader::secondStreamRead(std::uint64_t offset) {
+    report(StreamProblem::secondStream, offset,
+           std::string(severalStreams ? "another" : "a second") + " stream begins at byte " +
+               std::to_string(offset) + "; a job prints the first one only");
+    if (options.afterFault != AfterFault::resume) {
+        ignoreFrom(offset);
+        return;
+    }
+    severalStreams = true;
+    fileHeaderSeen = false;
+    fileHeaderExSeen = false;
+    jobBegun = false;
+    pagesBegun = false;
+    sums.endOfJob = false;
+    sums.cancelled = false;
+}
+
+/// The input does not begin as a stream does; what it is shows with a few bytes more.
+void StreamReader::holdBeginning() {
+    held.clear();
+    if (identifier) {
+        const auto text = std::as_bytes(std::span(identifier->text));
+        held.assign(text.begin(), text.end());
+    }
+    held.insert(held.end(), buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(have));
+    step = Step::beginning;
+}
+
+/// The input ends before it is known how it begins.
+void StreamReader::finishBeginning() {
+    if (isInspecting()) {
+        const Step before = step;
+        holdBeginning();
+        if (!isForeign()) {
+            held.clear();
+            step = before;
+        }
+    }
+}
+
+void StreamReader::judgeBeginning(bool isAll) {
+    if (isForeign()) {
+        return;
+    }
+    if (identifier) {
+        const auto found = findHeader(held, 1, isAll, SearchPlace::job);
+        if (!found || *found >= identifierSize) {
+            showIdentifier();
+            unknownTagRead(identifierSize, std::span(held).subspan(identifierSize));
+            return;
+        }
+        // What was taken for an identifier is rubbish in front of a header.
+        identifier.reset();
+        jobBegun = false;
+    }
+    unknownTagRead(0, held);
+}
+
+/// Whether what is held begins something else than a stream, which is then reported.
+bool StreamReader::isForeign() {
+    auto text = foreignFormat(held);
+    if (!text) {
+        return false;
+    }
+    report(StreamProblem::foreignFormat, 0, std::move(*text));
+    identifier.reset();
+    jobBegun = false;
+    giveUp(0, held, 1, false);
+    return true;
+}
+
+/// Nothing can be read from `offset` on, where `bytes` stand. The next header is looked for among them from
+/// `from` on, and behind them.
+void StreamReader::giveUp(std::uint64_t offset, std::span<const std::byte> bytes, std::size_t from,
+                          bool sayNothingFound) {
+    if (!isInspecting()) {
+        ignoreFrom(offset);
+        return;
+    }
+    lostAt = offset;
+    searchFrom = from;
+    sayWhenNone = sayNothingFound;
+    place = sums.cancelled  ? SearchPlace::afterCancel
+            : sums.endOfJob ? SearchPlace::afterEnd
+            : page          ? SearchPlace::page
+                            : SearchPlace::job;
+    pageDamaged = true;
+    if (options.afterFault == AfterFault::locate) {
+        endPage(false);
+    }
+    held = std::vector<std::byte>(bytes.begin(), bytes.end());
+    step = Step::search;
+}
+
+/// Looks for a header in the bytes held. `isAll` says that the input ends with them.
+void StreamReader::search(bool isAll) {
+    const auto found = findHeader(held, searchFrom, isAll, place);
+    if (found) {
+        headerFound(*found);
+    } else if (isAll) {
+        if (sayWhenNone) {
+            sink(SearchEnded{lostAt, std::nullopt, Tag{}, false});
+        }
+        ignoreFrom(lostAt);
+    } else if (held.size() >= searchAhead) {
+        const std::size_t done = held.size() - (searchAhead - 1);
+        held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(done));
+        searchFrom -= std::min(searchFrom, done);
+    }
+}
+
+/// A search has come upon a header, at this place of the bytes held.
+void StreamReader::headerFound(std::size_t at) {
+    const std::uint64_t offset = sums.bytes - held.size() + at;
+    const Tag next = tagIn(std::span(held).subspan(at));
+    const bool isSecond =
+        isJobHeader(next) && (place == SearchPlace::afterEnd || place == SearchPlace::afterCancel ||
+                              (next == fileHeaderTag && fileHeaderSeen));
+    const bool resumes = options.afterFault == AfterFault::resume;
+    if (next != bandHeaderTag) {
+        endPage(false);
+    }
+    sink(SearchEnded{lostAt, offset, next, resumes});
+    if (isSecond) {
+        secondStreamRead(offset);
+    }
+    if (!resumes) {
+        ignoreFrom(lostAt);
+        return;
+    }
+    again.assign(held.begin() + static_cast<std::ptrdiff_t>(at), held.end());
+    held.clear();
+    sums.skipped += offset - lostAt;
+    sums.bytes = offset;
+    expectTag();
 }
 
 void StreamReader::headerRead() {
@@ -270,7 +554,11 @@ void StreamReader::pageHeaderRead() {
     needJobHeaders();
     cutPage();
     page = PageRead{recordOffset, {}, 0, {}, 0, false};
+    pageDamaged = false;
     std::memcpy(&page->header, buffer.data(), sizeof page->header);
+    if (options.bands) {
+        sink(PageBegun{page->offset, page->header});
+    }
 }
 
 void StreamReader::bandHeaderRead() {
@@ -285,15 +573,20 @@ void StreamReader::bandHeaderRead() {
     if (page) {
         ++page->bands;
         add(page->announced, planes);
-    } else {
+    }
+    if (options.bands) {
+        sink(page ? BandRead{recordOffset, band, page->bands, page->offset, page->header.wPageNumber}
+                  : BandRead{recordOffset, band, 0, std::nullopt, 0});
+    }
+    if (!page) {
         report(StreamProblem::bandOutsidePage, recordOffset, "a band outside a page");
     }
 
     if (size < 0) {
         report(StreamProblem::negativeBandSize, recordOffset,
                "a band's plane sizes make the negative size " + std::to_string(size) +
-                   " in the format's 32 bits; the rest is not read");
-        ignoreFrom(sums.bytes);
+                   " in the format's 32 bits" + restIsNotRead());
+        giveUp(sums.bytes, {}, 0, true);
         return;
     }
     if (sumOf(planes) != static_cast<std::uint64_t>(size)) {
@@ -360,7 +653,7 @@ void StreamReader::needJobHeaders() {
 
 void StreamReader::endPage(bool complete) {
     if (page) {
-        page->complete = complete;
+        page->complete = complete && !pageDamaged;
         ++sums.pages;
         sink(*page);
         page.reset();
@@ -379,6 +672,7 @@ void StreamReader::cutPage() {
 void StreamReader::ignoreFrom(std::uint64_t offset) {
     endPage(false);
     sums.unread = sums.bytes - offset;
+    held.clear();
     step = Step::ignore;
 }
 
@@ -388,9 +682,7 @@ void StreamReader::report(StreamProblem problem, std::uint64_t offset, std::stri
 }
 
 Tag StreamReader::tag() const {
-    WireTag tag;
-    std::memcpy(&tag, buffer.data(), sizeof tag);
-    return tag;
+    return tagIn(buffer);
 }
 
 } // namespace veltrin

@@ -2,6 +2,7 @@
 
 #include "driver/CommandRecord.h"
 #include "driver/PageStream.h"
+#include "tools/HeaderSearch.h"
 
 #include <array>
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <span>
 #include <string>
 #include <variant>
+#include <vector>
 
 // Reads a page stream piece by piece and checks it.
 
@@ -21,6 +23,18 @@ enum class IdentifierRule {
     detect,  ///< it does unless its first four bytes are a tag of the format
     present, ///< as the renderer writes it
     absent,  ///< as the printer receives it
+};
+
+/// What is done where it cannot be known where the next header stands.
+enum class AfterFault {
+    stop,   ///< the rest is not read
+    locate, ///< nor here, but the next header that makes sense is named
+    resume, ///< reading goes on there, and with another stream behind the first
+};
+
+struct ReaderOptions {
+    AfterFault afterFault = AfterFault::stop; ///< unless `stop`, what is no page stream is called by its name
+    bool bands = false;                       ///< report the beginning of each page and every band, too
 };
 
 // What a stream consists of, in its order. An offset counts bytes from the start of the input.
@@ -40,6 +54,21 @@ struct FileHeaderExRead {
     FileHeaderEx header;
 };
 
+/// A page header, before its bands.
+struct PageBegun {
+    std::uint64_t offset;
+    PageHeader header;
+};
+
+/// A band header, before its data.
+struct BandRead {
+    std::uint64_t offset;
+    BandHeader header;
+    std::uint64_t number;                    ///< in its page, from 1; 0 outside a page
+    std::optional<std::uint64_t> pageOffset; ///< of its page's header
+    std::uint16_t pageNumber;                ///< 0 outside a page
+};
+
 /// Bytes of data by plane.
 struct PlaneBytes {
     std::uint64_t black = 0;
@@ -55,7 +84,7 @@ struct PageRead {
     std::uint64_t bands;    ///< begun, a band that is cut off included
     PlaneBytes announced;   ///< the data that the band headers announce
     std::uint64_t received; ///< bytes of data that have arrived
-    bool complete;          ///< it ended with its last band
+    bool complete;          ///< it ended with its last band, and nothing in it was skipped
 };
 
 struct EndOfJobRead {
@@ -88,6 +117,8 @@ enum class StreamProblem {
     commandInsideJob,
     missingEndOfJob,
     bytesAfterEnd, ///< they are not read
+    secondStream,  ///< behind the first one, or instead of its end
+    foreignFormat, ///< something else than a page stream
 };
 
 /// The problem's name for programs, such as "unknown-tag".
@@ -99,27 +130,40 @@ struct ProblemFound {
     std::string text; ///< one line of printable ASCII for people
 };
 
-using StreamEvent = std::variant<IdentifierRead, FileHeaderRead, FileHeaderExRead, PageRead, EndOfJobRead,
-                                 CommandRead, ProblemFound>;
+/// What the search behind a fault came to.
+struct SearchEnded {
+    std::uint64_t offset;              ///< of the first byte that could not be read
+    std::optional<std::uint64_t> next; ///< of the next header, mark or record that makes sense
+    Tag tag;                           ///< its tag
+    bool goesOn;                       ///< reading goes on there
+};
+
+/// What people call a part of the stream that begins with this tag, such as "a page header".
+[[nodiscard]] std::string partName(Tag tag);
+
+using StreamEvent = std::variant<IdentifierRead, FileHeaderRead, FileHeaderExRead, PageBegun, BandRead,
+                                 PageRead, EndOfJobRead, CommandRead, ProblemFound, SearchEnded>;
 
 struct StreamTotals {
     std::uint64_t bytes = 0;     ///< the whole input
     std::uint64_t unread = 0;    ///< bytes at its end that could not be read as a stream
+    std::uint64_t skipped = 0;   ///< bytes before that which could not be read either
     std::uint64_t pages = 0;     ///< incomplete ones included
     std::uint64_t bands = 0;     ///< those outside a page included
     std::uint64_t dataBytes = 0; ///< received
     std::uint64_t problems = 0;
-    bool endOfJob = false;
-    bool cancelled = false;
+    bool endOfJob = false;  ///< of the last stream, where there are several
+    bool cancelled = false; ///< likewise
 };
 
 /// Takes a stream's bytes as they come, in pieces of any size, and reports what they make. The events do not
-/// depend on how the bytes are cut. The memory in use is one header's, whatever the stream holds.
+/// depend on how the bytes are cut. The memory in use is a few kilobytes, whatever the stream holds.
 class StreamReader {
   public:
     using Sink = std::function<void(const StreamEvent &)>;
 
-    explicit StreamReader(Sink sink, IdentifierRule rule = IdentifierRule::detect);
+    explicit StreamReader(Sink sink, IdentifierRule rule = IdentifierRule::detect,
+                          ReaderOptions options = {});
 
     void feed(std::span<const std::byte> bytes);
 
@@ -133,10 +177,15 @@ class StreamReader {
 
   private:
     /// What the bytes being collected are.
-    enum class Step { start, identifier, tag, header, command, data, ignore };
+    enum class Step { start, identifier, tag, header, command, data, afterEnd, beginning, search, ignore };
 
+    [[nodiscard]] std::size_t take(std::span<const std::byte> bytes);
+    [[nodiscard]] std::size_t hold(std::span<const std::byte> bytes, std::size_t most);
+    void takeAgain();
     void collect(Step next, std::size_t size);
     void expectTag();
+    void identifierRead(std::span<const std::byte> bytes);
+    void showIdentifier();
     void collected();
     void tagRead();
     void headerRead();
@@ -150,12 +199,30 @@ class StreamReader {
     void needJobHeaders();
     void endPage(bool complete);
     void cutPage();
+    void afterEndRead();
+    void bytesAfterEndRead();
+    void unknownTagRead(std::uint64_t offset, std::span<const std::byte> bytes);
+    void secondStreamRead(std::uint64_t offset);
+    void holdBeginning();
+    void finishBeginning();
+    void judgeBeginning(bool isAll);
+    [[nodiscard]] bool isForeign();
+    void giveUp(std::uint64_t offset, std::span<const std::byte> bytes, std::size_t from,
+                bool sayNothingFound);
+    void search(bool isAll);
+    void headerFound(std::size_t at);
+    void finishSearches();
+    [[nodiscard]] std::string restIsNotRead() const;
+
+    [[nodiscard]] bool isInspecting() const { return options.afterFault != AfterFault::stop; }
+
     void ignoreFrom(std::uint64_t offset);
     void report(StreamProblem problem, std::uint64_t offset, std::string text);
     [[nodiscard]] Tag tag() const;
 
     Sink sink;
     IdentifierRule rule;
+    ReaderOptions options;
     StreamTotals sums;
 
     Step step = Step::start;
@@ -166,10 +233,20 @@ class StreamReader {
 
     bool fileHeaderSeen = false;
     bool fileHeaderExSeen = false;
-    bool jobBegun = false;   ///< something of the job itself has been seen
-    bool pagesBegun = false; ///< the job headers have been asked for
-    bool lastBand = false;   ///< of the band whose data is being read
+    bool jobBegun = false;                    ///< something of the job itself has been seen
+    bool pagesBegun = false;                  ///< the job headers have been asked for
+    bool lastBand = false;                    ///< of the band whose data is being read
+    std::optional<IdentifierRead> identifier; ///< until what stands behind it is known
     std::optional<PageRead> page;
+    bool pageDamaged = false;
+
+    std::vector<std::byte> held;  ///< the last bytes, for as long as they cannot be understood
+    std::vector<std::byte> again; ///< bytes that are to be read once more
+    std::uint64_t lostAt = 0;     ///< the first byte that could not be read
+    std::size_t searchFrom = 0;   ///< in `held`
+    bool sayWhenNone = false;     ///< whether it is worth a word that the search found nothing
+    bool severalStreams = false;
+    SearchPlace place = SearchPlace::job;
 };
 
 } // namespace veltrin

@@ -20,7 +20,7 @@ struct ReadStream {
 
 /// Reads a stream that arrives in the given pieces.
 inline ReadStream readPieces(const std::vector<std::string> &pieces,
-                             IdentifierRule rule = IdentifierRule::detect) {
+                             IdentifierRule rule = IdentifierRule::detect, ReaderOptions options = {}) {
     ReadStream result;
 
     struct Describe {
@@ -36,6 +36,16 @@ inline ReadStream readPieces(const std::vector<std::string> &pieces,
 
         std::string operator()(const FileHeaderExRead &read) const {
             return "extended file header" + at(read.offset);
+        }
+
+        std::string operator()(const PageBegun &page) const {
+            return "page begun " + std::to_string(page.header.wPageNumber.value()) + at(page.offset);
+        }
+
+        std::string operator()(const BandRead &band) const {
+            return "band " + std::to_string(band.number) + " of page " + std::to_string(band.pageNumber) +
+                   (band.pageOffset ? at(*band.pageOffset) : "") + " size " +
+                   std::to_string(band.header.dataSize()) + at(band.offset);
         }
 
         std::string operator()(const PageRead &page) const {
@@ -55,11 +65,17 @@ inline ReadStream readPieces(const std::vector<std::string> &pieces,
             result.problems.push_back(nameOf(found.problem) + at(found.offset));
             return result.problems.back() + ": " + found.text;
         }
+
+        std::string operator()(const SearchEnded &search) const {
+            return "nothing read" + at(search.offset) +
+                   (search.next ? ", next " + partName(search.tag) + at(*search.next) : ", nothing next") +
+                   (search.goesOn ? ", goes on" : "");
+        }
     };
 
     StreamReader reader(
         [&result](const StreamEvent &event) { result.events.push_back(std::visit(Describe{result}, event)); },
-        rule);
+        rule, options);
     for (const std::string &piece : pieces) {
         reader.feed(std::as_bytes(std::span(piece)));
     }

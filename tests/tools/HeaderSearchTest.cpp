@@ -161,6 +161,10 @@ TEST(HeaderSearch, LooksNoFurtherThanThat) {
     const std::string large = band(0, searchAhead, 0, 0, 0) + std::string(searchAhead, '.') + "not a tag";
     EXPECT_EQ(find(large, 0, false), 0U);
     EXPECT_EQ(find(large, 0, true), 0U);
+    // Nor is the end of what it looks at the end of the input.
+    const std::size_t room = searchAhead - sizeof(BandHeader);
+    const std::string exact = band(0x100, room, 0, 0, 0) + std::string(room, '.') + "not a tag";
+    EXPECT_EQ(find(exact, 0, true), std::nullopt);
 }
 
 } // namespace

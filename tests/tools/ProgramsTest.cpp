@@ -30,6 +30,7 @@ using test::run;
 using test::writeFile;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 
 struct Program {
@@ -333,6 +334,61 @@ TEST(Dump, ShowsWhatIsWrongWhereItIs) {
     EXPECT_EQ(result.output, golden("broken-job.txt"));
 }
 
+TEST(Dump, GoesOnBehindAFaultWhenAskedTo) {
+    StreamOptions options;
+    options.pages = 2;
+    options.bandsPerPage = 1;
+    const std::string stream = makeJobHeaders(options) + "rubbish" + makePage(options, 2) + "JIDG";
+    for (const char *option : {"--resync", "-r"}) {
+        const ProcessResult result = run(dumpOf(stream, {option}));
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(result.errors, "");
+        EXPECT_THAT(result.output,
+                    HasSubstr("       279  goes on (at 0x117) with a page header; 7 bytes skipped\n"));
+        EXPECT_THAT(result.output, HasSubstr("1 page, 1 band, 1024 bytes of data; "));
+    }
+    const ProcessResult result = run(dumpOf(stream));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(result.output,
+                HasSubstr("       279  next header that makes sense (at 0x117): a page header, 7 "
+                          "bytes on;\n              --resync goes on there\n"));
+    EXPECT_THAT(result.output, HasSubstr("0 pages, 0 bands, 0 bytes of data; "));
+}
+
+TEST(Dump, ReadsFurtherStreamsWhenAskedTo) {
+    const std::string stream = makeStream(StreamOptions());
+    EXPECT_EQ(run(dumpOf(stream)).exitStatus, 0);
+    const ProcessResult first = run(dumpOf(stream + stream));
+    EXPECT_EQ(first.exitStatus, 1);
+    EXPECT_THAT(first.output, HasSubstr("a second stream begins at byte " + std::to_string(stream.size())));
+    EXPECT_THAT(first.output, HasSubstr("1 page, "));
+    const ProcessResult both = run(dumpOf(stream + stream, {"--resync"}));
+    EXPECT_EQ(both.exitStatus, 1);
+    EXPECT_THAT(both.output, HasSubstr("2 pages, "));
+}
+
+TEST(Dump, NamesWhatIsNoPageStream) {
+    const ProcessResult result = run(dumpOf("%PDF-1.7\n"));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(result.output, StartsWith("         0  PROBLEM (at 0x0): this is a PDF document, not a page "
+                                          "stream: it has\n              to be rendered first\n"));
+    EXPECT_THAT(result.output, Not(HasSubstr("identifier")));
+}
+
+TEST(Dump, ListsBandsWhenAskedTo) {
+    const std::string stream = makeStream(StreamOptions());
+    const std::string band = "       372      1       256       256       256       256   4960   1754\n";
+    for (const char *option : {"--bands", "-b"}) {
+        const ProcessResult result = run(dumpOf(stream, {option}));
+        EXPECT_EQ(result.exitStatus, 0);
+        EXPECT_THAT(result.output, HasSubstr(band));
+    }
+    EXPECT_THAT(run(dumpOf(stream)).output, Not(HasSubstr(band)));
+    const std::string document = run(dumpOf(stream, {"--bands", "--json"})).output;
+    EXPECT_FALSE(nlohmann::json::parse(document, nullptr, false).is_discarded());
+    EXPECT_THAT(document, HasSubstr("\n  {\"kind\":\"band\",\"offset\":372,\"dwBandSetting\":0,"));
+}
+
 TEST(Dump, WritesAWholeJsonDocumentOfABrokenStream) {
     const ProcessResult result = run(dumpOf(goldenStream().substr(0, 500), {"--json"}));
     EXPECT_EQ(result.exitStatus, 1);
@@ -400,7 +456,7 @@ TEST(Dump, RefusesASecondFile) {
 TEST(Dump, TakesAnEmptyInputAsBroken) {
     const ProcessResult result = run(dumpOf(""));
     EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_THAT(result.output, HasSubstr("the input is empty"));
+    EXPECT_THAT(result.output, HasSubstr("the input is empty: nothing was written to it\n"));
 }
 
 TEST(Dump, FailsWhenTheInputCannotBeRead) {

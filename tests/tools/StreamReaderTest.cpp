@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <ostream>
@@ -280,51 +281,442 @@ std::vector<BrokenStream> brokenStreams() {
 INSTANTIATE_TEST_SUITE_P(Streams, BrokenStreamTest, testing::ValuesIn(brokenStreams()),
                          [](const auto &test) { return std::string(test.param.name); });
 
-TEST(StreamReader, HasATestOfEveryProblem) {
-    std::set<std::string> tested;
-    for (const BrokenStream &broken : brokenStreams()) {
-        for (const std::string &problem : broken.problems) {
-            tested.insert(problem.substr(0, problem.find(' ')));
-        }
+struct ProblemText {
+    std::string problem;
+    std::string stream;
+    std::string text;
+    ReaderOptions options = {};
+};
+
+constexpr ReaderOptions locating = {.afterFault = AfterFault::locate, .bands = false};
+constexpr ReaderOptions resuming = {.afterFault = AfterFault::resume, .bands = false};
+
+TEST(StreamReader, TellsWhatIsWrongInWords) {
+    const std::string longBand = band(0, 0xFFFFFFFEU, 0, 0, 0);
+    const ProblemText tests[] = {
+        {"empty-input at 0", "", "the input is empty"},
+        {"empty-input at 0", "", "the input is empty: nothing was written to it", locating},
+        {"truncated-identifier at 0", identifier.substr(0, 35),
+         "the input ends at byte 35, inside the identifier (35 of 36 bytes)"},
+        {"truncated-tag at 272", headers() + "GD", "the input ends at byte 274, inside a tag (2 of 4 bytes)"},
+        {"truncated-header at 0", job().substr(0, 7),
+         "the input ends at byte 7, inside a job file header (7 of 120 bytes)"},
+        {"truncated-header at 120", job() + jobEx().substr(0, 30),
+         "the input ends at byte 150, inside an extended job file header (30 of 152 bytes)"},
+        {"truncated-header at 272", headers() + page(1).substr(0, 10),
+         "the input ends at byte 282, inside a page header (10 of 64 bytes)"},
+        {"truncated-header at 336", headers() + page(1).substr(0, 70),
+         "the input ends at byte 342, inside a band header (6 of 32 bytes)"},
+        {"truncated-data at 336", headers() + page(1).substr(0, 100),
+         "the input ends at byte 372, inside a band's data (4 of 14 bytes)"},
+        {"truncated-command at 276", headers() + endOfJob + cancel.substr(0, 9),
+         "the input ends at byte 285, inside a command record (9 of 16 bytes)"},
+        {"unknown-tag at 272", headers() + "PI\x07\xFE",
+         "unknown tag hex 50 49 07 fe (PI..); the rest is not read"},
+        {"unknown-tag at 272", headers() + "~\x7F \x1F",
+         "unknown tag hex 7e 7f 20 1f (~. .); the rest is not read", locating},
+        {"unknown-tag at 272", headers() + "PIDG", "unknown tag hex 50 49 44 47 (PIDG)", resuming},
+        {"missing-file-header at 0", endOfJob, "the job file header is missing"},
+        {"missing-extended-file-header at 0", endOfJob, "the extended job file header is missing"},
+        {"duplicate-file-header at 120", job() + job(), "a second job file header"},
+        {"duplicate-extended-file-header at 272", headers() + jobEx(), "a second extended job file header"},
+        {"header-out-of-order at 152", jobEx() + job(), "the job file header does not come first"},
+        {"header-out-of-order at 276", job() + page(1) + jobEx(),
+         "the extended job file header does not come before the pages"},
+        {"band-outside-page at 272", headers() + band(0, 0, 0, 0, 0), "a band outside a page"},
+        {"page-without-last-band at 272", headers() + pageHeader() + endOfJob,
+         "a page without its last band"},
+        {"negative-band-size at 336", headers() + pageHeader() + longBand,
+         "a band's plane sizes make the negative size -2 in the format's 32 bits; the rest is not read"},
+        {"negative-band-size at 336", headers() + pageHeader() + longBand,
+         "a band's plane sizes make the negative size -2 in the format's 32 bits", resuming},
+        {"wrapped-band-size at 336", headers() + pageHeader() + band(0, 0xFFFFFFFFU, 2, 0, 0, "k"),
+         "a band's plane sizes, 4294967297 bytes, make the size 1 in the format's 32 bits; read as such"},
+        {"unknown-command at 0", "GDIC REBOOT     ",
+         "unknown command record hex 47 44 49 43 20 52 45 42 4f 4f 54 20 20 20 20 20 (GDIC REBOOT     )"},
+        {"command-inside-job at 272", headers() + reset, "a command record before the end-of-job mark"},
+        {"missing-end-of-job at 272", headers(), "the input ends without an end-of-job mark"},
+        {"bytes-after-end at 276", headers() + endOfJob + "more", "there are bytes after the end of the job"},
+        {"bytes-after-end at 276", headers() + endOfJob + "+", "there are bytes after the end of the job"},
+        {"second-stream at 276", headers() + endOfJob + headers() + endOfJob,
+         "a second stream begins at byte 276; a job prints the first one only", locating},
+        {"second-stream at 276", headers() + endOfJob + headers() + endOfJob,
+         "a second stream begins at byte 276; a job prints the first one only", resuming},
+        {"second-stream at 552", headers() + endOfJob + headers() + endOfJob + headers(),
+         "another stream begins at byte 552; a job prints the first one only", resuming},
+        {"foreign-format at 0", "%!PS\n",
+         "this is a PostScript document, not a page stream: it has to be rendered first", locating},
+    };
+    std::set<std::string> told;
+    for (const ProblemText &test : tests) {
+        SCOPED_TRACE(test.problem);
+        EXPECT_THAT(readPieces({test.stream}, IdentifierRule::detect, test.options).events,
+                    testing::Contains(test.problem + ": " + test.text));
+        told.insert(test.problem.substr(0, test.problem.find(' ')));
     }
-    for (int problem = 0; problem <= static_cast<int>(StreamProblem::bytesAfterEnd); ++problem) {
+    for (int problem = 0; problem <= static_cast<int>(StreamProblem::foreignFormat); ++problem) {
         const std::string name = nameOf(static_cast<StreamProblem>(problem));
         EXPECT_NE(name, "");
-        EXPECT_EQ(tested.count(name), 1U) << name;
+        EXPECT_EQ(told.count(name), 1U) << name;
     }
 }
 
-struct ProblemText {
+TEST(StreamReader, HasANameForEveryPart) {
+    EXPECT_EQ(partName(fileHeaderTag), "a job file header");
+    EXPECT_EQ(partName(fileHeaderExTag), "an extended job file header");
+    EXPECT_EQ(partName(pageHeaderTag), "a page header");
+    EXPECT_EQ(partName(bandHeaderTag), "a band header");
+    EXPECT_EQ(partName(endOfJobTag), "an end-of-job mark");
+    EXPECT_EQ(partName(commandTag), "a command record");
+    EXPECT_EQ(partName(Tag{}), "an unknown part");
+}
+
+struct LostStream {
     const char *name;
     std::string stream;
-    std::string text;
+    std::vector<std::string> located;      ///< problems and what the search came to, the rest being left
+    std::vector<std::string> resumed;      ///< the same where reading goes on
+    std::vector<std::string> pagesResumed; ///< "number bands", and "incomplete"
+    IdentifierRule rule = IdentifierRule::detect;
 };
 
-TEST(StreamReader, TellsWhatIsWrongInWords) {
-    const ProblemText tests[] = {
-        {"tag", headers() + "GD", "the input ends at byte 274, inside a tag (2 of 4 bytes)"},
-        {"file header", job().substr(0, 7),
-         "the input ends at byte 7, inside a job file header (7 of 120 bytes)"},
-        {"extended", job() + jobEx().substr(0, 30),
-         "the input ends at byte 150, inside an extended job file header (30 of 152 bytes)"},
-        {"page", headers() + page(1).substr(0, 10),
-         "the input ends at byte 282, inside a page header (10 of 64 bytes)"},
-        {"band", headers() + page(1).substr(0, 70),
-         "the input ends at byte 342, inside a band header (6 of 32 bytes)"},
-        {"data", headers() + page(1).substr(0, 100),
-         "the input ends at byte 372, inside a band's data (4 of 14 bytes)"},
-        {"unknown tag", headers() + "PI\x07\xFE", "unknown tag hex 50 49 07 fe (PI..); the rest is not read"},
-        {"unknown command", "GDIC REBOOT     ",
-         "unknown command record hex 47 44 49 43 20 52 45 42 4f 4f 54 20 20 20 20 20 (GDIC REBOOT     )"},
-        {"negative", headers() + pageHeader() + band(0, 0xFFFFFFFEU, 0, 0, 0),
-         "a band's plane sizes make the negative size -2 in the format's 32 bits; the rest is not read"},
-        {"wrapped", headers() + pageHeader() + band(0, 0xFFFFFFFFU, 2, 0, 0, "k"),
-         "a band's plane sizes, 4294967297 bytes, make the size 1 in the format's 32 bits; read as such"},
-    };
-    for (const ProblemText &test : tests) {
-        SCOPED_TRACE(test.name);
-        EXPECT_THAT(readPieces({test.stream}).events, testing::Contains(testing::EndsWith(": " + test.text)));
+void PrintTo(const LostStream &test, std::ostream *out) {
+    *out << test.name;
+}
+
+class LostStreamTest : public testing::TestWithParam<LostStream> {};
+
+/// What was wrong, and what the searches came to; not the texts of the problems.
+std::vector<std::string> faultsIn(const ReadStream &read) {
+    std::vector<std::string> faults;
+    for (const std::string &event : read.events) {
+        const std::string problem = event.substr(0, event.find(": "));
+        if (event.starts_with("nothing read") ||
+            std::find(read.problems.begin(), read.problems.end(), problem) != read.problems.end()) {
+            faults.push_back(problem);
+        }
     }
+    return faults;
+}
+
+std::vector<std::string> pagesIn(const ReadStream &read) {
+    std::vector<std::string> texts;
+    for (const PageRead &page : read.pages) {
+        texts.push_back(std::to_string(page.header.wPageNumber.value()) + " " + std::to_string(page.bands) +
+                        (page.complete ? "" : " incomplete"));
+    }
+    return texts;
+}
+
+TEST_P(LostStreamTest, IsSearchedForTheNextHeader) {
+    const ReadStream read = readPieces({GetParam().stream}, GetParam().rule, locating);
+    EXPECT_THAT(faultsIn(read), ElementsAreArray(GetParam().located));
+    EXPECT_FALSE(read.wellFormed);
+    EXPECT_EQ(read.totals.bytes, GetParam().stream.size());
+    EXPECT_EQ(read.totals.skipped, 0U);
+}
+
+TEST_P(LostStreamTest, IsReadOnFromTheNextHeader) {
+    const ReadStream read = readPieces({GetParam().stream}, GetParam().rule, resuming);
+    EXPECT_THAT(faultsIn(read), ElementsAreArray(GetParam().resumed));
+    EXPECT_THAT(pagesIn(read), ElementsAreArray(GetParam().pagesResumed));
+    EXPECT_FALSE(read.wellFormed);
+    EXPECT_EQ(read.totals.bytes, GetParam().stream.size());
+}
+
+TEST_P(LostStreamTest, IsSeenTheSameHoweverItIsCut) {
+    const std::string &stream = GetParam().stream;
+    for (const ReaderOptions &options : {locating, resuming}) {
+        const std::vector<std::string> whole = readPieces({stream}, GetParam().rule, options).events;
+        for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
+            ASSERT_EQ(
+                readPieces({stream.substr(0, cut), stream.substr(cut)}, GetParam().rule, options).events,
+                whole)
+                << cut;
+        }
+    }
+}
+
+std::vector<LostStream> lostStreams() {
+    const std::string jobOf2 = headers() + page(1) + page(2) + endOfJob; // pages at 272 and 428, end at 584
+    const std::string noise(3000, 'n');
+    const auto broken = [&jobOf2](std::size_t at, const std::string &bytes) {
+        return std::string(jobOf2).replace(at, bytes.size(), bytes);
+    };
+    return {
+        {"PageHeader",
+         broken(272, "PIDG"),
+         {"unknown-tag at 272", "nothing read at 272, next a page header at 428"},
+         {"unknown-tag at 272", "nothing read at 272, next a page header at 428, goes on"},
+         {"2 2"}},
+        {"LastPageHeader",
+         broken(428, "XXXX"),
+         {"unknown-tag at 428", "nothing read at 428, next an end-of-job mark at 584"},
+         {"unknown-tag at 428", "nothing read at 428, next an end-of-job mark at 584, goes on"},
+         {"1 2"}},
+        {"BandHeader",
+         broken(336, "XXXX"),
+         {"unknown-tag at 336", "nothing read at 336, next a band header at 382"},
+         {"unknown-tag at 336", "nothing read at 336, next a band header at 382, goes on"},
+         {"1 1 incomplete", "2 2"}},
+        {"LastBandHeader",
+         broken(382, "XXXX"),
+         {"unknown-tag at 382", "nothing read at 382, next a page header at 428"},
+         {"unknown-tag at 382", "nothing read at 382, next a page header at 428, goes on"},
+         {"1 1 incomplete", "2 2"}},
+        {"EndOfJobMark",
+         broken(584, "XXXX"),
+         {"unknown-tag at 584", "nothing read at 584, nothing next"},
+         {"unknown-tag at 584", "nothing read at 584, nothing next"},
+         {"1 2", "2 2"}},
+        {"TwoFaults",
+         broken(272, "XXXX").replace(584, 4, "XXXX"),
+         {"unknown-tag at 272", "nothing read at 272, next a page header at 428"},
+         {"unknown-tag at 272", "nothing read at 272, next a page header at 428, goes on",
+          "unknown-tag at 584", "nothing read at 584, nothing next"},
+         {"2 2"}},
+        {"FileHeader",
+         "XXXX" + jobOf2.substr(4),
+         {"unknown-tag at 36", "nothing read at 36, next an extended job file header at 120"},
+         {"unknown-tag at 36", "nothing read at 36, next an extended job file header at 120, goes on",
+          "missing-file-header at 272"},
+         {"1 2", "2 2"}},
+        {"NegativeSize",
+         headers() + pageHeader() + band(0, 0x80000000U, 0, 0, 0) + "data" + page(2) + endOfJob,
+         {"negative-band-size at 336", "nothing read at 368, next a page header at 372"},
+         {"negative-band-size at 336", "nothing read at 368, next a page header at 372, goes on"},
+         {"1 1 incomplete", "2 2"}},
+        {"NegativeSizeThatIsNothing",
+         headers() + pageHeader() + band(0, 0x80000000U, 0, 0, 0) + band(2, 0, 0, 0, 0) + endOfJob,
+         {"negative-band-size at 336", "nothing read at 368, next a band header at 368"},
+         {"negative-band-size at 336", "nothing read at 368, next a band header at 368, goes on"},
+         {"1 2 incomplete"}},
+        {"ByteTooMany",
+         headers() + "+" + page(1) + endOfJob,
+         {"unknown-tag at 272", "nothing read at 272, next a page header at 273"},
+         {"unknown-tag at 272", "nothing read at 272, next a page header at 273, goes on"},
+         {"1 2"}},
+        {"ByteTooFew",
+         headers() + cutPage(1) + page(2).substr(1) + page(3) + endOfJob,
+         {"unknown-tag at 382", "nothing read at 382, next a band header at 445"},
+         {"unknown-tag at 382", "nothing read at 382, next a band header at 445, goes on"},
+         {"1 3 incomplete", "3 2"}},
+        {"TagsInsideTheNoise",
+         headers() + noise + "GDIPGDIBGDIJGJETJIDGGDIC" + noise + page(2) + endOfJob,
+         {"unknown-tag at 272", "nothing read at 272, next a page header at 6296"},
+         {"unknown-tag at 272", "nothing read at 272, next a page header at 6296, goes on"},
+         {"2 2"}},
+        {"NoiseToTheEnd",
+         headers() + page(1) + noise,
+         {"unknown-tag at 428", "nothing read at 428, nothing next"},
+         {"unknown-tag at 428", "nothing read at 428, nothing next"},
+         {"1 2"}},
+        {"CancelRecordBehindNoise",
+         headers() + cutPage(1) + noise + cancel,
+         {"unknown-tag at 382", "nothing read at 382, next a command record at 3382"},
+         {"unknown-tag at 382", "nothing read at 382, next a command record at 3382, goes on",
+          "command-inside-job at 3382"},
+         {"1 1 incomplete"}},
+        {"RubbishBeforeThePrintersStream",
+         "\x01\x02" + jobOf2,
+         {"unknown-tag at 0", "nothing read at 0, next a job file header at 2"},
+         {"unknown-tag at 0", "nothing read at 0, next a job file header at 2, goes on"},
+         {"1 2", "2 2"}},
+        {"RubbishBeforeTheRenderersStream",
+         "\x01\x02" + identifier + jobOf2,
+         {"unknown-tag at 36", "nothing read at 36, next a job file header at 38"},
+         {"unknown-tag at 36", "nothing read at 36, next a job file header at 38, goes on"},
+         {"1 2", "2 2"}},
+        {"IdentifierWhereNoneBelongs",
+         identifier + jobOf2,
+         {"unknown-tag at 0", "nothing read at 0, next a job file header at 36"},
+         {"unknown-tag at 0", "nothing read at 0, next a job file header at 36, goes on"},
+         {"1 2", "2 2"},
+         IdentifierRule::absent},
+        {"FewBytesOfNoise",
+         identifier + "abcd",
+         {"unknown-tag at 36", "nothing read at 36, nothing next"},
+         {"unknown-tag at 36", "nothing read at 36, nothing next"},
+         {}},
+
+        {"Text", "some words\n", {"foreign-format at 0"}, {"foreign-format at 0"}, {}},
+        {"TextAsLongAsAnIdentifier",
+         std::string(35, 't') + " ",
+         {"foreign-format at 0"},
+         {"foreign-format at 0"},
+         {}},
+        {"TextALittleLonger",
+         std::string(35, 't') + "  ",
+         {"foreign-format at 0"},
+         {"foreign-format at 0"},
+         {}},
+        {"LongText",
+         std::string(1000, 't') + "\n" + noise,
+         {"unknown-tag at 36", "nothing read at 36, nothing next"},
+         {"unknown-tag at 36", "nothing read at 36, nothing next"},
+         {}},
+        {"TextWhereNoIdentifierBelongs",
+         "some words\n",
+         {"foreign-format at 0"},
+         {"foreign-format at 0"},
+         {},
+         IdentifierRule::absent},
+        {"TextWhereAnIdentifierBelongs",
+         "no\n",
+         {"foreign-format at 0"},
+         {"foreign-format at 0"},
+         {},
+         IdentifierRule::present},
+        {"PdfDocument", "%PDF-1.7\n" + noise, {"foreign-format at 0"}, {"foreign-format at 0"}, {}},
+        {"PjlJob",
+         "\x1B%-12345X@PJL\r\n" + jobOf2,
+         {"foreign-format at 0", "nothing read at 0, next a job file header at 15"},
+         {"foreign-format at 0", "nothing read at 0, next a job file header at 15, goes on"},
+         {"1 2", "2 2"}},
+
+        {"SecondStreamOfARenderer",
+         identifier + headers() + page(1) + endOfJob + identifier + headers() + page(2) + endOfJob,
+         {"second-stream at 468"},
+         {"second-stream at 468"},
+         {"1 2", "2 2"}},
+        {"SecondStreamOfAPrinter",
+         headers() + page(1) + endOfJob + headers() + page(2) + endOfJob,
+         {"second-stream at 432"},
+         {"second-stream at 432"},
+         {"1 2", "2 2"}},
+        {"SecondStreamWithItsExtendedHeaderAlone",
+         headers() + endOfJob + jobEx() + page(2) + endOfJob,
+         {"second-stream at 276"},
+         {"second-stream at 276", "missing-file-header at 428"},
+         {"2 2"}},
+        {"SecondStreamWithAnIdentifierAndItsExtendedHeaderAlone",
+         headers() + endOfJob + identifier + jobEx() + page(2) + endOfJob,
+         {"second-stream at 276"},
+         {"second-stream at 276", "missing-file-header at 464"},
+         {"2 2"}},
+        {"SecondStreamBehindACommand",
+         headers() + endOfJob + reset + headers() + page(2) + endOfJob,
+         {"second-stream at 292"},
+         {"second-stream at 292"},
+         {"2 2"}},
+        {"SecondStreamBehindACancelRecord",
+         headers() + cancel + identifier + headers() + page(2) + endOfJob,
+         {"command-inside-job at 272", "second-stream at 288"},
+         {"command-inside-job at 272", "second-stream at 288"},
+         {"2 2"}},
+        {"SecondStreamBehindRubbish",
+         headers() + endOfJob + "\n" + headers() + page(2) + endOfJob,
+         {"bytes-after-end at 276", "nothing read at 276, next a job file header at 277",
+          "second-stream at 277"},
+         {"bytes-after-end at 276", "nothing read at 276, next a job file header at 277, goes on",
+          "second-stream at 277"},
+         {"2 2"}},
+        {"SecondStreamInPlaceOfTheFirstOnesEnd",
+         headers() + page(1) + identifier + headers() + page(2) + endOfJob,
+         {"unknown-tag at 428", "nothing read at 428, next a job file header at 464", "second-stream at 464"},
+         {"unknown-tag at 428", "nothing read at 428, next a job file header at 464, goes on",
+          "second-stream at 464"},
+         {"1 2", "2 2"}},
+        {"SecondStreamThatIsCut",
+         headers() + endOfJob + identifier + headers() + page(2),
+         {"second-stream at 276"},
+         {"second-stream at 276", "missing-end-of-job at 740"},
+         {"2 2"}},
+        {"SecondStreamWithoutItsOwnHeaders",
+         headers() + endOfJob + job() + page(2) + endOfJob,
+         {"second-stream at 276"},
+         {"second-stream at 276", "missing-extended-file-header at 396"},
+         {"2 2"}},
+        {"ThirdStream",
+         headers() + endOfJob + headers() + endOfJob + headers() + endOfJob,
+         {"second-stream at 276"},
+         {"second-stream at 276", "second-stream at 552"},
+         {}},
+        {"LineFeedAfterTheEnd",
+         headers() + endOfJob + "\n",
+         {"bytes-after-end at 276"},
+         {"bytes-after-end at 276"},
+         {}},
+        {"LinesAfterTheEnd",
+         headers() + endOfJob + noise,
+         {"bytes-after-end at 276"},
+         {"bytes-after-end at 276"},
+         {}},
+        {"PageAfterTheEnd",
+         headers() + endOfJob + page(1),
+         {"bytes-after-end at 276"},
+         {"bytes-after-end at 276"},
+         {}},
+        {"CommandAfterTheEndAndRubbish",
+         headers() + endOfJob + "\n" + cancel,
+         {"bytes-after-end at 276", "nothing read at 276, next a command record at 277"},
+         {"bytes-after-end at 276", "nothing read at 276, next a command record at 277, goes on"},
+         {}},
+        {"CommandAfterACancelRecord",
+         headers() + endOfJob + cancel + reset,
+         {"bytes-after-end at 292"},
+         {"bytes-after-end at 292"},
+         {}},
+        {"CommandAfterACancelRecordAndRubbish",
+         headers() + endOfJob + cancel + "\n" + reset,
+         {"bytes-after-end at 292"},
+         {"bytes-after-end at 292"},
+         {}},
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, LostStreamTest, testing::ValuesIn(lostStreams()),
+                         [](const auto &test) { return std::string(test.param.name); });
+
+TEST(StreamReader, ReadsAWellFormedStreamAlikeWhateverItDoesAfterFaults) {
+    for (const std::string &stream :
+         {identifier + headers() + page(1) + page(2) + endOfJob,
+          headers() + page(1) + endOfJob + reset + cancel, reset + headers() + endOfJob,
+          "%PDF-" + identifier.substr(5) + headers() + page(1) + endOfJob}) {
+        const ReadStream plain = readPieces({stream});
+        EXPECT_TRUE(plain.wellFormed);
+        for (const ReaderOptions &options : {locating, resuming}) {
+            const ReadStream read = readPieces({stream}, IdentifierRule::detect, options);
+            EXPECT_EQ(read.events, plain.events);
+            EXPECT_TRUE(read.wellFormed);
+        }
+    }
+}
+
+TEST(StreamReader, CountsWhatItSkips) {
+    const std::string stream = headers() + "12345" + page(1) + "123" + page(2) + endOfJob + "1234567";
+    const StreamTotals resumed = readPieces({stream}, IdentifierRule::detect, resuming).totals;
+    EXPECT_EQ(resumed.skipped, 8U);
+    EXPECT_EQ(resumed.unread, 7U);
+    EXPECT_EQ(resumed.pages, 2U);
+    EXPECT_EQ(resumed.problems, 3U);
+    EXPECT_TRUE(resumed.endOfJob);
+    const StreamTotals located = readPieces({stream}, IdentifierRule::detect, locating).totals;
+    EXPECT_EQ(located.skipped, 0U);
+    EXPECT_EQ(located.unread, stream.size() - headers().size());
+    EXPECT_EQ(located.problems, 1U);
+    EXPECT_EQ(readPieces({"%!PS"}, IdentifierRule::detect, locating).totals.unread, 4U);
+    EXPECT_EQ(readPieces({headers() + endOfJob + headers()}, IdentifierRule::detect, locating).totals.unread,
+              272U);
+}
+
+TEST(StreamReader, TellsOfTheLastStreamWhetherItEnded) {
+    const std::string cancelled = headers() + endOfJob + cancel;
+    const StreamTotals totals =
+        readPieces({cancelled + headers() + endOfJob}, IdentifierRule::detect, resuming).totals;
+    EXPECT_TRUE(totals.endOfJob);
+    EXPECT_FALSE(totals.cancelled);
+    EXPECT_FALSE(readPieces({cancelled + headers()}, IdentifierRule::detect, resuming).totals.endOfJob);
+}
+
+TEST(StreamReader, ReportsBandsWhenAskedTo) {
+    const std::string stream = headers() + band(0, 1, 0, 0, 0, "k") + page(7) + endOfJob;
+    EXPECT_THAT(
+        readPieces({stream}, IdentifierRule::detect, {.afterFault = AfterFault::stop, .bands = true}).events,
+        ElementsAre("file header at 0", "extended file header at 120", "band 0 of page 0 size 1 at 272",
+                    "band-outside-page at 272: a band outside a page", "page begun 7 at 305",
+                    "band 1 of page 7 at 305 size 14 at 369", "band 2 of page 7 at 305 size 14 at 415",
+                    "page 7 at 305 bands 2 data 28", "end of job at 461"));
 }
 
 TEST(StreamReader, CountsWhatItCannotRead) {
@@ -410,6 +802,50 @@ TEST(StreamReader, AccountsForEveryByteOfADamagedStream) {
         ASSERT_EQ(readPieces({bytes.substr(0, bytes.size() / 2), bytes.substr(bytes.size() / 2)}).events,
                   whole.events);
     }
+}
+
+/// The bytes of everything that the events tell of, but for band data.
+std::uint64_t bytesOf(const ReadStream &read) {
+    const std::pair<const char *, std::uint64_t> sizes[] = {
+        {"identifier ", identifierSize},         {"file header", sizeof(FileHeader)},
+        {"extended file", sizeof(FileHeaderEx)}, {"page begun", sizeof(PageHeader)},
+        {"band ", sizeof(BandHeader)},           {"end of job", tagSize},
+        {"command G", sizeof(CommandRecord)}};
+    std::uint64_t sum = 0;
+    for (const std::string &event : read.events) {
+        for (const auto &[beginning, size] : sizes) {
+            sum += event.starts_with(beginning) ? size : 0;
+        }
+    }
+    return sum;
+}
+
+TEST(StreamReader, AccountsForEveryByteOfADamagedStreamThatItReadsOn) {
+    const ReaderOptions options = {.afterFault = AfterFault::resume, .bands = true};
+    const std::string stream = identifier + headers() + page(1) + page(2) + endOfJob + reset + cancel;
+    std::uint64_t resumed = 0;
+    std::uint64_t whole = 0;
+    for (std::uint32_t seed = 0; seed < 3000; ++seed) {
+        const std::string bytes = damaged(stream, seed);
+        const ReadStream read = readPieces({bytes}, IdentifierRule::detect, options);
+        ASSERT_EQ(readPieces({bytes.substr(0, bytes.size() / 3), bytes.substr(bytes.size() / 3)},
+                             IdentifierRule::detect, options)
+                      .events,
+                  read.events);
+        EXPECT_EQ(read.totals.bytes, bytes.size());
+        EXPECT_EQ(read.wellFormed, readPieces({bytes}).wellFormed);
+        const bool isCut =
+            testing::Matches(testing::Contains(testing::StartsWith("truncated-")))(read.problems);
+        if (!isCut) {
+            EXPECT_EQ(bytesOf(read) + read.totals.dataBytes + read.totals.skipped + read.totals.unread,
+                      bytes.size())
+                << testing::PrintToString(read.events);
+            ++whole;
+        }
+        resumed += read.totals.skipped != 0 ? 1 : 0;
+    }
+    EXPECT_GT(resumed, 500U);
+    EXPECT_GT(whole, 1500U);
 }
 
 TEST(StreamReader, ReadsBackWhatTheMakerWrote) {

@@ -6,6 +6,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 #include <variant>
 
 namespace veltrin {
@@ -29,6 +30,28 @@ Json part(const IdentifierRead &read) {
     return json;
 }
 
+/// The name of a code; null for a code without one.
+Json named(std::string_view name) {
+    return name.empty() ? Json(nullptr) : Json(name);
+}
+
+const char *kindOf(Tag tag) {
+    switch (tag) {
+    case fileHeaderTag:
+        return "file-header";
+    case fileHeaderExTag:
+        return "extended-file-header";
+    case pageHeaderTag:
+        return "page";
+    case bandHeaderTag:
+        return "band";
+    case endOfJobTag:
+        return "end-of-job";
+    default:
+        return "command";
+    }
+}
+
 // Fields stand under their names in the format, in its order; reserved ones are left out.
 
 Json part(const FileHeaderRead &read) {
@@ -49,6 +72,7 @@ Json part(const FileHeaderRead &read) {
     json["szFileName"] = stringIn(header.szFileName);
     json["duplex"] = (header.wJobSetting & jobSettingDuplex) != 0;
     json["manualDuplex"] = (header.wJobSetting & jobSettingManualDuplex) != 0;
+    json["meaning"] = meaningsOfJobSetting(header.wJobSetting);
     return json;
 }
 
@@ -68,6 +92,16 @@ Json part(const FileHeaderExRead &read) {
     json["bTray3Type"] = header.bTray3Type;
     json["bTray4Type"] = header.bTray4Type;
     json["bBypassType"] = header.bBypassType;
+    json["names"] = {{"bTray1Size", named(nameOfPaperSize(header.bTray1Size))},
+                     {"bTray2Size", named(nameOfPaperSize(header.bTray2Size))},
+                     {"bTray3Size", named(nameOfPaperSize(header.bTray3Size))},
+                     {"bTray4Size", named(nameOfPaperSize(header.bTray4Size))},
+                     {"bBypassSize", named(nameOfPaperSize(header.bBypassSize))},
+                     {"bTray1Type", named(nameOfMediaType(header.bTray1Type))},
+                     {"bTray2Type", named(nameOfMediaType(header.bTray2Type))},
+                     {"bTray3Type", named(nameOfMediaType(header.bTray3Type))},
+                     {"bTray4Type", named(nameOfMediaType(header.bTray4Type))},
+                     {"bBypassType", named(nameOfMediaType(header.bBypassType))}};
     return json;
 }
 
@@ -101,6 +135,9 @@ Json part(const PageRead &page) {
     json["wPaperWidthmm"] = header.wPaperWidthmm.value();
     json["wPaperHeightmm"] = header.wPaperHeightmm.value();
     json["meaning"] = meaningsOfPageType(header.bType);
+    json["names"] = {{"bPaperSize", named(nameOfPaperSize(header.bPaperSize))},
+                     {"bPaperTray", named(nameOfPageTray(header.bPaperTray))},
+                     {"bMediaType", named(nameOfMediaType(header.bMediaType))}};
     json["complete"] = page.complete;
     json["bands"] = page.bands;
     json["announced"] = {{"black", page.announced.black},
@@ -108,6 +145,31 @@ Json part(const PageRead &page) {
                          {"magenta", page.announced.magenta},
                          {"cyan", page.announced.cyan}};
     json["dataBytes"] = page.received;
+    return json;
+}
+
+/// The page stands behind its bands, with all that is known of it then.
+Json part(const PageBegun & /*page*/) {
+    return nullptr;
+}
+
+Json part(const BandRead &read) {
+    const BandHeader &band = read.header;
+    Json json = partAt(read.offset, "band");
+    json["dwBandSetting"] = band.dwBandSetting.value();
+    json["dwKSize"] = band.dwKSize.value();
+    json["dwYSize"] = band.dwYSize.value();
+    json["dwMSize"] = band.dwMSize.value();
+    json["dwCSize"] = band.dwCSize.value();
+    json["wBandWidth"] = band.wBandWidth.value();
+    json["wBandHeight"] = band.wBandHeight.value();
+    json["wBandExtend"] = band.wBandExtend.value();
+    json["bPageSet"] = band.bPageSet;
+    json["wPageNumber"] = read.pageOffset ? Json(read.pageNumber) : Json(nullptr);
+    json["pageOffset"] = read.pageOffset ? Json(*read.pageOffset) : Json(nullptr);
+    json["number"] = read.pageOffset ? Json(read.number) : Json(nullptr);
+    json["size"] = band.dataSize();
+    json["last"] = band.isLastOfPage();
     return json;
 }
 
@@ -130,6 +192,14 @@ Json part(const ProblemFound &found) {
     return json;
 }
 
+Json part(const SearchEnded &search) {
+    Json json = partAt(search.offset, "search");
+    json["next"] = search.next ? Json(*search.next) : Json(nullptr);
+    json["nextKind"] = search.next ? Json(kindOf(search.tag)) : Json(nullptr);
+    json["skipped"] = search.goesOn ? *search.next - search.offset : 0;
+    return json;
+}
+
 } // namespace
 
 JsonReport::JsonReport(std::ostream &output, const std::string &inputName) : out(output) {
@@ -137,16 +207,19 @@ JsonReport::JsonReport(std::ostream &output, const std::string &inputName) : out
 }
 
 void JsonReport::show(const StreamEvent &event) {
-    out << (first ? "\n  " : ",\n  ")
-        << std::visit([](const auto &read) { return written(part(read)); }, event);
+    const Json json = std::visit([](const auto &read) { return part(read); }, event);
+    if (json.is_null()) {
+        return;
+    }
+    out << (first ? "\n  " : ",\n  ") << written(json);
     first = false;
 }
 
 void JsonReport::showTotals(const StreamTotals &totals) {
-    const Json json = {{"bytes", totals.bytes},         {"unread", totals.unread},
-                       {"pages", totals.pages},         {"bands", totals.bands},
-                       {"dataBytes", totals.dataBytes}, {"endOfJob", totals.endOfJob},
-                       {"cancelled", totals.cancelled}, {"problems", totals.problems}};
+    const Json json = {
+        {"bytes", totals.bytes},         {"unread", totals.unread},       {"pages", totals.pages},
+        {"bands", totals.bands},         {"dataBytes", totals.dataBytes}, {"endOfJob", totals.endOfJob},
+        {"cancelled", totals.cancelled}, {"problems", totals.problems},   {"skipped", totals.skipped}};
     out << "\n ],\n \"totals\": " << written(json) << "}\n";
 }
 

@@ -11,6 +11,7 @@ namespace veltrin {
 /// {"input": name, "records": [part, ...], "totals": {...}}, one part to a line.
 class JsonReport {
   public:
+    /// Bands are shown where the reader reports them.
     JsonReport(std::ostream &output, const std::string &inputName);
 
     void show(const StreamEvent &event);

@@ -32,6 +32,9 @@ Without FILE, or when FILE is -, read standard input.
 
   -i, --identifier=WHEN    whether the stream begins with a job identifier:
                            detect (the default), present or absent
+  -b, --bands              list every band
+  -r, --resync             where the stream is broken, go on at the next header
+                           that makes sense; read further streams as well
   -j, --json               write a JSON document for programs
   -h, --help               show this text and exit
   -V, --version            show the version and exit
@@ -40,8 +43,10 @@ Exit status: 0 when the stream is well-formed, 1 when it is not or input or
 output failed, 2 for a mistake in the options.
 )";
 
-const std::array<option, 5> longOptions = {{
+const std::array<option, 7> longOptions = {{
     {"identifier", required_argument, nullptr, 'i'},
+    {"bands", no_argument, nullptr, 'b'},
+    {"resync", no_argument, nullptr, 'r'},
     {"json", no_argument, nullptr, 'j'},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
@@ -74,8 +79,8 @@ int readInput(int fd, StreamReader &reader) {
 }
 
 template <typename Report>
-int dump(int fd, const std::string &inputName, IdentifierRule rule, Report report) {
-    StreamReader reader([&report](const StreamEvent &event) { report.show(event); }, rule);
+int dump(int fd, const std::string &inputName, IdentifierRule rule, ReaderOptions options, Report report) {
+    StreamReader reader([&report](const StreamEvent &event) { report.show(event); }, rule, options);
     const int error = readInput(fd, reader);
     if (error != 0) {
         std::cout.flush();
@@ -94,11 +99,12 @@ int main(int argc, char **argv) {
     std::ios::sync_with_stdio(false);
 
     IdentifierRule rule = IdentifierRule::detect;
+    ReaderOptions options = {.afterFault = AfterFault::locate, .bands = false};
     bool json = false;
     bool help = false;
     bool showVersion = false;
     int choice = 0;
-    while ((choice = getopt_long(argc, argv, "i:jhV", longOptions.data(), nullptr)) != -1) {
+    while ((choice = getopt_long(argc, argv, "i:brjhV", longOptions.data(), nullptr)) != -1) {
         switch (choice) {
         case 'i': {
             const std::string when = optarg;
@@ -110,6 +116,12 @@ int main(int argc, char **argv) {
             rule = found->second;
             break;
         }
+        case 'b':
+            options.bands = true;
+            break;
+        case 'r':
+            options.afterFault = AfterFault::resume;
+            break;
         case 'j':
             json = true;
             break;
@@ -141,6 +153,6 @@ int main(int argc, char **argv) {
     if (fd == -1) {
         return reportFailure(program, inputName, errno);
     }
-    return json ? dump(fd, inputName, rule, JsonReport(std::cout, file))
-                : dump(fd, inputName, rule, TextReport(std::cout));
+    return json ? dump(fd, inputName, rule, options, JsonReport(std::cout, file))
+                : dump(fd, inputName, rule, options, TextReport(std::cout));
 }
