@@ -40,7 +40,8 @@ struct PlaneSizes {
     return {share(0), share(1), share(2), share(3)};
 }
 
-/// What is in a stream. The defaults make a one-page A4 document of about four thousand bytes.
+/// What is in a stream. The defaults make a document of one page, Letter from the bypass tray, of about four
+/// thousand bytes.
 struct StreamOptions {
     std::uint32_t pages = 1; ///< pages of the document; a document of none is a stream of headers alone
     std::uint32_t copies = 1;
