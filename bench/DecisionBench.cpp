@@ -4,7 +4,7 @@
 #include "driver/PageSelection.h"
 #include "driver/PageStream.h"
 #include "driver/SendPlan.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 #include <benchmark/benchmark.h>
 

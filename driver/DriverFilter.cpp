@@ -5,7 +5,7 @@
 #include "driver/CommandRecord.h"
 #include "driver/DuplexOrder.h"
 #include "filter/Cancellation.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 #include "platform/PipeCapacity.h"
 #include "platform/SharedFile.h"
 

@@ -1,7 +1,7 @@
 // DriverFilter: reading and writing the page stream.
 
 #include "driver/DriverFilter.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 #include <unistd.h>
 

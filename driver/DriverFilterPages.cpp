@@ -4,7 +4,7 @@
 #include "driver/DriverFilter.h"
 #include "driver/PriorityTray.h"
 #include "driver/SendPlan.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 #include <fcntl.h>
 #include <unistd.h>

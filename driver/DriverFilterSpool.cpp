@@ -3,7 +3,7 @@
 #include "driver/DriverFilter.h"
 #include "driver/PageSelection.h"
 #include "driver/SendPlan.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 #include <cups/cups.h>
 

@@ -1,7 +1,7 @@
 // DriverFilter: the printer's status as CUPS status lines, and waiting for room in its memory.
 
 #include "driver/DriverFilter.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 #include "status/ReverseRecord.h"
 
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "driver/DriverFilter.h"
-#include "filter/DebugLog.h"
 #include "filter/ProcessEntry.h"
+#include "log/DebugLog.h"
 #include "platform/StandardDescriptors.h"
 
 int main(int argc, char **argv) {

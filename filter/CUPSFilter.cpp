@@ -1,7 +1,7 @@
 #include "filter/CUPSFilter.h"
 
 #include "filter/Cancellation.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 #include <fcntl.h>
 #include <unistd.h>

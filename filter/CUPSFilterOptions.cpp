@@ -1,9 +1,9 @@
 // CUPSFilter: the job's options, the printer model's configuration keys, and the language of its texts.
 
 #include "filter/CUPSFilter.h"
-#include "filter/DebugLog.h"
 #include "filter/DuplexPaperRule.h"
 #include "filter/OptionValues.h"
+#include "log/DebugLog.h"
 
 #include <cups/cups.h>
 

@@ -2,7 +2,7 @@
 
 #include "filter/CUPSFilter.h"
 #include "filter/Cancellation.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 #include <cups/ppd.h>
 

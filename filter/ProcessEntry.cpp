@@ -1,6 +1,6 @@
 #include "filter/ProcessEntry.h"
 
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 namespace veltrin {
 

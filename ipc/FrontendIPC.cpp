@@ -1,6 +1,6 @@
 #include "ipc/FrontendIPC.h"
 
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 #include <chrono>
 #include <exception>

@@ -1,6 +1,6 @@
 #include "status/VeltrinReverseData.h"
 
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 #include "status/MediaNames.h"
 #include "status/StatusCatalogue.h"
 #include "status/TextFormat.h"

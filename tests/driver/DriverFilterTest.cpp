@@ -4,7 +4,7 @@
 
 #include "driver/SendPlan.h"
 #include "filter/Cancellation.h"
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 #include "tests/driver/ExpectedOutput.h"
 #include "tests/support/Arguments.h"
 #include "tests/support/CapturedLog.h"

@@ -1,6 +1,6 @@
 #include "tests/driver/FilterFixture.h"
 
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"

@@ -1,6 +1,6 @@
 // The real executable, run as the scheduler runs it, for jobs to standard output.
 
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 #include "tests/driver/FilterFixture.h"
 #include "tests/support/Files.h"
 #include "tests/support/PPD.h"

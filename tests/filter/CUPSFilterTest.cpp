@@ -1,8 +1,8 @@
 #include "filter/CUPSFilter.h"
 
 #include "filter/Cancellation.h"
-#include "filter/DebugLog.h"
 #include "filter/ProcessEntry.h"
+#include "log/DebugLog.h"
 #include "tests/support/Arguments.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakePlatform.h"

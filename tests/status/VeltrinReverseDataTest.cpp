@@ -1,6 +1,6 @@
 #include "status/VeltrinReverseData.h"
 
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakePlatform.h"
 

@@ -1,6 +1,6 @@
 #include "tests/support/CapturedLog.h"
 
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 #include "tests/support/Files.h"
 
 #include <filesystem>

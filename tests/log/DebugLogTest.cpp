@@ -1,4 +1,4 @@
-#include "filter/DebugLog.h"
+#include "log/DebugLog.h"
 
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakePlatform.h"
