@@ -5,7 +5,7 @@
 #include "bench/Inputs.h"
 #include "bench/PlainCalls.h"
 #include "bench/Table.h"
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 #include "platform/linux/DBusNotificationCenter.h"
 #include "tests/support/PrivateBus.h"
 

@@ -1,9 +1,9 @@
 // What is done for every header, page or log line: the parts of a job that must cost almost nothing.
 
-#include "driver/BandRun.h"
 #include "driver/PageSelection.h"
-#include "driver/PageStream.h"
 #include "driver/SendPlan.h"
+#include "driver/stream/BandRun.h"
+#include "driver/stream/PageStream.h"
 #include "log/DebugLog.h"
 
 #include <benchmark/benchmark.h>

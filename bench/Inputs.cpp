@@ -1,6 +1,6 @@
 #include "bench/Inputs.h"
 
-#include "tools/StreamMaker.h"
+#include "driver/stream/StreamMaker.h"
 
 #include <cerrno>
 #include <cstddef>

@@ -2,8 +2,8 @@
 
 #include "driver/DriverFilter.h"
 
-#include "driver/CommandRecord.h"
 #include "driver/DuplexOrder.h"
+#include "driver/stream/CommandRecord.h"
 #include "filter/Cancellation.h"
 #include "log/DebugLog.h"
 #include "platform/PipeCapacity.h"

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "driver/BandRun.h"
 #include "driver/MemoryEstimate.h"
-#include "driver/PageStream.h"
-#include "driver/ReadAhead.h"
+#include "driver/stream/BandRun.h"
+#include "driver/stream/PageStream.h"
+#include "driver/stream/ReadAhead.h"
 #include "filter/CUPSFilter.h"
 #include "ipc/FrontendIPC.h"
 #include "ipc/FrontendIPCDelegate.h"

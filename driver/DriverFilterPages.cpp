@@ -1,9 +1,9 @@
 // DriverFilter: copying single pages, and sending a job straight through.
 
-#include "driver/BandRun.h"
 #include "driver/DriverFilter.h"
 #include "driver/PriorityTray.h"
 #include "driver/SendPlan.h"
+#include "driver/stream/BandRun.h"
 #include "log/DebugLog.h"
 
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #include "driver/SendPlan.h"
 
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 
 namespace veltrin {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/StreamMaker.h"
+#include "driver/stream/StreamMaker.h"
 
 #include <cstdint>
 #include <string>

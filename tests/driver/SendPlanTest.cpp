@@ -1,7 +1,7 @@
 #include "driver/SendPlan.h"
 
 #include "driver/DuplexOrder.h"
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 #include "tests/printer/PrinterFixture.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/Files.h"

@@ -1,7 +1,7 @@
 #include "tools/printer/JobReport.h"
 
-#include "driver/CommandRecord.h"
-#include "tools/StreamMaker.h"
+#include "driver/stream/CommandRecord.h"
+#include "driver/stream/StreamMaker.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "driver/PageStream.h"
-#include "tools/StreamReader.h"
+#include "driver/stream/PageStream.h"
+#include "driver/stream/StreamReader.h"
 
 #include <cstdint>
 #include <string>

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "driver/stream/StreamMaker.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/Process.h"
-#include "tools/StreamMaker.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

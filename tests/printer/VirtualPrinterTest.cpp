@@ -1,7 +1,7 @@
 #include "tools/printer/VirtualPrinter.h"
 
-#include "driver/CommandRecord.h"
-#include "tools/StreamMaker.h"
+#include "driver/stream/CommandRecord.h"
+#include "driver/stream/StreamMaker.h"
 #include "tools/printer/StatusView.h"
 
 #include <gmock/gmock.h>

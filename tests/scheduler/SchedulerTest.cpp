@@ -1,9 +1,9 @@
 // Whole jobs, from lp through a real scheduler and the filter to a file device.
 
+#include "driver/stream/StreamMaker.h"
 #include "tests/scheduler/PrivateScheduler.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
-#include "tools/StreamMaker.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 #include "Version.h"
-#include "driver/CommandRecord.h"
+#include "driver/stream/CommandRecord.h"
+#include "driver/stream/StreamMaker.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 #include "tests/support/Process.h"
-#include "tools/StreamMaker.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
-#include "driver/CommandRecord.h"
+#include "driver/stream/CommandRecord.h"
+#include "driver/stream/StreamMaker.h"
+#include "driver/stream/StreamReader.h"
 #include "tests/support/Files.h"
-#include "tools/StreamMaker.h"
-#include "tools/StreamReader.h"
 #include "tools/dump/JsonReport.h"
 #include "tools/dump/TextReport.h"
 

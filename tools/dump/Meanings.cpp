@@ -1,6 +1,6 @@
 #include "tools/dump/Meanings.h"
 
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 #include "status/MediaNames.h"
 
 #include <algorithm>

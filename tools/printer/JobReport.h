@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/StreamReader.h"
+#include "driver/stream/StreamReader.h"
 #include "tools/printer/PrinterModel.h"
 
 #include <nlohmann/json_fwd.hpp>

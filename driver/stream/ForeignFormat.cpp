@@ -1,4 +1,4 @@
-#include "tools/ForeignFormat.h"
+#include "driver/stream/ForeignFormat.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/StreamReader.h"
+#include "driver/stream/StreamReader.h"
 
 #include <span>
 #include <string>

@@ -1,6 +1,6 @@
-#include "driver/BandRun.h"
+#include "driver/stream/BandRun.h"
 
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 
 #include <array>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "driver/ReadAhead.h"
+#include "driver/stream/ReadAhead.h"
 
 #include <sys/uio.h>
 #include <unistd.h>

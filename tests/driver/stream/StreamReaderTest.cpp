@@ -1,7 +1,7 @@
-#include "tools/StreamReader.h"
+#include "driver/stream/StreamReader.h"
 
-#include "tests/tools/Events.h"
-#include "tools/StreamMaker.h"
+#include "driver/stream/StreamMaker.h"
+#include "tests/driver/stream/Events.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

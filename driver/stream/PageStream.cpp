@@ -1,4 +1,4 @@
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 
 // The layout of every wire structure, field by field. Nothing here runs: a structure that does not lie as the
 // printer expects does not compile.

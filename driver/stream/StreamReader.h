@@ -1,8 +1,8 @@
 #pragma once
 
-#include "driver/CommandRecord.h"
-#include "driver/PageStream.h"
-#include "tools/HeaderSearch.h"
+#include "driver/stream/CommandRecord.h"
+#include "driver/stream/HeaderSearch.h"
+#include "driver/stream/PageStream.h"
 
 #include <array>
 #include <cstddef>

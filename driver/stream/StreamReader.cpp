@@ -1,6 +1,6 @@
-#include "tools/StreamReader.h"
+#include "driver/stream/StreamReader.h"
 
-#include "tools/ForeignFormat.h"
+#include "driver/stream/ForeignFormat.h"
 
 #include <algorithm>
 #include <cstdio>

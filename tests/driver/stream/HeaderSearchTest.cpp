@@ -1,7 +1,7 @@
-#include "tools/HeaderSearch.h"
+#include "driver/stream/HeaderSearch.h"
 
-#include "driver/CommandRecord.h"
-#include "driver/PageStream.h"
+#include "driver/stream/CommandRecord.h"
+#include "driver/stream/PageStream.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "tools/StreamMaker.h"
+#include "driver/stream/StreamMaker.h"
 
-#include "driver/PageStream.h"
+#include "driver/stream/PageStream.h"
 
 #include <algorithm>
 #include <array>
