@@ -188,22 +188,21 @@ constexpr auto serviceCalls = std::to_array<ServiceCall>({
 
 // clang-format on
 
-static_assert(std::is_sorted(catalogue.begin(), catalogue.end(),
-                             [](const Row &a, const Row &b) { return a.status < b.status; }));
+/// The catalogue's order.
+struct ByStatus {
+    constexpr bool operator()(const Row &a, const Row &b) const { return a.status < b.status; }
 
-/// Where the rows of each status begin; those of a status end where those of the next begin.
-constexpr std::array<std::uint8_t, 257> firstRows = [] {
-    static_assert(catalogue.size() <= UINT8_MAX);
-    std::array<std::uint8_t, 257> result{};
-    std::uint8_t row = 0;
-    for (std::size_t status = 0; status < result.size(); ++status) {
-        while (row < catalogue.size() && catalogue[row].status < status) {
-            ++row;
-        }
-        result[status] = row;
-    }
-    return result;
-}();
+    constexpr bool operator()(const Row &a, std::uint8_t status) const { return a.status < status; }
+
+    constexpr bool operator()(std::uint8_t status, const Row &b) const { return status < b.status; }
+};
+
+static_assert(std::is_sorted(catalogue.begin(), catalogue.end(), ByStatus()));
+
+// A row for any first sub-status catches what those before it do not, so it is the last of its status.
+static_assert(std::adjacent_find(catalogue.begin(), catalogue.end(), [](const Row &a, const Row &b) {
+                  return a.status == b.status && a.subStatus1 == any;
+              }) == catalogue.end());
 
 } // namespace
 
@@ -215,14 +214,11 @@ StatusText statusText(std::uint8_t status, std::uint8_t subStatus1, std::uint8_t
             }
         }
     }
-    const std::size_t end = firstRows[status + std::size_t{1}];
-    for (std::size_t i = firstRows[status]; i < end; ++i) {
-        const Row &row = catalogue[i];
-        if (row.subStatus1 == subStatus1 || row.subStatus1 == any) {
-            return {row.text, row.severity, row.name};
-        }
-    }
-    return {};
+    const auto [first, end] = std::equal_range(catalogue.begin(), catalogue.end(), status, ByStatus());
+    const auto *row = std::find_if(first, end, [subStatus1](const Row &candidate) {
+        return candidate.subStatus1 == subStatus1 || candidate.subStatus1 == any;
+    });
+    return row != end ? StatusText{row->text, row->severity, row->name} : StatusText{};
 }
 
 } // namespace veltrin
