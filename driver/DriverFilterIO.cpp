@@ -94,15 +94,13 @@ Written DriverFilter::writeHeaderAndData(int fd, const StreamHeader &header, std
 }
 
 Written DriverFilter::writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream) {
-    const std::size_t written = writeUntilFailure(fd, stream.first(run.size()));
-    if (written == run.size()) {
+    const std::size_t written = writeUntilFailure(fd, stream.first(run.size));
+    if (written == run.size) {
         return Written::all;
     }
-    const auto struck = std::find_if(run.bands.begin(), run.bands.end(),
-                                     [written](const BandRun::Band &band) { return written < band.end; });
-    const std::size_t headerEnd = struck->begin + sizeof(BandHeader);
-    const bool inHeader = written < headerEnd;
-    reportFailedWrite((inHeader ? headerEnd : struck->end) - written);
+    const BandExtent struck = bandAround(stream, written);
+    const bool inHeader = written < struck.headerEnd;
+    reportFailedWrite((inHeader ? struck.headerEnd : struck.dataEnd) - written);
     postCommunicationError();
     return inHeader ? Written::headerFailed : Written::dataFailed;
 }

@@ -97,8 +97,8 @@ bool DriverFilter::copyKeptBands(int from, int to, std::uint32_t &headerCount, b
     if (!isWritten(writeBandRun(to, run, readAhead.kept(from)))) {
         return false;
     }
-    readAhead.skip(run.size());
-    headerCount += static_cast<std::uint32_t>(run.bands.size());
+    readAhead.skip(run.size);
+    headerCount += run.bands;
     pageDone = run.endsPage;
     return true;
 }

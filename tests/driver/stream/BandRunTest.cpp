@@ -2,7 +2,6 @@
 
 #include "driver/stream/PageStream.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -11,11 +10,6 @@
 
 namespace veltrin {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-using Band = BandRun::Band;
 
 std::string band(std::uint32_t size, bool last = false, Tag tag = bandHeaderTag) {
     BandHeader header{};
@@ -32,32 +26,40 @@ BandRun runOf(const std::string &stream) {
 }
 
 TEST(BandRun, HoldsTheWholeBandsUpToTheEndOfThePage) {
-    const BandRun run = runOf(band(10) + band(0) + band(5, true) + band(7));
-    EXPECT_THAT(run.bands, ElementsAre(Band{0, 42}, Band{42, 74}, Band{74, 111}));
-    EXPECT_TRUE(run.endsPage);
-    EXPECT_EQ(run.size(), 111U);
+    EXPECT_EQ(runOf(band(10) + band(0) + band(5, true) + band(7)), (BandRun{111, 3, true}));
 }
 
 TEST(BandRun, EndsBeforeABandThatIsNotThereWhole) {
     const std::string whole = band(10) + band(20);
     for (std::size_t length = 0; length <= whole.size(); ++length) {
-        const BandRun run = runOf(whole.substr(0, length));
-        EXPECT_EQ(run.bands.size(), length == whole.size() ? 2U : length >= 42 ? 1U : 0U) << length;
-        EXPECT_EQ(run.size(), length == whole.size() ? whole.size() : length >= 42 ? 42U : 0U) << length;
-        EXPECT_FALSE(run.endsPage);
+        const BandRun expected = length == whole.size() ? BandRun{whole.size(), 2, false}
+                                 : length >= 42         ? BandRun{42, 1, false}
+                                                        : BandRun{};
+        EXPECT_EQ(runOf(whole.substr(0, length)), expected) << length;
     }
 }
 
 TEST(BandRun, EndsBeforeAnythingElse) {
+    const BandRun one = {42, 1, false};
     for (const Tag tag : {fileHeaderTag, fileHeaderExTag, pageHeaderTag, endOfJobTag, tagOf("BIDG")}) {
-        EXPECT_THAT(runOf(band(10) + band(0, true, tag)).bands, ElementsAre(Band{0, 42}));
-        EXPECT_THAT(runOf(band(0, true, tag)).bands, IsEmpty());
+        EXPECT_EQ(runOf(band(10) + band(0, true, tag)), one);
+        EXPECT_EQ(runOf(band(0, true, tag)), BandRun());
     }
-    EXPECT_THAT(runOf(band(10) + band(0x80000000, true) + std::string(1000, 'x')).bands,
-                ElementsAre(Band{0, 42}));
-    EXPECT_THAT(runOf(band(10) + band(0x7FFFFFFF, true) + std::string(1000, 'x')).bands,
-                ElementsAre(Band{0, 42}));
-    EXPECT_THAT(runOf("").bands, IsEmpty());
+    EXPECT_EQ(runOf(band(10) + band(0x80000000, true) + std::string(1000, 'x')), one);
+    EXPECT_EQ(runOf(band(10) + band(0x7FFFFFFF, true) + std::string(1000, 'x')), one);
+    EXPECT_EQ(runOf(""), BandRun());
+}
+
+TEST(BandRun, TellsTheBandOfEveryByte) {
+    const std::string stream = band(10) + band(0) + band(5, true) + "PIDG";
+    for (std::size_t offset = 0; offset < 111; ++offset) {
+        const BandExtent found = bandAround(std::as_bytes(std::span(stream)), offset);
+        const BandExtent expected = offset < 42   ? BandExtent{32, 42}
+                                    : offset < 74 ? BandExtent{74, 74}
+                                                  : BandExtent{106, 111};
+        EXPECT_EQ(found.headerEnd, expected.headerEnd) << offset;
+        EXPECT_EQ(found.dataEnd, expected.dataEnd) << offset;
+    }
 }
 
 } // namespace
