@@ -65,7 +65,7 @@ bool DriverFilter::init() {
         }
     }
 
-    return allocateDataBuffer(initialDataBufferSize);
+    return inputMemory.allocateDataBuffer(initialDataBufferSize);
 }
 
 DriverFilter::~DriverFilter() {
@@ -82,7 +82,7 @@ bool DriverFilter::run() {
     CPSDebugLog("DriverFilter run: ");
     bool result = CUPSFilter::run() && printJob();
     cleanupSpoolFiles();
-    dataBuffer.reset();
+    inputMemory.dataBuffer.reset();
     if (result) {
         result = awaitEndOfJob();
     }
@@ -161,7 +161,7 @@ bool DriverFilter::waitForPort() {
 /// the same: the two are logged for those who look for the reason of a garbled page.
 bool DriverFilter::readIdentifier() {
     std::array<char, identifierSize + 1> identifier{};
-    if (!readFromFD(sourceFD, identifier.data(), identifierSize)) {
+    if (!PageInput(sourceFD, inputMemory).readFromFD(identifier.data(), identifierSize)) {
         return false;
     }
     const std::optional<std::string> expected = objectForInfoDictionaryKey("CUPSFileHeader");

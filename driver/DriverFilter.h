@@ -1,9 +1,9 @@
 #pragma once
 
 #include "driver/MemoryEstimate.h"
+#include "driver/PageInput.h"
 #include "driver/stream/BandRun.h"
 #include "driver/stream/PageStream.h"
-#include "driver/stream/ReadAhead.h"
 #include "filter/CUPSFilter.h"
 #include "ipc/FrontendIPC.h"
 #include "ipc/FrontendIPCDelegate.h"
@@ -66,16 +66,13 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
 
     /// \name Stream input and output
     /// \{
-    /// Reads exactly `size` bytes.
-    [[nodiscard]] bool readFromFD(int fd, void *buffer, std::int32_t size);
-
     /// Writes exactly `size` bytes, or hands them to the channel where there is one and `fd` is standard
     /// output. A failure is shown to the user until the job is cancelled.
     [[nodiscard]] bool writeToFD(int fd, const void *buffer, std::int32_t size);
 
-    /// Writes a header and what `readHeaderData` has read for it.
+    /// Writes a header and the data that belong to it.
     [[nodiscard]] Written writeHeaderAndData(int fd, const StreamHeader &header, std::int32_t headerSize,
-                                             std::int32_t dataSize);
+                                             const std::byte *data, std::int32_t dataSize);
 
     /// Writes the bands at the beginning of `stream`, with the outcome and the reports that writing each
     /// header and each band's data would have.
@@ -85,15 +82,6 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     [[nodiscard]] bool goesToChannel(int fd) const;
 
     void postCommunicationError();
-
-    /// Reads one header. `size` becomes its size in bytes; 0 where no known tag could be read.
-    [[nodiscard]] bool readHeader(StreamHeader &header, std::int32_t &size, int fromFD);
-
-    /// Reads the data that belongs to `header` into `dataBuffer`. `size` becomes its size in bytes; 0 on
-    /// failure.
-    [[nodiscard]] bool readHeaderData(const StreamHeader &header, std::int32_t &size, int fromFD);
-
-    [[nodiscard]] bool allocateDataBuffer(std::int32_t size);
     /// \}
 
     /// \name Page copying
@@ -101,8 +89,8 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// Copies from where `from` stands up to and including the last band of a page, or up to the end-of-job
     /// mark, which sets `eoj` and is not written. `additionalType` is ORed into the page's type; `paperTray`
     /// replaces its tray unless it is `pagesOwnTray`.
-    [[nodiscard]] bool copyPageFrom(int from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
-                                    bool &eoj);
+    [[nodiscard]] bool copyPageFrom(PageInput &from, int to, std::uint32_t additionalType,
+                                    std::uint8_t paperTray, bool &eoj);
 
     /// Copies the page in the file `path`.
     [[nodiscard]] bool copyPageFromPath(const std::string &path, int to, std::uint32_t additionalType,
@@ -114,10 +102,10 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// Whether the job's name asks for a tray; `settings.priorityTray` becomes that tray if it does.
     [[nodiscard]] bool isSDCJob();
 
-    [[nodiscard]] bool copyKeptBands(int from, int to, std::uint32_t &headerCount, bool &pageDone);
+    [[nodiscard]] bool copyKeptBands(PageInput &from, int to, std::uint32_t &headerCount, bool &pageDone);
     void patchPageHeader(StreamHeader &header, std::uint32_t additionalType, std::uint8_t paperTray);
     void overrideTrayAndMedia(PageHeader &page);
-    [[nodiscard]] bool readFileHeaders();
+    [[nodiscard]] bool readFileHeaders(PageInput &input);
     [[nodiscard]] bool writeFileHeaders();
     [[nodiscard]] bool sendEndOfJob();
     /// \}
@@ -134,7 +122,7 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// Whether a copy with an odd number of pages needs a blank page more. Nothing in the filter asks.
     [[nodiscard]] bool includeBlankPage() const;
 
-    [[nodiscard]] bool spoolEveryPage(bool &eoj);
+    [[nodiscard]] bool spoolEveryPage(PageInput &input, bool &eoj);
     void selectPagesOfOneCopy();
     /// \}
 
@@ -183,9 +171,8 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// The printer's latest status record.
     std::unique_ptr<VeltrinReverseData> reverseData;
 
-    /// Room for the data of one band; grows to what the largest needs. Null after an allocation has failed.
-    std::unique_ptr<std::byte[]> dataBuffer;
-    std::int64_t dataBufferSize = 0;
+    /// What the input and the spool files are read through.
+    InputMemory inputMemory;
 
     /// What the printer is thought to have free, and when it was last asked in the ordinary course of a job.
     MemoryEstimate printerMemory;
@@ -203,9 +190,6 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
 
     /// Pages spooled.
     std::uint32_t pageCount = 0;
-
-  private:
-    ReadAhead readAhead;
 };
 
 } // namespace veltrin

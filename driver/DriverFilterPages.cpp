@@ -6,7 +6,6 @@
 #include "driver/stream/BandRun.h"
 #include "log/DebugLog.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <bit>
@@ -34,7 +33,7 @@ bool isWritten(Written written) {
 
 } // namespace
 
-bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
+bool DriverFilter::copyPageFrom(PageInput &from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
                                 bool &eoj) {
     std::uint32_t headerCount = 0;
     bool pageDone = false;
@@ -49,7 +48,7 @@ bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, 
         StreamHeader header;
         std::int32_t headerSize = 0;
         std::int32_t dataSize = 0;
-        const bool headerRead = readHeader(header, headerSize, from);
+        const bool headerRead = from.readHeader(header, headerSize);
         const Tag tag = header.tag();
         if (headerRead && tag == endOfJobTag) {
             eoj = true;
@@ -66,7 +65,7 @@ bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, 
         if (tag == pageHeaderTag) {
             patchPageHeader(header, additionalType, paperTray);
         }
-        if (!readHeaderData(header, dataSize, from)) {
+        if (!from.readHeaderData(header, dataSize)) {
             CPSDebugAssert_("DriverFilter copyPageFrom: failed to read header and data");
             return false;
         }
@@ -75,7 +74,7 @@ bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, 
                              isDuplexedPage(additionalType))) {
             return false;
         }
-        if (!isWritten(writeHeaderAndData(to, header, headerSize, dataSize))) {
+        if (!isWritten(writeHeaderAndData(to, header, headerSize, from.data(), dataSize))) {
             return false;
         }
         pageDone = tag == bandHeaderTag && header.as<BandHeader>().isLastOfPage();
@@ -89,15 +88,15 @@ bool DriverFilter::copyPageFrom(int from, int to, std::uint32_t additionalType, 
 
 /// Copies bands that have been read ahead already, all together: a system call for each would cost more than
 /// the data. Does nothing for the channel, which is handed header and data one by one.
-bool DriverFilter::copyKeptBands(int from, int to, std::uint32_t &headerCount, bool &pageDone) {
+bool DriverFilter::copyKeptBands(PageInput &from, int to, std::uint32_t &headerCount, bool &pageDone) {
     if (goesToChannel(to)) {
         return true;
     }
-    const BandRun run = bandRunOf(readAhead.kept(from));
-    if (!isWritten(writeBandRun(to, run, readAhead.kept(from)))) {
+    const BandRun run = bandRunOf(from.kept());
+    if (!isWritten(writeBandRun(to, run, from.kept()))) {
         return false;
     }
-    readAhead.skip(run.size);
+    from.skip(run.size);
     headerCount += run.bands;
     pageDone = run.endsPage;
     return true;
@@ -119,18 +118,13 @@ void DriverFilter::patchPageHeader(StreamHeader &header, std::uint32_t additiona
 
 bool DriverFilter::copyPageFromPath(const std::string &path, int to, std::uint32_t additionalType,
                                     std::uint8_t paperTray) {
-    const int from = open(path.c_str(), O_RDONLY, 0660);
-    if (from == -1) {
+    PageInput from(path, inputMemory);
+    if (!from.isOpen()) {
         CPSDebugAssert_("DriverFilter copyPageFromPath: unable to open file: %s", path.c_str());
         return false;
     }
     bool eoj = false;
-    const bool result = copyPageFrom(from, to, additionalType, paperTray, eoj);
-    readAhead.forget();
-    if (from != STDOUT_FILENO) {
-        close(from);
-    }
-    return result;
+    return copyPageFrom(from, to, additionalType, paperTray, eoj);
 }
 
 bool DriverFilter::isSDCJob() {
@@ -156,11 +150,11 @@ void DriverFilter::overrideTrayAndMedia(PageHeader &page) {
 }
 
 /// Reads the job's two headers, in their order, from the input.
-bool DriverFilter::readFileHeaders() {
+bool DriverFilter::readFileHeaders(PageInput &input) {
     // Direct sending and spooling both log under this name.
     CPSDebugLog("DriverFilter spoolPages Reading file headers");
     std::int32_t size = 0;
-    return readHeader(fileHeader, size, sourceFD) && readHeader(fileHeaderEx, size, sourceFD) &&
+    return input.readHeader(fileHeader, size) && input.readHeader(fileHeaderEx, size) &&
            fileHeader.tag() == fileHeaderTag && fileHeaderEx.tag() == fileHeaderExTag;
 }
 
@@ -171,12 +165,13 @@ bool DriverFilter::writeFileHeaders() {
 }
 
 bool DriverFilter::sendPages() {
-    const bool valid = readFileHeaders();
+    PageInput input(sourceFD, inputMemory);
+    const bool valid = readFileHeaders(input);
     CPSDebugLog("DriverFilter sendPages: Sending file headers");
     bool result = valid && writeFileHeaders();
     bool eoj = false;
     while (result && !eoj) {
-        result = copyPageFrom(sourceFD, STDOUT_FILENO, 0, pagesOwnTray, eoj);
+        result = copyPageFrom(input, STDOUT_FILENO, 0, pagesOwnTray, eoj);
     }
 
     // The printer waits for the mark whatever has become of the pages.

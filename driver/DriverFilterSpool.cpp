@@ -26,8 +26,9 @@ const char *yesOrNo(bool flag) {
 bool DriverFilter::spoolPages() {
     origPaths.clear();
     pageCount = 0;
+    PageInput input(sourceFD, inputMemory);
     bool eoj = false;
-    const bool result = readFileHeaders() && spoolEveryPage(eoj);
+    const bool result = readFileHeaders(input) && spoolEveryPage(input, eoj);
     if (pageCount == 1) {
         CPSDebugLog("DriverFilter spoolPages: Spacial casing one page job");
     }
@@ -47,7 +48,7 @@ bool DriverFilter::spoolPages() {
 
 /// Copies pages into files of their own until the job ends or a page fails; the file of a failed page is kept
 /// among the others.
-bool DriverFilter::spoolEveryPage(bool &eoj) {
+bool DriverFilter::spoolEveryPage(PageInput &input, bool &eoj) {
     bool result = true;
     while (result && !eoj) {
         std::array<char, longestSpoolPath> path{};
@@ -56,7 +57,7 @@ bool DriverFilter::spoolEveryPage(bool &eoj) {
             CPSDebugAssert_("DriverFilter spoolPages: cupsTempFd failed");
             return false;
         }
-        result = copyPageFrom(sourceFD, fd, 0, pagesOwnTray, eoj);
+        result = copyPageFrom(input, fd, 0, pagesOwnTray, eoj);
         if (!result) {
             CPSDebugAssert_("DriverFilter spoolPages: copyPageFrom:to:additionalType: failed");
         }

@@ -70,14 +70,12 @@ class OpenDriver : public DriverFilter {
     using DriverFilter::checkHeaderSize;
     using DriverFilter::checkStatus;
     using DriverFilter::cleanupSpoolFiles;
-    using DriverFilter::copyPageFrom;
     using DriverFilter::copyPageFromPath;
-    using DriverFilter::dataBuffer;
-    using DriverFilter::dataBufferSize;
     using DriverFilter::DriverFilter;
     using DriverFilter::duplex;
     using DriverFilter::duplexInstalled;
     using DriverFilter::includeBlankPage;
+    using DriverFilter::inputMemory;
     using DriverFilter::ipc;
     using DriverFilter::isSDCJob;
     using DriverFilter::lastCheckTime;
@@ -86,9 +84,6 @@ class OpenDriver : public DriverFilter {
     using DriverFilter::paths;
     using DriverFilter::postCUPSStatus;
     using DriverFilter::printerMemory;
-    using DriverFilter::readFromFD;
-    using DriverFilter::readHeader;
-    using DriverFilter::readHeaderData;
     using DriverFilter::readRetryCount;
     using DriverFilter::reverseData;
     using DriverFilter::selectPagesOfOneCopy;
@@ -98,6 +93,12 @@ class OpenDriver : public DriverFilter {
     using DriverFilter::spoolPages;
     using DriverFilter::unspoolPages;
     using DriverFilter::writeToFD;
+
+    [[nodiscard]] bool copyPageFrom(int from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
+                                    bool &eoj) {
+        PageInput input(from, inputMemory);
+        return DriverFilter::copyPageFrom(input, to, additionalType, paperTray, eoj);
+    }
 
     [[nodiscard]] bool endOfJobAcknowledged() override { return acknowledged(); }
 
@@ -643,117 +644,17 @@ class StreamIOTest : public DriverFilterTest {
     int fd = -1;
 };
 
-TEST_F(StreamIOTest, ReadsHeadersBySizeAndKeepsTheSizeOfATruncatedOne) {
-    struct Case {
-        std::string bytes;
-        bool result;
-        std::int32_t size;
-        std::string message; // the last one logged
-    };
-
-    const std::vector<Case> cases = {
-        {"GDIJ" + std::string(116, 'x'), true, 120, ""},
-        {"GJET" + std::string(148, 'x'), true, 152, ""},
-        {"GDIP" + std::string(60, 'x'), true, 64, ""},
-        {"GDIB" + std::string(28, 'x'), true, 32, ""},
-        {"JIDG", true, 4, ""},
-        {"JIDGmore", true, 4, ""},
-        {"", false, 0, "ASSERT: DriverFilter readHeader: Unable to read header tag"},
-        {"GDI", false, 0, "ASSERT: DriverFilter readHeader: Unable to read header tag"},
-        {"PIDG", false, 0, "ASSERT: DriverFilter readHeader: Unknown header tag (PIDG)"},
-        {"%n%s", false, 0, "ASSERT: DriverFilter readHeader: Unknown header tag (%n%s)"},
-        {"GDIJ" + std::string(115, 'x'), false, 120,
-         "ASSERT: DriverFilter readHeader: Unable to read rest of header"},
-        {"GJET", false, 152, "ASSERT: DriverFilter readHeader: Unable to read rest of header"},
-        {"GDIP1", false, 64, "ASSERT: DriverFilter readHeader: Unable to read rest of header"},
-        {"GDIB" + std::string(27, 'x'), false, 32,
-         "ASSERT: DriverFilter readHeader: Unable to read rest of header"},
-    };
-    OpenDriver *filter = startFile();
-    for (const Case &one : cases) {
-        log.clear();
-        StreamHeader header;
-        std::int32_t size = 99;
-        EXPECT_EQ(filter->readHeader(header, size, fileOf(one.bytes)), one.result) << one.bytes;
-        EXPECT_EQ(size, one.size) << one.bytes;
-        EXPECT_EQ(log.messages().empty() ? "" : log.messages().back(), one.message) << one.bytes;
-        if (one.result) {
-            EXPECT_EQ(std::memcmp(header.data(), one.bytes.data(), static_cast<std::size_t>(one.size)), 0);
-        }
-        driver.reset();
-        filter = startFile(); // which has read nothing ahead
-    }
-}
-
-TEST_F(StreamIOTest, ReadsExactlyWhatIsAskedForAndLogsWhatIsMissing) {
-    OpenDriver *filter = startFile();
-    const int source = fileOf("0123456789");
-    std::string buffer(8, '\0');
-    EXPECT_TRUE(filter->readFromFD(source, buffer.data(), 4));
-    EXPECT_EQ(buffer.substr(0, 4), "0123");
-    log.clear();
-    EXPECT_FALSE(filter->readFromFD(source, buffer.data(), 8));
-    EXPECT_FALSE(filter->readFromFD(-1, buffer.data(), 8));
-    EXPECT_THAT(
-        log.messages(),
-        ElementsAre(
-            "ASSERT: DriverFilter readFromFD: Wanted 2 bytes, got 0 bytes. EOF hit",
-            "ASSERT: DriverFilter readFromFD: Wanted 8 bytes, got -1 bytes. Error: Bad file descriptor"));
-}
-
-TEST_F(StreamIOTest, TheBufferGrowsToExactlyWhatTheLargestBandNeeds) {
-    OpenDriver *filter = startFile();
-    EXPECT_EQ(filter->dataBufferSize, 1048576);
-    const std::int32_t large = 1048576 + 17;
-    const int source = fileOf(std::string(3 * std::size_t{1048576}, 'd'));
-    const auto readBand = [&](std::uint32_t size) {
-        StreamHeader header;
-        BandHeader bandHeader{};
-        bandHeader.MagicNumber = bandHeaderTag;
-        bandHeader.dwCSize = size;
-        header.store(bandHeader);
-        std::int32_t got = -1;
-        EXPECT_TRUE(filter->readHeaderData(header, got, source));
-        return got;
-    };
-    const std::byte *first = filter->dataBuffer.get();
-    EXPECT_EQ(readBand(0), 0);
-    EXPECT_EQ(readBand(1048576), 1048576);
-    EXPECT_EQ(filter->dataBuffer.get(), first);
-    EXPECT_EQ(readBand(large), large);
-    EXPECT_EQ(filter->dataBufferSize, large);
-    const std::byte *grown = filter->dataBuffer.get();
-    EXPECT_EQ(readBand(5), 5);
-    EXPECT_EQ(filter->dataBufferSize, large);
-    EXPECT_EQ(filter->dataBuffer.get(), grown);
-}
-
-TEST_F(StreamIOTest, OnlyBandHeadersAreFollowedByData) {
-    OpenDriver *filter = startFile();
-    const int source = fileOf("");
-    for (const Tag tag : {fileHeaderTag, fileHeaderExTag, pageHeaderTag}) {
-        StreamHeader header;
-        BandHeader bytes{};
-        bytes.MagicNumber = tag;
-        bytes.dwKSize = 100;
-        header.store(bytes);
-        std::int32_t size = 99;
-        EXPECT_TRUE(filter->readHeaderData(header, size, source));
-        EXPECT_EQ(size, 0);
-    }
-}
-
 TEST_F(StreamIOTest, AMissingBufferIsNotTouchedAndMadeAgainWhenNeeded) {
     OpenDriver *filter = start(uri);
     // As a failed allocation leaves it.
-    filter->dataBuffer.reset();
-    filter->dataBufferSize = 0x70000000;
+    filter->inputMemory.dataBuffer.reset();
+    filter->inputMemory.dataBufferSize = 0x70000000;
     received.clear();
     bool eoj = false;
     const std::string page = band(0, false, "") + band(3, true, "abc");
     EXPECT_TRUE(filter->copyPageFrom(fileOf(page + "JIDG"), STDOUT_FILENO, 0, pagesOwnTray, eoj));
     EXPECT_TRUE(received == page);
-    EXPECT_EQ(filter->dataBufferSize, 3);
+    EXPECT_EQ(filter->inputMemory.dataBufferSize, 3);
 }
 
 TEST_F(StreamIOTest, WithAChannelNothingGoesToStandardOutputEvenWhenTheChannelFails) {
@@ -1270,7 +1171,7 @@ TEST_F(DriverFilterTest, AJobOverTheChannelGoesStepByStep) {
     log.clear();
     errors.clear();
     EXPECT_TRUE(filter->run());
-    EXPECT_EQ(filter->dataBuffer, nullptr);
+    EXPECT_EQ(filter->inputMemory.dataBuffer, nullptr);
     driver.reset();
 
     EXPECT_TRUE(received == resetRecord + printed(stream, 0, "1"));
