@@ -11,9 +11,10 @@ int main(int argc, char **argv) {
     std::string problem;
     // What is installed on the machine would be found by programs that find nothing beside themselves.
     if (!testing::GTEST_FLAG(list_tests) &&
-        !(veltrin::test::enterPrivateTmp(problem) &&
+        !(veltrin::test::enterPrivateFolders(problem) &&
           veltrin::test::hideFolder(VELTRIN_INSTALLED_RESOURCES, problem))) {
-        std::cerr << "These tests need a /tmp of their own, which this system refuses: " << problem << '\n';
+        std::cerr << "These tests need a /tmp and a /run of their own, which this system refuses: " << problem
+                  << '\n';
         return EXIT_FAILURE;
     }
     setenv("CUPS_SERVER", veltrin::test::noScheduler, 1);

@@ -14,10 +14,11 @@ namespace veltrin::test {
 
 namespace {
 
-constexpr const char *outerTmp = "/tmp/.outer";
+/// The machine's own folder is seen under this name in its private successor.
+constexpr const char *outer = "/.outer";
 
-bool fail(std::string &problem, const char *step) {
-    problem = std::string(step) + ": " + std::strerror(errno);
+bool fail(std::string &problem, const std::string &step) {
+    problem = step + ": " + std::strerror(errno);
     return false;
 }
 
@@ -36,27 +37,32 @@ bool enterNamespaces(std::string &problem) {
     return true;
 }
 
+bool coverFolder(const std::string &folder, const char *options, std::string &problem) {
+    // Taken before the new folder covers it: a path to it, even one through a descriptor, would lead to the
+    // new one.
+    const int machines =
+        open_tree(AT_FDCWD, folder.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE);
+    if (machines == -1 || mount("tmpfs", folder.c_str(), "tmpfs", 0, options) != 0) {
+        return fail(problem, "mount a private " + folder);
+    }
+    if (mkdir((folder + outer).c_str(), 0700) != 0 ||
+        move_mount(machines, "", AT_FDCWD, (folder + outer).c_str(), MOVE_MOUNT_F_EMPTY_PATH) != 0) {
+        return fail(problem, "keep the machine's " + folder + " in sight");
+    }
+    close(machines);
+    return true;
+}
+
 } // namespace
 
-bool enterPrivateTmp(std::string &problem) {
+bool enterPrivateFolders(std::string &problem) {
     if (!enterNamespaces(problem)) {
         return false;
     }
     if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
         return fail(problem, "make the mounts private");
     }
-    // Taken before the new /tmp covers it: a path to it, even one through a descriptor, would lead to the new
-    // one.
-    const int outer = open_tree(AT_FDCWD, "/tmp", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE);
-    if (outer == -1 || mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") != 0) {
-        return fail(problem, "mount a private /tmp");
-    }
-    if (mkdir(outerTmp, 0700) != 0 ||
-        move_mount(outer, "", AT_FDCWD, outerTmp, MOVE_MOUNT_F_EMPTY_PATH) != 0) {
-        return fail(problem, "keep the machine's /tmp in sight");
-    }
-    close(outer);
-    return true;
+    return coverFolder("/tmp", "mode=1777", problem) && coverFolder("/run", "mode=0755", problem);
 }
 
 bool hideFolder(const std::string &path, std::string &problem) {
@@ -65,7 +71,12 @@ bool hideFolder(const std::string &path, std::string &problem) {
 }
 
 std::string hostPath(const std::string &path) {
-    return path.rfind("/tmp/", 0) == 0 ? outerTmp + path.substr(4) : path;
+    for (const std::string folder : {"/tmp", "/run"}) {
+        if (path.starts_with(folder + "/")) {
+            return folder + outer + path.substr(folder.size());
+        }
+    }
+    return path;
 }
 
 } // namespace veltrin::test
