@@ -4,8 +4,16 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace veltrin::test {
+
+/// The programs that distributions run as their system bus.
+enum class BusKind { daemon, broker };
+
+/// The program that the tests of this process use: dbus-broker where VELTRIN_TEST_BUS is "dbus-broker", else
+/// dbus-daemon.
+[[nodiscard]] BusKind busKind();
 
 /// A message bus of the test's own, in the private /tmp, which stands for the system bus as long as the
 /// object lives. A bus that cannot be started fails the running test.
@@ -50,14 +58,19 @@ class PrivateBus {
     void freeze() const;
     void thaw() const;
 
+    /// The bus itself, last; before it the program that launched it, where there is one.
+    [[nodiscard]] const std::vector<pid_t> &processIds() const { return processes; }
+
     /// The most memory that the bus has used since its start, in bytes.
     [[nodiscard]] std::size_t peakMemory() const;
 
   private:
     void start(const std::string &configuration);
+    void startDaemon(const std::string &configurationFile);
+    void startBroker(const std::string &configurationFile);
 
     std::string directory;
-    pid_t process = -1;
+    std::vector<pid_t> processes;
 };
 
 /// The most memory a process has used since its start or since its mark was last reset, in bytes.
