@@ -94,8 +94,8 @@ std::optional<int> resultAs(const User &user, const std::function<int()> &check)
     return WEXITSTATUS(status);
 }
 
-TEST(BusPolicyTest, LetsOnlyRootAndTheSchedulersUserTakePart) {
-    const test::PrivateBus bus(installedPolicy());
+/// What ends of each user hear of each other.
+void expectOnlyTheseUsersToTakePart() {
     for (const User &user : users()) {
         const auto heard = resultAs(
             user, [&user] { return static_cast<int>(whatEndsHear(user.takesPart ? longEnough : briefly)); });
@@ -116,6 +116,27 @@ TEST(BusPolicyTest, LetsOnlyRootAndTheSchedulersUserClaimAPrinter) {
         });
         EXPECT_EQ(isGranted.value_or(user.takesPart ? 1 : 0), user.takesPart ? 1 : 0) << user.id;
     }
+}
+
+TEST(BusPolicyTest, LetsOnlyRootAndTheSchedulersUserTakePart) {
+    const test::PrivateBus bus(installedPolicy());
+    expectOnlyTheseUsersToTakePart();
+}
+
+/// Rules behind the installed ones, for everybody.
+std::string installedPolicyAnd(const std::string &rules) {
+    return installedPolicy() + "<policy context=\"default\">" + rules + "</policy>";
+}
+
+TEST(BusPolicyTest, LetsNobodyElseSendEvenToThoseWhoMayReceive) {
+    const test::PrivateBus bus(
+        installedPolicyAnd(R"(<allow receive_interface="org.veltrin.Notifications1"/>)"));
+    expectOnlyTheseUsersToTakePart();
+}
+
+TEST(BusPolicyTest, LetsNobodyElseReceiveEvenFromThoseWhoMaySend) {
+    const test::PrivateBus bus(installedPolicyAnd(R"(<allow send_interface="org.veltrin.Notifications1"/>)"));
+    expectOnlyTheseUsersToTakePart();
 }
 
 } // namespace

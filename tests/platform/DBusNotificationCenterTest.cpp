@@ -23,6 +23,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -515,6 +516,28 @@ std::chrono::milliseconds durationOf(const std::function<void()> &deed) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - start);
 }
 
+/// What the deed costs this process.
+std::chrono::milliseconds processorTimeOf(const std::function<void()> &deed) {
+    const std::clock_t start = std::clock();
+    deed();
+    return std::chrono::milliseconds((std::clock() - start) * 1000 / CLOCKS_PER_SEC);
+}
+
+TEST_F(DBusNotificationCenterTest, WaitsWithoutUsingTheProcessor) {
+    const auto frontend = makeFrontend();
+    BusClient backend(backendName);
+    EXPECT_LT(processorTimeOf([&] { frontend->center->turn(500ms); }), 250ms);
+    introduce(*frontend, backend);
+    for (int i = 0; i < 16; ++i) {
+        frontend->post("writePipe", patternOf(16));
+    }
+    int questions = 0;
+    frontend->isCancelled = [&] { return ++questions > 5; }; // half a second
+    EXPECT_LT(processorTimeOf([&] { frontend->post("writePipe", patternOf(16)); }), 250ms);
+    bus.kill();
+    EXPECT_LT(processorTimeOf([&] { frontend->center->turn(500ms); }), 250ms);
+}
+
 TEST_F(DBusNotificationCenterTest, ATurnLastsItsTimeWhereNothingComes) {
     const auto frontend = makeFrontend();
     frontend->center->turn(10ms);
@@ -535,6 +558,29 @@ TEST_F(DBusNotificationCenterTest, ATurnEndsWithOneNotification) {
     for (std::size_t i = 1; i <= 3; ++i) {
         EXPECT_LT(durationOf([&] { frontend->center->turn(10s); }), 5s);
         EXPECT_EQ(frontend->received.size(), i);
+    }
+}
+
+TEST_F(DBusNotificationCenterTest, ATurnGoesOnBehindWhatItDrops) {
+    const std::string path = notificationPath(frontendName);
+    const std::vector<BusClient::Arguments> table = {
+        [](sd_bus_message *) {},
+        withData([](sd_bus_message *message) { sd_bus_message_append(message, "v", "s", "GDIR"); }),
+        notificationArguments(frontendName + "x", "readPipe"),
+    };
+    for (const auto &dropped : table) {
+        const auto frontend = makeFrontend();
+        BusClient backend(backendName);
+        introduce(*frontend, backend);
+        backend.signal(path, dropped);
+        backend.waitForBus();
+        EXPECT_GE(durationOf([&] { frontend->center->turn(150ms); }), 149ms);
+        EXPECT_EQ(frontend->reports.size(), 1U);
+        backend.signal(path, dropped);
+        backend.signal(path, notificationArguments(frontendName, "readPipe"));
+        backend.waitForBus();
+        EXPECT_LT(durationOf([&] { frontend->center->turn(10s); }), 5s);
+        EXPECT_THAT(frontend->objects(), ElementsAre("readPipe"));
     }
 }
 
@@ -1708,6 +1754,22 @@ TEST(OnANarrowBus, SignalsToWhoeverDoesNotReadAreLostWithoutAWordAndCallsAreNot)
     EXPECT_LT(backend.received.size(), signals);
 }
 
+TEST(OnANarrowBus, WhoeverHasLeftTakesUpNoneOfItsMatches) {
+    const PrivateBus bus(openPolicyWith("max_match_rules_per_connection", 64));
+    const auto frontend = makeFrontend();
+    const auto heard = [&](std::size_t count) {
+        return runUntil([&] { return frontend->received.size() == count; }, {turning(*frontend)});
+    };
+    for (std::size_t clients = 1; clients <= 100; ++clients) {
+        auto client = std::make_unique<BusClient>(backendName);
+        client->signal(notificationPath(frontendName), notificationArguments(frontendName, "backend-alive"));
+        ASSERT_TRUE(heard(2 * clients - 1));
+        client.reset();
+        ASSERT_TRUE(heard(2 * clients)) << "its goodbye";
+    }
+    EXPECT_THAT(frontend->reports, IsEmpty());
+}
+
 // ---- Connecting
 
 NotificationCenterClient indifferentClient() {
@@ -1754,11 +1816,14 @@ class ListeningSocket {
 TEST(DBusConnectionTest, GivesABusFiveSecondsToLetItIn) {
     const ListeningSocket silent;
     std::string problem;
-    const auto taken = durationOf(
-        [&] { EXPECT_EQ(DBusNotificationCenter::connect(indifferentClient(), problem), nullptr); });
+    const auto processorTime = processorTimeOf([&] {
+        const auto taken = durationOf(
+            [&] { EXPECT_EQ(DBusNotificationCenter::connect(indifferentClient(), problem), nullptr); });
+        EXPECT_GE(taken, 4900ms);
+        EXPECT_LT(taken, 8s);
+    });
     EXPECT_EQ(problem, "the system bus did not let us in within 5 seconds");
-    EXPECT_GE(taken, 4900ms);
-    EXPECT_LT(taken, 8s);
+    EXPECT_LT(processorTime, 1s) << "it waits";
 }
 
 TEST(DBusConnectionTest, SaysThatTheBusClosedTheConnection) {
