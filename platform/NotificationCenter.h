@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -112,6 +114,10 @@ struct NotificationCenterClient {
     /// Takes the name of each notification that passes by for all to hear and that nobody observes here,
     /// one's own included; from whomever, so it is good for a hint only. Nothing where nobody wants to know.
     std::function<void(const std::string &name)> overheard = nullptr;
+
+    /// What is against hearing a process that has sent a notification; empty where nothing is. Nothing where
+    /// any process will do.
+    std::function<std::string(pid_t process)> objectionTo = nullptr;
 };
 
 } // namespace veltrin::platform

@@ -356,20 +356,27 @@ void DBusNotificationCenter::inquire(Sender &sender) {
         sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
     sender.departure.reset(slot);
     if (result < 0) {
-        refuseSender(sender, "its user cannot be asked for: " + textOf(result));
+        refuseSender(sender, "the bus cannot be asked who it is: " + textOf(result));
     } else {
         askForUser(sender);
     }
 }
 
 void DBusNotificationCenter::askForUser(Sender &sender) {
+    ask(sender, "GetConnectionUnixUser", userToldOf);
+}
+
+void DBusNotificationCenter::askForProcess(Sender &sender) {
+    ask(sender, "GetConnectionUnixProcessID", processToldOf);
+}
+
+void DBusNotificationCenter::ask(Sender &sender, const char *question, sd_bus_message_handler_t take) {
     sd_bus_slot *slot = nullptr;
-    const int result =
-        sd_bus_call_method_async(bus.get(), &slot, busName, busPath, busName, "GetConnectionUnixUser",
-                                 userToldOf, &sender, "s", sender.uniqueName.c_str());
+    const int result = sd_bus_call_method_async(bus.get(), &slot, busName, busPath, busName, question, take,
+                                                &sender, "s", sender.uniqueName.c_str());
     sender.inquiry.reset(slot);
     if (result < 0) {
-        refuseSender(sender, "its user cannot be asked for: " + textOf(result));
+        refuseSender(sender, "the bus cannot be asked who it is: " + textOf(result));
     }
 }
 
@@ -383,22 +390,50 @@ int DBusNotificationCenter::userToldOf(sd_bus_message *reply, void *sender,
                                        sd_bus_error * /*error*/) noexcept {
     Sender &asked = *static_cast<Sender *>(sender);
     if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
-        asked.center.judge(asked, reply);
+        asked.center.judgeUser(asked, reply);
     } else {
         asked.center.askForUser(asked); // somebody else has answered in the bus's place
     }
     return 1;
 }
 
-void DBusNotificationCenter::judge(Sender &sender, sd_bus_message *reply) {
+int DBusNotificationCenter::processToldOf(sd_bus_message *reply, void *sender,
+                                          sd_bus_error * /*error*/) noexcept {
+    Sender &asked = *static_cast<Sender *>(sender);
+    if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
+        asked.center.judgeProcess(asked, reply);
+    } else {
+        asked.center.askForProcess(asked);
+    }
+    return 1;
+}
+
+void DBusNotificationCenter::judgeUser(Sender &sender, sd_bus_message *reply) {
     std::uint32_t user = 0;
     if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sd_bus_message_read(reply, "u", &user) <= 0) {
         refuseSender(sender, "the bus does not tell its user");
-    } else if (acceptsUser(user)) {
-        sender.verdict = Verdict::accepted;
-    } else {
+    } else if (!acceptsUser(user)) {
         refuseSender(sender,
                      "the user " + nameOf(user) + " may not take part with the user " + nameOf(geteuid()));
+    } else if (client.objectionTo) {
+        askForProcess(sender);
+    } else {
+        sender.verdict = Verdict::accepted;
+    }
+}
+
+/// A process that the bus cannot name, in another namespace say, is heard: its user is a trusted one.
+void DBusNotificationCenter::judgeProcess(Sender &sender, sd_bus_message *reply) {
+    std::uint32_t process = 0;
+    std::string objection;
+    if (sd_bus_message_is_method_error(reply, nullptr) == 0 &&
+        sd_bus_message_read(reply, "u", &process) > 0) {
+        objection = client.objectionTo(static_cast<pid_t>(process));
+    }
+    if (objection.empty()) {
+        sender.verdict = Verdict::accepted;
+    } else {
+        refuseSender(sender, objection);
     }
 }
 

@@ -91,7 +91,7 @@ class DBusNotificationCenter final : public NotificationCenter {
         std::string uniqueName;
         Verdict verdict = Verdict::pending;
         Slot departure;      // the match for its leaving the bus
-        Slot inquiry;        // the question for its user
+        Slot inquiry;        // the question for its user or its process
         std::string refusal; // why it is refused
     };
 
@@ -132,14 +132,18 @@ class DBusNotificationCenter final : public NotificationCenter {
     static int claimAnswered(sd_bus_message *reply, void *center, sd_bus_error *error) noexcept;
     static int nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_error *error) noexcept;
     static int userToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
+    static int processToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
     static int answered(sd_bus_message *reply, void *call, sd_bus_error *error) noexcept;
 
     int receive(sd_bus_message *message);
     Sender &senderNamed(const std::string &uniqueName);
     void inquire(Sender &sender);
     void askForUser(Sender &sender);
+    void askForProcess(Sender &sender);
+    void ask(Sender &sender, const char *question, sd_bus_message_handler_t take);
     void refuseSender(Sender &sender, const std::string &reason) const;
-    void judge(Sender &sender, sd_bus_message *reply);
+    void judgeUser(Sender &sender, sd_bus_message *reply);
+    void judgeProcess(Sender &sender, sd_bus_message *reply);
 
     void overhear(sd_bus_message *message) const;
 

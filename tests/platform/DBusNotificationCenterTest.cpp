@@ -874,6 +874,41 @@ TEST_F(DBusNotificationCenterTest, RefusesPeersOfAnotherUser) {
     EXPECT_EQ(frontend->reports.size(), 1U) << "a stranger is reported once";
 }
 
+TEST_F(DBusNotificationCenterTest, HearsNoProcessThatItsOwnerObjectsTo) {
+    std::vector<pid_t> asked;
+    std::vector<std::string> objections = {"it is another's", ""};
+    std::vector<std::string> reports;
+    std::string problem;
+    const auto backend = DBusNotificationCenter::connect(
+        {.isCancelled = [] { return false; },
+         .report = [&reports](const std::string &line) { reports.push_back(line); },
+         .objectionTo =
+             [&](pid_t process) {
+                 asked.push_back(process);
+                 return asked.size() <= objections.size() ? objections[asked.size() - 1] : "asked too often";
+             }},
+        problem);
+    ASSERT_NE(backend, nullptr) << problem;
+    std::vector<std::string> received;
+    backend->startObserving(backendName, frontendCommands, [&](const Notification &notification) {
+        received.push_back(notification.object.value_or(""));
+    });
+    const std::function<void()> turn = [&] { backend->turn(1ms); };
+
+    const auto stranger = makeFrontend();
+    stranger->post("fronted-alive");
+    ASSERT_TRUE(runUntil([&] { return !reports.empty(); }, {turn}));
+    EXPECT_THAT(reports, ElementsAre(testing::EndsWith(": it is another's")));
+    EXPECT_THAT(received, IsEmpty());
+
+    const auto own = makeFrontend();
+    own->post("fronted-alive");
+    ASSERT_TRUE(runUntil([&] { return !received.empty(); }, {turn}));
+    EXPECT_THAT(received, ElementsAre("fronted-alive"));
+    EXPECT_THAT(asked, ElementsAre(getpid(), getpid()));
+    EXPECT_EQ(reports.size(), 1U);
+}
+
 // ---- Strangers who speak in another's name
 
 /// On a bus that lets everybody answer what others were asked, which no system bus does, and dbus-broker

@@ -39,7 +39,7 @@ Command PrinterFixture::filterCommand(const FilterJob &job) const {
     std::filesystem::remove("/tmp/job"); // which a filter may still be reading
     writeFile("/tmp/job", job.stream);
     Command command{job.program.empty() ? hostPath(VELTRIN_FILTER) : job.program,
-                    {"Queue", "7", "user", "title", "1", job.options}};
+                    {"Queue", job.id, "user", "title", "1", job.options}};
     command.environment = {{"CUPS_SERVER", noScheduler},
                            {"DEVICE_URI", uri},
                            {"LANG", "C"},

@@ -17,6 +17,7 @@ namespace veltrin::test {
 
 /// A job as the scheduler hands it to the filter.
 struct FilterJob {
+    std::string id = "7";
     std::string stream = makeStream(StreamOptions());
     std::string options = {};
     std::string program = {}; ///< without: the filter of the build tree

@@ -734,6 +734,22 @@ TEST_F(PrinterAsBackend, AsksForAnotherTryWhereThePrinterWasBusyAllTheTime) {
     EXPECT_EQ(first.finish().exitStatus, 0);
 }
 
+TEST_F(PrinterAsBackend, LeavesTheFilterOfAnotherJobToItsOwnBackend) {
+    test::Process first(backendCommand());
+    ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
+    startBackend({"8", "user", "title", "1", ""});
+    ASSERT_TRUE(says("INFO: Waiting for another job"));
+    startFilter({.id = "8"});
+    ASSERT_TRUE(first.waitUntil(
+        [&] { return first.errors().find(": it is the filter of job 8\n") != std::string::npos; }));
+    first.closeInput();
+    EXPECT_EQ(first.finish().exitStatus, 1) << "there was no filter of its own";
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->closeInput();
+    EXPECT_EQ(printer->finish().exitStatus, 0);
+    EXPECT_THAT(printer->errors(), HasSubstr("job 1 whole"));
+}
+
 TEST_F(PrinterAsBackend, TakesScenarioAndFilesFromItsUri) {
     uri = std::string("veltrin-printer:/lx-520n?scenario=empty-tray&output=") + outputFile +
           "&report=%2Ftmp%2Freport.json";

@@ -18,6 +18,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <string_view>
 #include <vector>
@@ -69,6 +70,27 @@ std::optional<unsigned> numberIn(std::string_view text) {
     return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
+/// The job that the scheduler has given a backend or filter, told by its arguments; nothing where these are
+/// not the scheduler's.
+std::optional<unsigned> jobOf(std::span<const std::string_view> arguments) {
+    return arguments.size() == 6 || arguments.size() == 7 ? numberIn(arguments[1]) : std::nullopt;
+}
+
+std::vector<std::string_view> argumentsOf(int argc, const char *const *argv) {
+    return {argv, argv + argc};
+}
+
+/// The same of a running process, which this one may not be allowed to look at.
+std::optional<unsigned> jobOf(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/cmdline", std::ios::binary);
+    std::vector<std::string> arguments;
+    for (std::string argument; std::getline(file, argument, '\0');) {
+        arguments.push_back(argument);
+    }
+    const std::vector<std::string_view> views(arguments.begin(), arguments.end());
+    return jobOf(views);
+}
+
 /// Reads what is there, without waiting. Returns whether there may be more to come.
 template <typename Take>
 bool readAvailable(int fd, Take take) {
@@ -93,9 +115,9 @@ bool isAtEnd(int fd) {
 
 class BackendJob {
   public:
-    BackendJob(std::string deviceUri, const PrinterUri &files, Scenario played,
+    BackendJob(unsigned idOfJob, std::string deviceUri, const PrinterUri &files, Scenario played,
                platform::Platform &channelPlatform)
-        : uri(std::move(deviceUri)), scenario(std::move(played)), platform(channelPlatform),
+        : jobId(idOfJob), uri(std::move(deviceUri)), scenario(std::move(played)), platform(channelPlatform),
           outputName(files.outputFile), reportName(files.reportFile) {}
 
     /// The job of a filter, by the channel; what comes on standard input instead is the printer's, too.
@@ -112,6 +134,7 @@ class BackendJob {
                                   .scenario = scenario,
                                   .listener = listening,
                                   .waitsForOther = [this] { return waitForOther(); },
+                                  .objectionTo = [this](pid_t process) { return objectionTo(process); },
                                   .goOn = [this](VirtualPrinter &printer,
                                                  PrinterTime now) { return goOn(printer, now); }});
         std::string problem;
@@ -192,6 +215,14 @@ class BackendJob {
         return !endWanted() && !isAtEnd(STDIN_FILENO);
     }
 
+    /// The filters of two queues with one device URI call the same backend, whichever of theirs it is.
+    /// Another job's has a backend of its own to wait for, which would find nothing to print if this one took
+    /// the job.
+    [[nodiscard]] std::string objectionTo(pid_t process) const {
+        const std::optional<unsigned> other = jobOf(process);
+        return other && *other != jobId ? "it is the filter of job " + std::to_string(*other) : "";
+    }
+
     bool goOn(VirtualPrinter &printer, PrinterTime now) {
         const bool isDue = pace.isDue(now);
         if (isWaiting) {
@@ -232,6 +263,7 @@ class BackendJob {
         return (!jobs.empty() && allWhole) || cancelled || endWanted() ? backendOk : backendFailed;
     }
 
+    unsigned jobId;
     std::string uri;
     Scenario scenario;
     platform::Platform &platform;
@@ -256,7 +288,7 @@ BackendRole backendRole(int argc, const char *const *argv) {
     if (argc == 1) {
         return BackendRole::discovery;
     }
-    return (argc == 6 || argc == 7) && numberIn(argv[1]) ? BackendRole::job : BackendRole::none;
+    return jobOf(argumentsOf(argc, argv)) ? BackendRole::job : BackendRole::none;
 }
 
 std::string discoveryLines() {
@@ -290,7 +322,7 @@ int runBackendJob(int argc, const char *const *argv, platform::Platform &platfor
         std::cerr << "ERROR: " + problem + "\n";
         return backendFailed;
     }
-    BackendJob job(uri, *parsed, std::move(*scenario), platform);
+    BackendJob job(*jobOf(argumentsOf(argc, argv)), uri, *parsed, std::move(*scenario), platform);
     return argc == 7 ? job.runFromFile(argv[6], *copies) : job.runFromFilter();
 }
 

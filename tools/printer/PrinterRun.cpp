@@ -136,7 +136,8 @@ PrinterRun::Opening PrinterRun::open(std::string &problem) {
     center =
         platform.makeNotificationCenter({.isCancelled = endWanted,
                                          .report = [this](const std::string &line) { tell("! " + line); },
-                                         .overheard = [this](const std::string &name) { overheard(name); }},
+                                         .overheard = [this](const std::string &name) { overheard(name); },
+                                         .objectionTo = wishes.objectionTo},
                                         problem);
     if (!center) {
         return Opening::impossible;

@@ -4,6 +4,8 @@
 #include "tools/printer/JobReport.h"
 #include "tools/printer/VirtualPrinter.h"
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -30,6 +32,8 @@ class PrinterRun {
         /// Asked about ten times a second while another backend serves the URI. Returns whether to wait on;
         /// without it that is a problem at once.
         std::function<bool()> waitsForOther = nullptr;
+        /// What is against serving a process; empty where nothing is. Without it every host is served.
+        std::function<std::string(pid_t process)> objectionTo = nullptr;
         /// Whether to go on when the bus is lost, and to come back once it is there again.
         bool stays = false;
         /// Called at every turn, about ten times a second and more while something happens. Returns whether
