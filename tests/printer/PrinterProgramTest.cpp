@@ -750,6 +750,35 @@ TEST_F(PrinterAsBackend, LeavesTheFilterOfAnotherJobToItsOwnBackend) {
     EXPECT_THAT(printer->errors(), HasSubstr("job 1 whole"));
 }
 
+TEST_F(PrinterAsBackend, LeavesTheFilesAloneWhileItWaits) {
+    uri = std::string("veltrin-printer:/lx-520n?output=") + outputFile + "&report=" + reportFile;
+    test::writeFile(reportFile, "the report before");
+    test::Process first(backendCommand());
+    ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    const std::string printed = readFile(outputFile);
+    EXPECT_EQ(printed, afterReset(streamForPrinter()));
+    EXPECT_EQ(readFile(reportFile), "");
+
+    startBackend({"8", "user", "title", "1", ""});
+    ASSERT_TRUE(says("INFO: Waiting for another job"));
+    EXPECT_EQ(readFile(outputFile), printed);
+    first.closeInput();
+    EXPECT_EQ(first.finish().exitStatus, 0);
+    ASSERT_TRUE(says("INFO: Printing.\n"));
+    EXPECT_EQ(readFile(outputFile), "");
+
+    test::Process third(backendCommand({"9", "user", "title", "1", ""}));
+    ASSERT_TRUE(third.waitUntil([&] { return third.errors().find("INFO: Waiting") != std::string::npos; }));
+    test::writeFile(reportFile, "the report of another");
+    third.closeInput();
+    EXPECT_FALSE(third.finish().timedOut);
+    EXPECT_EQ(readFile(reportFile), "the report of another");
+    printer->closeInput();
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+}
+
 TEST_F(PrinterAsBackend, TakesScenarioAndFilesFromItsUri) {
     uri = std::string("veltrin-printer:/lx-520n?scenario=empty-tray&output=") + outputFile +
           "&report=%2Ftmp%2Freport.json";

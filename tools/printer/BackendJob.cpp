@@ -139,7 +139,7 @@ class BackendJob {
                                                  PrinterTime now) { return goOn(printer, now); }});
         std::string problem;
         const bool served = run.run(problem);
-        const bool reported = writeReport(run.virtualPrinter().printer());
+        const bool reported = !isPrinterOurs || writeReport(run.virtualPrinter().printer());
         if (served) {
             return reported ? exitStatus() : backendFailed;
         }
@@ -159,6 +159,7 @@ class BackendJob {
         if (!areFilesFine()) {
             return backendFailed;
         }
+        takePrinter();
         VirtualPrinter printer(scenario, listener());
         for (unsigned copy = 0; copy < copies && !endWanted(); ++copy) {
             const int fd = open(path, O_RDONLY | O_CLOEXEC);
@@ -223,8 +224,18 @@ class BackendJob {
         return other && *other != jobId ? "it is the filter of job " + std::to_string(*other) : "";
     }
 
+    /// From now on the files are this job's. Another one that has the same may have written them until now.
+    void takePrinter() {
+        isPrinterOurs = true;
+        output.drop();
+        reportFile.drop();
+    }
+
     bool goOn(VirtualPrinter &printer, PrinterTime now) {
         const bool isDue = pace.isDue(now);
+        if (!isPrinterOurs) {
+            takePrinter();
+        }
         if (isWaiting) {
             isWaiting = false;
             messages.add("INFO: Printing.");
@@ -270,14 +281,15 @@ class BackendJob {
     std::string outputName;
     std::string reportName;
     // The scheduler may run this as root, and others may put links into folders for all.
-    OutputFile output{outputName, OutputFile::Links::refused};
-    OutputFile reportFile{reportName, OutputFile::Links::refused};
+    OutputFile output{outputName, OutputFile::Links::refused, OutputFile::Contents::kept};
+    OutputFile reportFile{reportName, OutputFile::Links::refused, OutputFile::Contents::kept};
     LineOutput messages{STDERR_FILENO};
     Pace pace;
     bool sourceOpen = true;
     PrinterTime lastHeard{};
     std::optional<PrinterTime> cancelled;
     bool isWaiting = false; ///< until another backend has left the printer
+    bool isPrinterOurs = false;
     std::vector<JobReport> jobs;
     bool allWhole = true;
 };

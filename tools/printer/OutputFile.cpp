@@ -8,11 +8,19 @@
 
 namespace veltrin {
 
-OutputFile::OutputFile(const std::string &path, Links links) {
+OutputFile::OutputFile(const std::string &path, Links links, Contents contents) {
     if (!path.empty()) {
         const int refusal = links == Links::refused ? O_NOFOLLOW : 0;
-        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | refusal, 0666);
+        const int dropping = contents == Contents::dropped ? O_TRUNC : 0;
+        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | dropping | refusal, 0666);
         failure = fd == -1 ? errno : 0;
+    }
+}
+
+void OutputFile::drop() {
+    // What is no regular file has nothing to drop.
+    if (fd != -1 && ftruncate(fd, 0) != 0 && errno != EINVAL && failure == 0) {
+        failure = errno;
     }
 }
 
