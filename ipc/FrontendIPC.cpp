@@ -1,6 +1,7 @@
 #include "ipc/FrontendIPC.h"
 
 #include "log/DebugLog.h"
+#include "platform/SchedulerJob.h"
 
 #include <chrono>
 #include <exception>
@@ -57,7 +58,8 @@ bool FrontendIPC::announce(platform::Platform &platform, std::function<bool()> i
     std::string problem;
     center = platform.makeNotificationCenter(
         {std::move(isCancelled),
-         [](const std::string &line) { CPSDebugLog("FrontendIPC: %s", line.c_str()); }},
+         [](const std::string &line) { CPSDebugLog("FrontendIPC: %s", line.c_str()); }, nullptr,
+         platform::objectionToPeer},
         problem);
     if (!center) {
         CPSDebugLog("FrontendIPC initWithPortName: no notification center: %s", problem.c_str());

@@ -741,13 +741,33 @@ TEST_F(PrinterAsBackend, LeavesTheFilterOfAnotherJobToItsOwnBackend) {
     ASSERT_TRUE(says("INFO: Waiting for another job"));
     startFilter({.id = "8"});
     ASSERT_TRUE(first.waitUntil(
-        [&] { return first.errors().find(": it is the filter of job 8\n") != std::string::npos; }));
+        [&] { return first.errors().find(": it works for job 8, not 7\n") != std::string::npos; }));
     first.closeInput();
     EXPECT_EQ(first.finish().exitStatus, 1) << "there was no filter of its own";
     EXPECT_EQ(finishFilter().exitStatus, 0);
     printer->closeInput();
     EXPECT_EQ(printer->finish().exitStatus, 0);
     EXPECT_THAT(printer->errors(), HasSubstr("job 1 whole"));
+}
+
+TEST_F(PrinterAsBackend, IsNotHeardByTheFilterOfAnotherJob) {
+    startFilter({.id = "8"});
+    awaitLog("FrontendIPC sendData: waiting for backend alive...");
+    test::Process first(backendCommand());
+    const auto isRefused = [] {
+        const std::vector<std::string> messages = log();
+        return std::any_of(messages.begin(), messages.end(), [](const std::string &message) {
+            return message.starts_with("FrontendIPC: refused ") &&
+                   message.ends_with(": it works for job 7, not 8");
+        });
+    };
+    ASSERT_TRUE(filter->waitUntil(isRefused));
+    first.closeInput();
+    EXPECT_EQ(first.finish().exitStatus, 1) << "there was no filter of its own";
+    startBackend({"8", "user", "title", "1", ""});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->closeInput();
+    EXPECT_EQ(printer->finish().exitStatus, 0);
 }
 
 TEST_F(PrinterAsBackend, LeavesTheFilesAloneWhileItWaits) {

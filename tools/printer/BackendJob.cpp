@@ -1,5 +1,6 @@
 #include "tools/printer/BackendJob.h"
 
+#include "platform/SchedulerJob.h"
 #include "status/MediaNames.h"
 #include "tools/printer/LineOutput.h"
 #include "tools/printer/OutputFile.h"
@@ -18,7 +19,6 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <string_view>
 #include <vector>
@@ -70,27 +70,6 @@ std::optional<unsigned> numberIn(std::string_view text) {
     return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
-/// The job that the scheduler has given a backend or filter, told by its arguments; nothing where these are
-/// not the scheduler's.
-std::optional<unsigned> jobOf(std::span<const std::string_view> arguments) {
-    return arguments.size() == 6 || arguments.size() == 7 ? numberIn(arguments[1]) : std::nullopt;
-}
-
-std::vector<std::string_view> argumentsOf(int argc, const char *const *argv) {
-    return {argv, argv + argc};
-}
-
-/// The same of a running process, which this one may not be allowed to look at.
-std::optional<unsigned> jobOf(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/cmdline", std::ios::binary);
-    std::vector<std::string> arguments;
-    for (std::string argument; std::getline(file, argument, '\0');) {
-        arguments.push_back(argument);
-    }
-    const std::vector<std::string_view> views(arguments.begin(), arguments.end());
-    return jobOf(views);
-}
-
 /// Reads what is there, without waiting. Returns whether there may be more to come.
 template <typename Take>
 bool readAvailable(int fd, Take take) {
@@ -115,9 +94,9 @@ bool isAtEnd(int fd) {
 
 class BackendJob {
   public:
-    BackendJob(unsigned idOfJob, std::string deviceUri, const PrinterUri &files, Scenario played,
+    BackendJob(std::string deviceUri, const PrinterUri &files, Scenario played,
                platform::Platform &channelPlatform)
-        : jobId(idOfJob), uri(std::move(deviceUri)), scenario(std::move(played)), platform(channelPlatform),
+        : uri(std::move(deviceUri)), scenario(std::move(played)), platform(channelPlatform),
           outputName(files.outputFile), reportName(files.reportFile) {}
 
     /// The job of a filter, by the channel; what comes on standard input instead is the printer's, too.
@@ -134,7 +113,9 @@ class BackendJob {
                                   .scenario = scenario,
                                   .listener = listening,
                                   .waitsForOther = [this] { return waitForOther(); },
-                                  .objectionTo = [this](pid_t process) { return objectionTo(process); },
+                                  // Two queues with one device URI: the other's filter has a backend of
+                                  // its own to wait for, which would find nothing to print.
+                                  .objectionTo = platform::objectionToPeer,
                                   .goOn = [this](VirtualPrinter &printer,
                                                  PrinterTime now) { return goOn(printer, now); }});
         std::string problem;
@@ -216,14 +197,6 @@ class BackendJob {
         return !endWanted() && !isAtEnd(STDIN_FILENO);
     }
 
-    /// The filters of two queues with one device URI call the same backend, whichever of theirs it is.
-    /// Another job's has a backend of its own to wait for, which would find nothing to print if this one took
-    /// the job.
-    [[nodiscard]] std::string objectionTo(pid_t process) const {
-        const std::optional<unsigned> other = jobOf(process);
-        return other && *other != jobId ? "it is the filter of job " + std::to_string(*other) : "";
-    }
-
     /// From now on the files are this job's. Another one that has the same may have written them until now.
     void takePrinter() {
         isPrinterOurs = true;
@@ -274,7 +247,6 @@ class BackendJob {
         return (!jobs.empty() && allWhole) || cancelled || endWanted() ? backendOk : backendFailed;
     }
 
-    unsigned jobId;
     std::string uri;
     Scenario scenario;
     platform::Platform &platform;
@@ -300,7 +272,8 @@ BackendRole backendRole(int argc, const char *const *argv) {
     if (argc == 1) {
         return BackendRole::discovery;
     }
-    return jobOf(argumentsOf(argc, argv)) ? BackendRole::job : BackendRole::none;
+    const std::vector<std::string_view> arguments(argv, argv + argc);
+    return platform::schedulerJob(arguments) ? BackendRole::job : BackendRole::none;
 }
 
 std::string discoveryLines() {
@@ -334,7 +307,7 @@ int runBackendJob(int argc, const char *const *argv, platform::Platform &platfor
         std::cerr << "ERROR: " + problem + "\n";
         return backendFailed;
     }
-    BackendJob job(*jobOf(argumentsOf(argc, argv)), uri, *parsed, std::move(*scenario), platform);
+    BackendJob job(uri, *parsed, std::move(*scenario), platform);
     return argc == 7 ? job.runFromFile(argv[6], *copies) : job.runFromFilter();
 }
 
