@@ -32,7 +32,7 @@ using namespace std::chrono_literals;
 /// The exit statuses that CUPS knows and that are of use here.
 constexpr int backendOk = 0;
 constexpr int backendFailed = 1;
-constexpr int backendRetry = 6; // later, and other jobs may go first
+constexpr int backendRetryCurrent = 7; // at once, and as often as it takes
 
 /// How long the channel may be silent once the filter's output has ended: the filter is gone by then, and its
 /// goodbye is on the way or will never come.
@@ -128,8 +128,9 @@ class BackendJob {
             return backendOk;
         }
         if (isWaiting) {
-            messages.add("ERROR: The printer was busy with another job. This one will be tried again.");
-            return backendRetry;
+            // A retry after a pause would be one of a few: the scheduler then aborts the job.
+            messages.add("INFO: Still waiting for another job to leave the printer.");
+            return backendRetryCurrent;
         }
         messages.add("ERROR: " + problem);
         return backendFailed;

@@ -22,7 +22,8 @@ enum class BackendRole {
 [[nodiscard]] std::string discoveryLines();
 
 /// Takes one job, for the printer of the device URI in DEVICE_URI or, without that, in argv[0]. Returns the
-/// backend's exit status: 0, or 1 where the job has not been printed.
+/// backend's exit status: 0, 1 where the job has not been printed, or 7 where it is to be tried again at
+/// once.
 [[nodiscard]] int runBackendJob(int argc, const char *const *argv, platform::Platform &platform);
 
 } // namespace veltrin
