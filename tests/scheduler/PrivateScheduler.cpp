@@ -23,6 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char *filterName = "veltrin";
+constexpr const char *backendName = "veltrin-printer";
 
 constexpr const char *filesConfiguration = R"(FileDevice Yes
 User @USER@
@@ -37,7 +38,7 @@ TempDir @ROOT@/spool/tmp
 ErrorLog @ROOT@/log/error_log
 AccessLog @ROOT@/log/access_log
 PageLog @ROOT@/log/page_log
-)";
+@BUS@)";
 
 constexpr const char *schedulerConfiguration = R"(Listen @ROOT@/socket
 LogLevel debug
@@ -46,6 +47,7 @@ Browsing No
 WebInterface No
 DefaultAuthType None
 JobKillDelay 20
+JobRetryLimit 1
 <Location />
   Order allow,deny
   Allow all
@@ -67,6 +69,12 @@ std::string filterGroup() {
     return geteuid() == 0 ? "lp" : getgrgid(getegid())->gr_name;
 }
 
+/// Tells the scheduler to pass the test's bus on to filters and backends.
+std::string busConfiguration() {
+    const char *address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    return address == nullptr ? "" : "SetEnv DBUS_SYSTEM_BUS_ADDRESS " + std::string(address) + "\n";
+}
+
 /// Started by root, the scheduler runs only filters that nobody but root can change.
 void copyAsInstalled(const fs::path &from, const fs::path &to, fs::perms mode) {
     fs::create_directories(to.parent_path());
@@ -80,13 +88,13 @@ std::string quotedForLog(const std::string &log) {
 
 } // namespace
 
-PrivateScheduler::PrivateScheduler(std::string file) : device(std::move(file)) {
+PrivateScheduler::PrivateScheduler(const std::string &deviceUri, int backendMode) {
     std::string path = "/tmp/cups-XXXXXX";
     root = mkdtemp(path.data());
     // The filter's user comes through here.
     fs::permissions(root, fs::perms(0755));
     umask(022);
-    install();
+    install(backendMode);
     configure();
     cupsSetServer((root + "/socket").c_str());
 
@@ -105,9 +113,7 @@ PrivateScheduler::PrivateScheduler(std::string file) : device(std::move(file)) {
         ADD_FAILURE() << "cupsd does not listen. " << daemon->errors() << quotedForLog(log());
         return;
     }
-    const ProcessResult added = run(clientCommand(LPADMIN, {"-p", queue, "-E", "-v", "file://" + device, "-P",
-                                                            hostPath(VELTRIN_PACKAGING "/veltrin.ppd")}));
-    EXPECT_EQ(added.exitStatus, 0) << added.errors << quotedForLog(log());
+    addQueue(queue, deviceUri);
 }
 
 PrivateScheduler::~PrivateScheduler() {
@@ -117,15 +123,29 @@ PrivateScheduler::~PrivateScheduler() {
     fs::remove_all(root);
 }
 
-int PrivateScheduler::submit(const std::string &stream, const std::vector<std::string> &options) {
-    const std::string file = root + "/stream";
-    writeFile(file, stream);
-    std::vector<std::string> arguments = {"-d", queue};
+void PrivateScheduler::addQueue(const std::string &name, const std::string &deviceUri) {
+    const ProcessResult added = run(clientCommand(
+        LPADMIN, {"-p", name, "-E", "-v", deviceUri, "-P", hostPath(VELTRIN_PACKAGING "/veltrin.ppd")}));
+    EXPECT_EQ(added.exitStatus, 0) << added.errors << quotedForLog(log());
+}
+
+int PrivateScheduler::submit(const std::string &stream, const std::vector<std::string> &options,
+                             const std::string &toQueue) {
+    return submitAll({stream}, options, toQueue);
+}
+
+int PrivateScheduler::submitAll(const std::vector<std::string> &streams,
+                                const std::vector<std::string> &options, const std::string &toQueue) {
+    std::vector<std::string> arguments = {"-d", toQueue};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    arguments.push_back(file);
+    for (const std::string &stream : streams) {
+        const std::string file = root + "/stream" + std::to_string(++documents);
+        writeFile(file, stream);
+        arguments.push_back(file);
+    }
     const ProcessResult result = run(clientCommand(LP, arguments));
     std::smatch match;
-    if (!std::regex_search(result.output, match, std::regex(std::string(queue) + "-([0-9]+)"))) {
+    if (!std::regex_search(result.output, match, std::regex(toQueue + "-([0-9]+)"))) {
         ADD_FAILURE() << "lp: " << result.output << result.errors << quotedForLog(log());
         return 0;
     }
@@ -133,13 +153,13 @@ int PrivateScheduler::submit(const std::string &stream, const std::vector<std::s
 }
 
 void PrivateScheduler::cancel(int job) {
-    const ProcessResult result = run(clientCommand(CANCEL, {std::string(queue) + "-" + std::to_string(job)}));
+    const ProcessResult result = run(clientCommand(CANCEL, {std::to_string(job)}));
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
 }
 
 std::optional<ipp_jstate_t> PrivateScheduler::stateOf(int job) const {
     cups_job_t *jobs = nullptr;
-    const int count = cupsGetJobs2(CUPS_HTTP_DEFAULT, &jobs, queue, 0, CUPS_WHICHJOBS_ALL);
+    const int count = cupsGetJobs2(CUPS_HTTP_DEFAULT, &jobs, nullptr, 0, CUPS_WHICHJOBS_ALL);
     std::optional<ipp_jstate_t> state;
     for (int i = 0; i < count; ++i) {
         if (jobs[i].id == job) {
@@ -150,9 +170,9 @@ std::optional<ipp_jstate_t> PrivateScheduler::stateOf(int job) const {
     return state;
 }
 
-PrivateScheduler::QueueStatus PrivateScheduler::queueStatus() const {
+PrivateScheduler::QueueStatus PrivateScheduler::queueStatus(const std::string &name) const {
     ipp_t *request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
-    const std::string uri = std::string("ipp://localhost/printers/") + queue;
+    const std::string uri = "ipp://localhost/printers/" + name;
     ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
     ipp_t *answer = cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/");
     QueueStatus status;
@@ -166,20 +186,20 @@ PrivateScheduler::QueueStatus PrivateScheduler::queueStatus() const {
     return status;
 }
 
-void PrivateScheduler::expectIdleQueue() {
-    EXPECT_TRUE(waitUntil([this] { return queueStatus().state == IPP_PSTATE_IDLE; }))
-        << "the queue is " << ippEnumString("printer-state", queueStatus().state) << ". "
-        << quotedForLog(log());
+bool PrivateScheduler::waitUntil(const std::function<bool()> &predicate, std::chrono::milliseconds deadline) {
+    return daemon->waitUntil(predicate, deadline);
 }
 
-bool PrivateScheduler::waitUntil(const std::function<bool()> &predicate) {
-    return daemon->waitUntil(predicate);
-}
-
-void PrivateScheduler::expectState(int job, ipp_jstate_t state) {
-    EXPECT_TRUE(waitUntil([&] { return stateOf(job) == state; }))
+void PrivateScheduler::expectState(int job, ipp_jstate_t state, std::chrono::milliseconds deadline) {
+    EXPECT_TRUE(waitUntil([&] { return stateOf(job) == state; }, deadline))
         << "job " << job << " is " << ippEnumString("job-state", stateOf(job).value_or(IPP_JSTATE_PENDING))
         << ", not " << ippEnumString("job-state", state) << ". " << quotedForLog(log());
+}
+
+void PrivateScheduler::expectIdleQueue(const std::string &name) {
+    EXPECT_TRUE(waitUntil([&] { return queueStatus(name).state == IPP_PSTATE_IDLE; }))
+        << "the queue is " << ippEnumString("printer-state", queueStatus(name).state) << ". "
+        << quotedForLog(log());
 }
 
 std::string PrivateScheduler::log() const {
@@ -196,14 +216,14 @@ Command PrivateScheduler::filterByHand(const std::string &options, const std::st
             .arguments = {queue, "1", "somebody", "a title", "1", options},
             .environment = std::map<std::string, std::string>{{"CUPS_SERVER", root + "/socket"},
                                                               {"CUPS_SERVERROOT", root + "/etc"},
-                                                              {"DEVICE_URI", "file://" + device},
+                                                              {"DEVICE_URI", "file:///dev/null"},
                                                               {"LANG", "en.UTF-8"},
                                                               {"TMPDIR", root + "/spool/tmp"}},
             .input = Text{stream}};
 }
 
 /// Lays out what an installation puts into CUPS's directories.
-void PrivateScheduler::install() const {
+void PrivateScheduler::install(int backendMode) const {
     const fs::path programs = hostPath(VELTRIN_PROGRAMS);
     const fs::path filters = root + "/lib/filter";
     copyAsInstalled(programs / filterName, filters / filterName, fs::perms(0755));
@@ -213,6 +233,10 @@ void PrivateScheduler::install() const {
     copyAsInstalled(hostPath(VELTRIN_PACKAGING "/veltrin.types"), root + "/share/mime/veltrin.types",
                     fs::perms(0644));
     copyAsInstalled(CUPS_DATADIR "/mime/mime.types", root + "/share/mime/mime.types", fs::perms(0644));
+    const fs::path backends = root + "/lib/backend";
+    copyAsInstalled(programs / backendName, backends / backendName,
+                    fs::perms(static_cast<unsigned>(backendMode)));
+    fs::copy(programs / "scenarios", backends / "scenarios");
     // The scheduler's own helper, through which it starts filters.
     copyAsInstalled(CUPS_SERVERBIN "/daemon/cups-exec", root + "/lib/daemon/cups-exec", fs::perms(0755));
 }
@@ -229,7 +253,8 @@ void PrivateScheduler::configure() const {
 std::string PrivateScheduler::filledIn(std::string configuration) const {
     configuration = std::regex_replace(configuration, std::regex("@ROOT@"), root);
     configuration = std::regex_replace(configuration, std::regex("@USER@"), filterUser());
-    return std::regex_replace(configuration, std::regex("@GROUP@"), filterGroup());
+    configuration = std::regex_replace(configuration, std::regex("@GROUP@"), filterGroup());
+    return std::regex_replace(configuration, std::regex("@BUS@"), busConfiguration());
 }
 
 /// One of the CUPS client programs, talking to this scheduler and to no other.

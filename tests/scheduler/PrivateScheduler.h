@@ -4,6 +4,7 @@
 
 #include <cups/cups.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,23 +13,35 @@
 
 namespace veltrin::test {
 
-/// A CUPS scheduler of the test's own, on a socket in the test's private /tmp, with the filter, its MIME type
-/// and its PPD installed and one queue. It ends with the object, and takes its jobs along.
+/// A CUPS scheduler of the test's own, on a socket in the test's private /tmp, with the filter, its MIME
+/// type, its PPD and the virtual printer as a backend installed, and one queue. It ends with the object, and
+/// takes its jobs along. Its filters and backends use the message bus that the test uses.
 class PrivateScheduler {
   public:
     static constexpr const char *queue = "Test_Queue";
     static constexpr const char *mimeType = "application/vnd.veltrin.page-stream";
 
-    /// Starts it, with a queue that prints to the file `device`. Fails the running test where that is
-    /// impossible.
-    explicit PrivateScheduler(std::string device);
+    /// As an installation makes it.
+    static constexpr int ordinaryBackend = 0755;
+    /// With this mode a scheduler of root's runs a backend as root, and as its own user otherwise.
+    static constexpr int rootsBackend = 0700;
+
+    /// Starts it, with a queue that prints to this device. Fails the running test where that is impossible.
+    explicit PrivateScheduler(const std::string &deviceUri, int backendMode = ordinaryBackend);
     PrivateScheduler(const PrivateScheduler &) = delete;
     PrivateScheduler &operator=(const PrivateScheduler &) = delete;
     ~PrivateScheduler();
 
+    void addQueue(const std::string &name, const std::string &deviceUri);
+
     /// Hands a page stream to `lp`; `options` are lp's own, such as {"-o", "media=A4"}. Returns the job's id,
     /// 0 where the job was refused.
-    int submit(const std::string &stream, const std::vector<std::string> &options);
+    int submit(const std::string &stream, const std::vector<std::string> &options,
+               const std::string &toQueue = queue);
+
+    /// The same with several documents in one job.
+    int submitAll(const std::vector<std::string> &streams, const std::vector<std::string> &options,
+                  const std::string &toQueue = queue);
 
     /// Takes a job back as a user does.
     void cancel(int job);
@@ -41,17 +54,18 @@ class PrivateScheduler {
         std::string message; ///< what people see beside it
     };
 
-    [[nodiscard]] QueueStatus queueStatus() const;
+    [[nodiscard]] QueueStatus queueStatus(const std::string &name = queue) const;
 
     /// Waits, with a deadline, until `predicate` holds; false where it does not.
-    [[nodiscard]] bool waitUntil(const std::function<bool()> &predicate);
+    [[nodiscard]] bool waitUntil(const std::function<bool()> &predicate,
+                                 std::chrono::milliseconds deadline = processDeadline);
 
     /// Waits until the job has the state; fails the running test, with the scheduler's log, where it does
     /// not.
-    void expectState(int job, ipp_jstate_t state);
+    void expectState(int job, ipp_jstate_t state, std::chrono::milliseconds deadline = processDeadline);
 
     /// Waits until the queue is ready for the next job, likewise.
-    void expectIdleQueue();
+    void expectIdleQueue(const std::string &name = queue);
 
     /// What the scheduler has logged so far.
     [[nodiscard]] std::string log() const;
@@ -59,18 +73,18 @@ class PrivateScheduler {
     /// The names in the directory that the scheduler gives to filters as TMPDIR.
     [[nodiscard]] std::vector<std::string> temporaryFiles() const;
 
-    /// The program, the PPD and the environment with which the scheduler starts the filter, to start it by
-    /// hand.
+    /// The program, the PPD and the environment with which the scheduler starts the filter of a queue that
+    /// prints to a file, to start it by hand.
     [[nodiscard]] Command filterByHand(const std::string &options, const std::string &stream) const;
 
   private:
-    void install() const;
+    void install(int backendMode) const;
     void configure() const;
     [[nodiscard]] std::string filledIn(std::string configuration) const;
     [[nodiscard]] Command clientCommand(const char *program, std::vector<std::string> arguments) const;
 
     std::string root;
-    std::string device;
+    int documents = 0; ///< that were submitted
     std::unique_ptr<Process> daemon;
 };
 

@@ -1,6 +1,6 @@
 // Whole jobs, from lp through a real scheduler and the filter to a file device.
 
-#include "driver/stream/StreamMaker.h"
+#include "tests/scheduler/Jobs.h"
 #include "tests/scheduler/PrivateScheduler.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
@@ -21,58 +21,28 @@
 namespace veltrin {
 namespace {
 
+using test::document;
+using test::forFilter;
+using test::forLp;
 using test::hostPath;
 using test::PrivateScheduler;
 using test::ProcessResult;
 using test::readFile;
+using test::twoSidedTwoCopies;
 using testing::EndsWith;
 using testing::IsEmpty;
 using testing::Not;
 
 constexpr const char *device = "/tmp/printer";
+const std::string deviceUri = std::string("file://") + device;
 
 const std::string cancelRecord("GDIC CANCEL    \0", 16);
 
-/// A four-page document in two collated copies, as the renderer writes it.
-StreamOptions document() {
-    StreamOptions stream;
-    stream.pages = 4;
-    stream.copies = 2;
-    return stream;
-}
-
-/// The same with more data than a pipe takes.
+/// A document with more data than a pipe takes.
 StreamOptions largeDocument() {
     StreamOptions stream = document();
     stream.planeSizes = {100000, 0, 0, 0};
     return stream;
-}
-
-const std::vector<std::string> twoSidedTwoCopies = {
-    "media=A4",
-    "com.apple.print.PrintSettings.PMCopies..n.=2",
-    "com.apple.print.PrintSettings.PMCopyCollate..b.=true",
-    "com.apple.print.PrintSettings.PMDuplexing..n.=2",
-    "com.apple.print.PrintSettings.PMTotalSidesImaged..n.=8",
-};
-
-/// The options as lp takes them, with the stream's MIME type.
-std::vector<std::string> forLp(std::vector<std::string> options) {
-    options.push_back(std::string("document-format=") + PrivateScheduler::mimeType);
-    std::vector<std::string> arguments;
-    for (const std::string &option : options) {
-        arguments.insert(arguments.end(), {"-o", option});
-    }
-    return arguments;
-}
-
-/// The options as the filter gets them.
-std::string forFilter(const std::vector<std::string> &options) {
-    std::string text;
-    for (const std::string &option : options) {
-        text += option + " ";
-    }
-    return text;
 }
 
 std::size_t timesIn(const std::string &text, const std::string &part) {
@@ -130,7 +100,7 @@ class StuckPrinter {
 };
 
 TEST(SchedulerTest, ATwoSidedJobOfTwoCopiesReachesTheDevice) {
-    PrivateScheduler scheduler(device);
+    PrivateScheduler scheduler(deviceUri);
     const std::string stream = makeStream(document());
 
     const int job = scheduler.submit(stream, forLp(twoSidedTwoCopies));
@@ -152,7 +122,7 @@ TEST(SchedulerTest, ATwoSidedJobOfTwoCopiesReachesTheDevice) {
 }
 
 TEST(SchedulerTest, AOneSidedJobIsRecognisedByItsContents) {
-    PrivateScheduler scheduler(device);
+    PrivateScheduler scheduler(deviceUri);
     const std::string stream = makeStream(document());
 
     const int job = scheduler.submit(stream, {"-o", "media=A4"});
@@ -162,7 +132,7 @@ TEST(SchedulerTest, AOneSidedJobIsRecognisedByItsContents) {
 }
 
 TEST(SchedulerTest, ATruncatedStreamStopsTheJobAndLeavesTheQueue) {
-    PrivateScheduler scheduler(device);
+    PrivateScheduler scheduler(deviceUri);
     const std::string stream = makeStream(document());
 
     const int job = scheduler.submit(stream.substr(0, stream.size() / 2), forLp(twoSidedTwoCopies));
@@ -181,7 +151,7 @@ TEST(SchedulerTest, ATruncatedStreamStopsTheJobAndLeavesTheQueue) {
 
 TEST(SchedulerTest, ACancelledJobStillEndsInOrder) {
     StuckPrinter printer;
-    PrivateScheduler scheduler(device);
+    PrivateScheduler scheduler(deviceUri);
     const std::string stream = makeStream(largeDocument());
 
     const int job = scheduler.submit(stream, forLp(twoSidedTwoCopies));
@@ -202,7 +172,7 @@ TEST(SchedulerTest, ACancelledJobStillEndsInOrder) {
 
 TEST(SchedulerTest, ABrokenDeviceIsShownUntilTheJobIsCancelled) {
     StuckPrinter printer;
-    PrivateScheduler scheduler(device);
+    PrivateScheduler scheduler(deviceUri);
 
     const int job = scheduler.submit(makeStream(largeDocument()), forLp(twoSidedTwoCopies));
     ASSERT_TRUE(scheduler.waitUntil([&] { return printer.hasGotSomething(); })) << scheduler.log();

@@ -1,0 +1,66 @@
+// What takes half a minute and more: the second of two queues at one printer gives up, and tries again.
+
+#include "tests/scheduler/BackendFixture.h"
+#include "tests/scheduler/Jobs.h"
+#include "tests/scheduler/PrivateScheduler.h"
+#include "tests/support/Files.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <iterator>
+#include <regex>
+#include <string>
+
+namespace veltrin {
+namespace {
+
+using namespace std::chrono_literals;
+using test::document;
+using test::forLp;
+using test::PrivateScheduler;
+using test::readFile;
+
+using SlowBackendTest = test::BackendFixture;
+
+/// Longer than a filter waits for a backend.
+constexpr auto patience = 60s;
+
+/// How often the scheduler has started the backend for a job.
+std::size_t startsOfBackend(const PrivateScheduler &scheduler, int job) {
+    const std::string log = scheduler.log();
+    const std::regex start("\\[Job " + std::to_string(job) + "\\] Started backend");
+    return static_cast<std::size_t>(
+        std::distance(std::sregex_iterator(log.begin(), log.end(), start), std::sregex_iterator()));
+}
+
+TEST_F(SlowBackendTest, AJobThatHasWaitedInVainIsTriedAgainUntilThePrinterIsFree) {
+    const std::string uri = uriOf(coverOpen());
+    PrivateScheduler scheduler(uri);
+    scheduler.addQueue(secondQueue, uri);
+    const std::string stream = makeStream(document());
+
+    const int first = scheduler.submit(makeStream(twoLargePages()), forLp({"media=A4"}));
+    awaitPrinter(scheduler);
+    const int second = scheduler.submit(stream, forLp({"media=A4"}), secondQueue);
+    // Twice in vain is more than this scheduler would try again after a pause.
+    for (std::size_t start = 1; start <= 3; ++start) {
+        ASSERT_TRUE(
+            scheduler.waitUntil([&] { return startsOfBackend(scheduler, second) == start; }, patience))
+            << scheduler.log();
+        EXPECT_TRUE(scheduler.waitUntil([&] {
+            return scheduler.queueStatus(secondQueue).message == waiting;
+        })) << scheduler.log();
+    }
+    EXPECT_EQ(scheduler.stateOf(first), IPP_JSTATE_PROCESSING);
+
+    scheduler.cancel(first);
+    scheduler.expectState(second, IPP_JSTATE_COMPLETED);
+    EXPECT_EQ(startsOfBackend(scheduler, second), 3U);
+    EXPECT_TRUE(readFile(outputFile) == printedFrom(scheduler, {"media=A4"}, stream)) << scheduler.log();
+    scheduler.expectIdleQueue(secondQueue);
+}
+
+} // namespace
+} // namespace veltrin
