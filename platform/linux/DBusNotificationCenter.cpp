@@ -507,9 +507,6 @@ bool DBusNotificationCenter::deliverMessage(const Incoming &incoming) {
         return false;
     }
     if (incoming.standing == Standing::ofNobody) {
-        if (received->notification.object == observation->peerCommands.farewell) {
-            endWaiting(incoming.sender);
-        }
         refuse(message, SD_BUS_ERROR_ACCESS_DENIED, "another peer has taken its sender's place");
         return false;
     }
@@ -528,7 +525,6 @@ bool DBusNotificationCenter::deliverMessage(const Incoming &incoming) {
 
 bool DBusNotificationCenter::deliverDeparture(const Incoming &incoming) {
     senders.erase(incoming.sender);
-    endWaiting(incoming.sender);
     if (incoming.standing != Standing::peersFarewell || !observation) {
         return false;
     }
@@ -545,6 +541,7 @@ DBusNotificationCenter::Standing DBusNotificationCenter::standingOf(const Incomi
                    ? standingOfMessage(incoming.sender, incoming.message.get())
                    : Standing::ofNobody;
     }
+    endWaiting(incoming.sender);
     if (incoming.sender != peer) {
         return Standing::ofNobody;
     }
@@ -564,6 +561,9 @@ DBusNotificationCenter::Standing DBusNotificationCenter::standingOfMessage(const
     const std::optional<std::string> object = objectOf(message);
     const bool isAnnouncement = object == observation->peerCommands.announcement;
     const bool isFarewell = object == observation->peerCommands.farewell;
+    if (isFarewell) {
+        endWaiting(sender);
+    }
     const bool becomesPeer = sender != peer && (peer.empty() || isAnnouncement);
     if (!becomesPeer && sender != peer) {
         return Standing::ofNobody;

@@ -1270,6 +1270,43 @@ TEST_F(PresentComesFirst, WhoeverHasGivenUpWaitsNoMore) {
     }
 }
 
+TEST_F(PresentComesFirst, WhoeverHasGivenUpWaitsNoMoreWhereAPostHasLookedAtTheNews) {
+    for (const bool saysGoodbye : {false, true}) {
+        SCOPED_TRACE(saysGoodbye);
+        End ownBackend{backendName, frontendName, {"fronted-alive", "frontend-byebye", true}};
+        BusClient present(frontendName);
+        auto impatient = std::make_unique<BusClient>(frontendName);
+        announce(present);
+        ASSERT_TRUE(runUntil([&] { return ownBackend.received.size() == 1; }, {turning(ownBackend)}));
+        announce(*impatient);
+        ASSERT_TRUE(runUntil([&] { return ownBackend.reports.size() == 1; }, {turning(ownBackend)}));
+
+        // The present one ends and so does the one that waits, both of which a post gets to know at once.
+        present.signal(notificationPath(backendName), notificationArguments(backendName, "frontend-byebye"));
+        present.waitForBus();
+        if (saysGoodbye) {
+            impatient->signal(notificationPath(backendName),
+                              notificationArguments(backendName, "frontend-byebye"));
+            impatient->waitForBus();
+        } else {
+            impatient.reset();
+        }
+        for (int i = 0; i < 50; ++i) {
+            EXPECT_FALSE(ownBackend.center->post(frontendName, "readPipe", std::nullopt));
+            std::this_thread::sleep_for(1ms);
+        }
+        announce(third);
+        ASSERT_TRUE(runUntil([&] { return ownBackend.received.size() == 3; }, {turning(ownBackend)}));
+        ownBackend.post("backend-alive");
+        ASSERT_TRUE(third.awaitReceived(1));
+        third.answer(third.received.front().get());
+        third.received.clear();
+        EXPECT_THAT(ownBackend.objects(), ElementsAre("fronted-alive", "frontend-byebye", "fronted-alive"));
+        third.signal(notificationPath(backendName), notificationArguments(backendName, "frontend-byebye"));
+        third.waitForBus();
+    }
+}
+
 TEST_F(PresentComesFirst, ItMayAnnounceItselfAgain) {
     introduceFirst();
     announce(first);
