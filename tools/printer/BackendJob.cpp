@@ -121,16 +121,17 @@ class BackendJob {
         std::string problem;
         const bool served = run.run(problem);
         const bool reported = !isPrinterOurs || writeReport(run.virtualPrinter().printer());
-        if (served) {
-            return reported ? exitStatus() : backendFailed;
-        }
-        if (endWanted()) {
+        if (endWanted() && !served) {
             return backendOk;
         }
-        if (isWaiting) {
+        // The filter may also have given up just as the printer became free.
+        if (isWaiting || (hasWaited && jobs.empty() && !endWanted())) {
             // A retry after a pause would be one of a few: the scheduler then aborts the job.
             messages.add("INFO: Still waiting for another job to leave the printer.");
             return backendRetryCurrent;
+        }
+        if (served) {
+            return reported ? exitStatus() : backendFailed;
         }
         messages.add("ERROR: " + problem);
         return backendFailed;
@@ -191,7 +192,7 @@ class BackendJob {
     /// for this job is told, and the wait ends when its filter has given up.
     bool waitForOther() {
         if (!isWaiting) {
-            isWaiting = true;
+            isWaiting = hasWaited = true;
             messages.add("INFO: Waiting for another job to leave the printer.");
             messages.write();
         }
@@ -262,6 +263,7 @@ class BackendJob {
     PrinterTime lastHeard{};
     std::optional<PrinterTime> cancelled;
     bool isWaiting = false; ///< until another backend has left the printer
+    bool hasWaited = false; ///< for that
     bool isPrinterOurs = false;
     std::vector<JobReport> jobs;
     bool allWhole = true;
