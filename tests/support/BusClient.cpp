@@ -116,14 +116,22 @@ void BusClient::process() {
 }
 
 bool BusClient::awaitReceived(std::size_t count) {
+    return await([&] { return received.size() >= count; });
+}
+
+bool BusClient::awaitReply() {
+    return await([&] { return !replies.empty(); });
+}
+
+bool BusClient::await(const std::function<bool()> &done) {
     using namespace std::chrono_literals;
     const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (received.size() < count && std::chrono::steady_clock::now() < deadline) {
+    while (!done() && std::chrono::steady_clock::now() < deadline) {
         if (sd_bus_process(bus, nullptr) == 0) {
             sd_bus_wait(bus, 100'000);
         }
     }
-    return received.size() >= count;
+    return done();
 }
 
 void BusClient::waitForBus() {

@@ -57,6 +57,9 @@ class BusClient {
     /// Takes in what comes until there are so many notifications in all. False when that takes too long.
     [[nodiscard]] bool awaitReceived(std::size_t count);
 
+    /// Takes in what comes until a call of this client is answered. False when that takes too long.
+    [[nodiscard]] bool awaitReply();
+
     /// Returns when the bus has passed on everything that was sent before.
     void waitForBus();
 
@@ -67,6 +70,7 @@ class BusClient {
   private:
     static int onMessage(sd_bus_message *message, void *client, sd_bus_error *error);
     static int onReply(sd_bus_message *reply, void *client, sd_bus_error *error);
+    [[nodiscard]] bool await(const std::function<bool()> &done);
     void flush();
 
     sd_bus *bus = nullptr;
