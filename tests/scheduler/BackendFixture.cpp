@@ -17,7 +17,7 @@ BackendFixture::BackendFixture() {
 }
 
 std::string BackendFixture::uriOf(const std::string &scenario) {
-    return "veltrin-printer:/lx-520n?scenario=" + scenario + "&output=" + outputFile +
+    return "veltrin-printer:/lx-410n?scenario=" + scenario + "&output=" + outputFile +
            "&report=" + reportFile;
 }
 

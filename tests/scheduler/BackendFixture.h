@@ -28,7 +28,7 @@ class BackendFixture : public testing::Test {
 
     BackendFixture();
 
-    /// A printer with this scenario, which writes both files.
+    /// A printer without a duplex unit and with this scenario, which writes both files.
     static std::string uriOf(const std::string &scenario);
 
     /// A scenario whose printer has room for one of `twoLargePages` and does not print it as long as its
