@@ -11,8 +11,11 @@ namespace veltrin {
 /// Reads a descriptor in large pieces and hands the bytes out in small ones: a page stream is mostly small
 /// headers, and a system call for each would cost more than the data.
 ///
-/// It never waits for more than was asked for: the spare room is only offered to the system along with the
-/// request. The room is taken at the first read; where there is none to be had, it reads as read(2) does.
+/// It never waits for more than was asked for, of a file, a pipe or a socket: the spare room is only offered
+/// to the system along with the request. (For a device whose driver takes one room at a time the system asks
+/// it twice, and may wait the second time.) What is left in the room when the reader stops is lost to whoever
+/// reads the descriptor after it. The room is taken at the first read; where there is none to be had, it
+/// reads as read(2) does.
 class ReadAhead {
   public:
     /// Like read(2): stores up to `size` bytes and returns their number, 0 at the end of the input, or -1

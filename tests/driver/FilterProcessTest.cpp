@@ -734,11 +734,19 @@ TEST_F(FilterProcessTest, StrayHeadersAreCopiedAndStreamsNeedNotBeginWithAPageHe
     EXPECT_TRUE(headless.output == headers + page.substr(64) + "JIDG");
 }
 
-TEST_F(FilterProcessTest, WhatFollowsTheEndMarkIsNotRead) {
+TEST_F(FilterProcessTest, WhatFollowsTheEndMarkIsTakenAndNotPrinted) {
     const StreamOptions stream = streamOf(1);
-    const ProcessResult result = print("", makeStream(stream) + "garbage");
+    const std::string input = makeStream(stream) + makeStream(stream);
+    test::writeFile("/tmp/job", input);
+    const int fd = open("/tmp/job", O_RDONLY | O_CLOEXEC);
+    Command command = this->command("", "");
+    command.input = test::Descriptor{fd};
+    const ProcessResult result = runToEnd(command);
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_TRUE(result.output == printed(stream, unmarked, "1"));
+    EXPECT_EQ(lseek(fd, 0, SEEK_CUR), static_cast<off_t>(input.size())) << "read along with the mark";
+    close(fd);
+    std::filesystem::remove("/tmp/job");
 }
 
 TEST_F(FilterProcessTest, PlaneSizesThatWrapAreTakenAsTheirSum) {

@@ -364,6 +364,8 @@ TEST_F(CUPSFilterTest, AsksThePaperRuleAboutItsOptionsAlone) {
     EXPECT_TRUE(isTwoSided("media=Letter PaperType=Plain"));
     EXPECT_FALSE(isTwoSided("PaperType=Labels"));
     EXPECT_TRUE(isTwoSided("media=A5,Tray1"));
+    EXPECT_TRUE(isTwoSided("media=iso_a5_148x210mm"));
+    EXPECT_TRUE(isTwoSided("PageSize=A5"));
     EXPECT_TRUE(isTwoSided(""));
 }
 
