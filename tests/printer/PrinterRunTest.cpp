@@ -171,6 +171,19 @@ TEST_F(PrinterRunTest, HintsOnceAtEachOfAFewStrangeHosts) {
               8);
 }
 
+TEST_F(PrinterRunTest, SaysNothingInTheWordsOfOthersThatAReaderWouldObey) {
+    goOn = [this](PrinterTime) {
+        center.client.overheard("usb://\x1b[2J\nERROR: x.backend");
+        center.client.report("refused by \"\nATTR: marker-levels=0\"");
+        return false;
+    };
+    EXPECT_TRUE(run(wishes()));
+    EXPECT_THAT(told,
+                testing::IsSupersetOf(
+                    {"hint: a filter looks for the printer \"usb://.[2J.ERROR: x\"; this one is \"usb://x\"",
+                     "! refused by \".ATTR: marker-levels=0\""}));
+}
+
 TEST_F(PrinterRunTest, GivesNoHintWhereItHearsItselfOrAHost) {
     for (const bool host : {false, true}) {
         told.clear();

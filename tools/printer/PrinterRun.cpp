@@ -228,7 +228,7 @@ void PrinterRun::hintAtDeafness() {
 }
 
 void PrinterRun::tell(const std::string &line) {
-    wishes.listener.told(now(), line);
+    wishes.listener.told(now(), shownText(line));
 }
 
 PrinterTime PrinterRun::now() const {

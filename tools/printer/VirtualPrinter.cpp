@@ -48,11 +48,14 @@ VirtualPrinter::VirtualPrinter(Scenario played, PrinterListener toTell)
     }
 }
 
-/// What comes from outside must not do anything to a terminal but show.
-void VirtualPrinter::tell(std::string line) const {
+std::string shownText(std::string text) {
     std::replace_if(
-        line.begin(), line.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
-    listener.told(time, line);
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
+    return text;
+}
+
+void VirtualPrinter::tell(std::string line) const {
+    listener.told(time, shownText(std::move(line)));
 }
 
 // ---- What comes in

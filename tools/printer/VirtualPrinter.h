@@ -47,6 +47,10 @@ struct PrinterListener {
     std::function<void(const JobReport &)> jobEnded = [](const JobReport &) {};
 };
 
+/// With a dot for each byte that is not printable ASCII. What comes from outside must not do anything to a
+/// terminal, or to the scheduler that reads these lines, but show.
+[[nodiscard]] std::string shownText(std::string text);
+
 class VirtualPrinter {
   public:
     VirtualPrinter(Scenario played, PrinterListener toTell);
