@@ -184,6 +184,39 @@ TEST_F(PrinterRunTest, SaysNothingInTheWordsOfOthersThatAReaderWouldObey) {
                      "! refused by \".ATTR: marker-levels=0\""}));
 }
 
+TEST_F(PrinterRunTest, ABusThatIsLostWhileThePrinterHasVanishedIsWaitedFor) {
+    for (const bool stays : {true, false}) {
+        SCOPED_TRACE(stays);
+        center.posts.clear();
+        told.clear();
+        PrinterRun::Wishes wanted = wishes(R"("events": [{"at": 0.02, "do": "vanish", "for": 0.05}])");
+        wanted.stays = stays;
+        wanted.listener.told = [this](PrinterTime, const std::string &line) {
+            told.push_back(line);
+            if (line == "gone without a word") {
+                center.connectProblem = "no bus";
+            }
+        };
+        center.deliver("fronted-alive");
+        int rounds = 0;
+        goOn = [&](PrinterTime) {
+            if (told.back() == "! not delivered: there is no channel") {
+                center.connectProblem.clear();
+            }
+            return std::count(told.begin(), told.end(), "listening") < 2 || ++rounds < 3;
+        };
+        EXPECT_EQ(run(wanted), stays) << problem;
+        if (stays) {
+            EXPECT_THAT(told, Contains("! no bus: waiting"));
+            EXPECT_THAT(posts(),
+                        ElementsAre("backend-alive", "backend-alive", "backend-alive", "backend-byebye"));
+        } else {
+            EXPECT_EQ(problem, "no bus");
+        }
+        center.connectProblem.clear();
+    }
+}
+
 TEST_F(PrinterRunTest, GivesNoHintWhereItHearsItselfOrAHost) {
     for (const bool host : {false, true}) {
         told.clear();

@@ -167,8 +167,12 @@ bool PrinterRun::perform(const ChannelDeed &deed, std::string &problem) {
         post(*notification);
     } else if (std::holds_alternative<Disconnect>(deed)) {
         center.reset();
-    } else if (!isBusLost) {
-        return open(problem) == Opening::done;
+    } else if (!isBusLost && open(problem) != Opening::done) {
+        if (!wishes.stays) {
+            return false;
+        }
+        tell("! " + problem + ": waiting");
+        isBusLost = true;
     }
     return true;
 }

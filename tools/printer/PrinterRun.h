@@ -71,7 +71,7 @@ class PrinterRun {
     std::chrono::steady_clock::time_point switchedOn = std::chrono::steady_clock::now();
     VirtualPrinter printer;
     std::unique_ptr<platform::NotificationCenter> center; ///< null while the printer has vanished, or the bus
-    bool isBusLost = false;
+    bool isBusLost = false;                               ///< and waited for
 
     std::set<std::string> strangeHosts;   ///< hinted at already
     std::optional<PrinterTime> announced; ///< at first, for all to hear, oneself included
