@@ -645,6 +645,22 @@ TEST_F(PrinterAsBackend, FailsWhenNothingComesAtAll) {
     startBackend();
     printer->closeInput();
     EXPECT_EQ(printer->finish().exitStatus, 1);
+    EXPECT_THAT(printer->errors(), HasSubstr("ERROR: Nothing has come to be printed.\n"));
+
+    startBackend({"7", "user", "title", "1", "", "/tmp"});
+    EXPECT_EQ(printer->finish().exitStatus, 1);
+    EXPECT_EQ(printer->errors(), "ERROR: /tmp: Is a directory\n");
+}
+
+TEST_F(PrinterAsBackend, TakesItsNameForTheUriWhereThatIsEmpty) {
+    uri.clear();
+    startBackend();
+    ASSERT_TRUE(says("listening"));
+    uri = "veltrin-printer:/lx-520n"; // its name
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    printer->closeInput();
+    EXPECT_EQ(printer->finish().exitStatus, 0);
 }
 
 TEST_F(PrinterAsBackend, TakesAFileAsOftenAsCopiesAreWanted) {

@@ -70,9 +70,10 @@ std::optional<unsigned> numberIn(std::string_view text) {
     return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
-/// Reads what is there, without waiting. Returns whether there may be more to come.
+/// Reads what is there, without waiting. Returns whether there may be more to come; where there may
+/// not, `error` is 0 at the end, else the system's number of what went wrong.
 template <typename Take>
-bool readAvailable(int fd, Take take) {
+bool readAvailable(int fd, int &error, Take take) {
     static std::array<std::byte, 65'536> block;
     pollfd source{fd, POLLIN, 0};
     while (poll(&source, 1, 0) > 0) {
@@ -80,6 +81,7 @@ bool readAvailable(int fd, Take take) {
         if (got > 0) {
             take(std::span(block).first(static_cast<std::size_t>(got)));
         } else if (got == 0 || errno != EINTR) {
+            error = got == 0 ? 0 : errno;
             return false;
         }
     }
@@ -150,10 +152,15 @@ class BackendJob {
                 messages.add(std::string("ERROR: ") + path + ": " + std::strerror(errno));
                 return backendFailed;
             }
+            int error = 0;
             static_cast<void>(readAvailable(
-                fd, [&printer](std::span<const std::byte> bytes) { printer.takeData(bytes, 0us); }));
+                fd, error, [&printer](std::span<const std::byte> bytes) { printer.takeData(bytes, 0us); }));
             close(fd);
             printer.endJob();
+            if (error != 0) {
+                messages.add(std::string("ERROR: ") + path + ": " + std::strerror(error));
+                return backendFailed;
+            }
         }
         // Nobody waits for this printer, so its time passes at once.
         while (!printer.isAtRest() && printer.nextDue()) {
@@ -219,10 +226,12 @@ class BackendJob {
             messages.write();
         }
         if (sourceOpen && isDue) {
-            sourceOpen = readAvailable(STDIN_FILENO, [this, &printer, now](std::span<const std::byte> bytes) {
-                lastHeard = now;
-                printer.takeData(bytes, now);
-            });
+            int error = 0; // of no interest: what there was has come
+            sourceOpen =
+                readAvailable(STDIN_FILENO, error, [this, &printer, now](std::span<const std::byte> bytes) {
+                    lastHeard = now;
+                    printer.takeData(bytes, now);
+                });
         }
         if (endWanted() && !cancelled) {
             cancelled = now;
@@ -245,7 +254,10 @@ class BackendJob {
         return areFilesFine();
     }
 
-    [[nodiscard]] int exitStatus() const {
+    [[nodiscard]] int exitStatus() {
+        if (jobs.empty() && !cancelled && !endWanted()) {
+            messages.add("ERROR: Nothing has come to be printed.");
+        }
         return (!jobs.empty() && allWhole) || cancelled || endWanted() ? backendOk : backendFailed;
     }
 
@@ -292,7 +304,7 @@ std::string discoveryLines() {
 
 int runBackendJob(int argc, const char *const *argv, platform::Platform &platform) {
     const char *variable = std::getenv("DEVICE_URI");
-    const std::string uri = variable != nullptr ? variable : argv[0];
+    const std::string uri = variable != nullptr && *variable != '\0' ? variable : argv[0];
     std::string problem;
     const auto parsed = parsePrinterUri(uri, problem);
     std::optional<Scenario> scenario;
