@@ -22,7 +22,7 @@ std::string BackendFixture::uriOf(const std::string &scenario) {
 }
 
 std::string BackendFixture::coverOpen(const std::string &seconds) {
-    const std::string path = folder + "/cover-open.json";
+    std::string path = folder + "/cover-open.json";
     const std::string length = seconds.empty() ? "" : R"(, "for": )" + seconds;
     writeFile(path, R"({"description": "Somebody opens the cover after the first page",
                         "printer": {"pagesPerMinute": 6000, "memory": {"image": 1500000}},
