@@ -183,6 +183,21 @@ TEST_F(PrinterByHand, DoesNotTakeThePlaceOfAnother) {
     EXPECT_EQ(finishPrinter().exitStatus, 0);
 }
 
+TEST_F(PrinterByHand, LeavesItsFilesAloneWhereItCannotStart) {
+    startPrinter("one-sided", {});
+    test::writeFile("/tmp/earlier", "of another printer");
+    EXPECT_EQ(run(printerCommand({"--output=/tmp/earlier", "--report=/tmp/earlier", uri})).exitStatus, 1);
+    EXPECT_EQ(readFile("/tmp/earlier"), "of another printer");
+
+    test::writeFile(outputFile, "of a job before");
+    printer->send(SIGTERM);
+    finishPrinter();
+    startPrinter("one-sided", {});
+    printer->send(SIGTERM);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_EQ(readFile(outputFile), "") << "made anew";
+}
+
 TEST_F(PrinterByHand, ServesASecondHostOnceTheFirstHasSaidGoodbye) {
     startPrinter("cover-open", {"--jobs=2"});
     StreamOptions options;

@@ -71,6 +71,7 @@ TEST(StatusView, KeepsToTheTerminalsWidthAndHeightAndItsOwn) {
     EXPECT_EQ(fewer[11], "line 14");
     EXPECT_THAT(view.lines(printer, 100, 3),
                 ElementsAre("a printer", "status         0/0/0 Ready", "job            "));
+    EXPECT_THAT(view.lines(printer, 100, 2), ElementsAre("status         0/0/0 Ready", "job            "));
     EXPECT_THAT(view.lines(printer, 100, 0), testing::IsEmpty());
 }
 

@@ -267,8 +267,8 @@ class BackendJob {
     std::string outputName;
     std::string reportName;
     // The scheduler may run this as root, and others may put links into folders for all.
-    OutputFile output{outputName, OutputFile::Links::refused, OutputFile::Contents::kept};
-    OutputFile reportFile{reportName, OutputFile::Links::refused, OutputFile::Contents::kept};
+    OutputFile output{outputName, OutputFile::Links::refused};
+    OutputFile reportFile{reportName, OutputFile::Links::refused};
     LineOutput messages{STDERR_FILENO};
     Pace pace;
     bool sourceOpen = true;

@@ -111,8 +111,10 @@ bool isFine(const OutputFile &file, const std::string &path) {
 }
 
 int servePrinter(const Options &options, Scenario scenario) {
+    // What is in the files is another printer's until it is known that this one can start.
     OutputFile output(options.outputFile);
     OutputFile reportFile(options.reportFile);
+    bool hasStarted = false;
     if (!isFine(output, options.outputFile) || !isFine(reportFile, options.reportFile)) {
         return exitFailure;
     }
@@ -143,6 +145,10 @@ int servePrinter(const Options &options, Scenario scenario) {
         }
     };
     const auto goOn = [&](const VirtualPrinter &printer, PrinterTime now) {
+        if (!std::exchange(hasStarted, true)) {
+            output.drop();
+            reportFile.drop();
+        }
         if (pace.isDue(now)) {
             show(printer);
         }
@@ -169,7 +175,7 @@ int servePrinter(const Options &options, Scenario scenario) {
     for (JobReport &job : jobs) {
         job.pagesPrinted = run.virtualPrinter().printer().pagesPrintedOf(job.number);
     }
-    const std::string report = reportDocument(options.uri, jobs);
+    const std::string report = hasStarted ? reportDocument(options.uri, jobs) : "";
     reportFile.write(std::as_bytes(std::span(report)));
     reportFile.close();
     output.close();

@@ -8,11 +8,10 @@
 
 namespace veltrin {
 
-OutputFile::OutputFile(const std::string &path, Links links, Contents contents) {
+OutputFile::OutputFile(const std::string &path, Links links) {
     if (!path.empty()) {
         const int refusal = links == Links::refused ? O_NOFOLLOW : 0;
-        const int dropping = contents == Contents::dropped ? O_TRUNC : 0;
-        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | dropping | refusal, 0666);
+        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | refusal, 0666);
         failure = fd == -1 ? errno : 0;
     }
 }

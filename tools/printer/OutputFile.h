@@ -10,19 +10,19 @@ namespace veltrin {
 class OutputFile {
   public:
     enum class Links { followed, refused };
-    enum class Contents { dropped, kept };
 
-    /// Opens the file, or makes it. Without a name there is nothing to write, and nothing fails. Contents
-    /// that are kept at first are somebody else's until `drop()`.
-    explicit OutputFile(const std::string &path, Links links = Links::followed,
-                        Contents contents = Contents::dropped);
+    /// Opens the file, or makes it. Without a name there is nothing to write, and nothing fails. What is in
+    /// it may be somebody else's until `drop()`.
+    explicit OutputFile(const std::string &path, Links links = Links::followed);
 
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
     ~OutputFile() { close(); }
 
+    /// Empties it.
     void drop();
+
     void write(std::span<const std::byte> bytes);
     void close();
 

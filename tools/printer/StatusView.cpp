@@ -87,6 +87,10 @@ std::vector<std::string> StatusView::lines(const PrinterModel &printer, std::siz
         "toner          " + tonerText(now.toner),
         std::string(now.duplexUnit ? "with" : "without") + " a duplex unit, port " + std::to_string(now.port),
         ""};
+    constexpr std::size_t statusAndJob = 2;
+    if (height <= statusAndJob) {
+        lines.erase(lines.begin()); // the name
+    }
     const std::size_t room = height - std::min(height, lines.size());
     const std::size_t shown = std::min(room, last.size());
     lines.insert(lines.end(), last.end() - static_cast<std::ptrdiff_t>(shown), last.end());

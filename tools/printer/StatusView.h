@@ -30,7 +30,8 @@ class StatusView {
     void setJob(std::string text) { job = std::move(text); }
 
     /// The view's lines, each cut to `width` characters, and no more of them than `height`: the printer's
-    /// name, status and job first, of the lines told last as many as there is room for.
+    /// name (unless there is room for two only), status and job first, of the lines told last as many as
+    /// there is room for.
     [[nodiscard]] std::vector<std::string> lines(const PrinterModel &printer, std::size_t width,
                                                  std::size_t height) const;
 
