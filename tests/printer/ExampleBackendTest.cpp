@@ -35,13 +35,17 @@ class ExampleBackend : public test::PrinterFixture {
   protected:
     ExampleBackend() { uri = std::string("veltrin-example:") + outputFile + "?serial=1"; }
 
-    void startBackend(const std::string &device = outputFile) {
-        uri = "veltrin-example:" + device + "?serial=1";
+    [[nodiscard]] test::Command backendCommand() const {
         test::Command command{test::hostPath(VELTRIN_EXAMPLE_BACKEND), {uri, "7", "user", "title", "1", ""}};
         command.environment = {{"DEVICE_URI", uri},
                                {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};
         command.input = test::Pipe();
-        printer.emplace(command);
+        return command;
+    }
+
+    void startBackend(const std::string &device = outputFile) {
+        uri = "veltrin-example:" + device + "?serial=1";
+        printer.emplace(backendCommand());
         ASSERT_TRUE(says("DEBUG: listening\n")) << printer->errors();
     }
 
@@ -100,6 +104,39 @@ TEST_F(ExampleBackend, TakesATwoSidedJobOfLargeBlocks) {
         EXPECT_TRUE(readFile(outputFile) ==
                     printed(options, jobSettingDuplex, {{2, 12}, {1, 4}, {4, 12}, {3, 4}}));
     }
+}
+
+TEST_F(ExampleBackend, WaitsWhileAnotherJobHasThePrinter) {
+    startBackend();
+    test::Process second(backendCommand());
+    const auto secondSays = [&second](const std::string &text) {
+        return second.waitUntil([&] { return second.errors().find(text) != std::string::npos; });
+    };
+    ASSERT_TRUE(secondSays("INFO: Waiting for another job to leave the printer.\n"));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+    ASSERT_TRUE(secondSays("INFO: Printing.\nDEBUG: listening\n"));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    second.closeInput();
+    EXPECT_EQ(second.finish().exitStatus, 0);
+}
+
+TEST_F(ExampleBackend, AsksForAnotherTryWhereThePrinterWasBusyAllTheTime) {
+    constexpr int backendRetryCurrent = 7;
+    startBackend();
+    test::Process second(backendCommand());
+    ASSERT_TRUE(second.waitUntil([&] { return second.errors().find("INFO: Waiting") != std::string::npos; }));
+    second.closeInput(); // its filter has given up
+    EXPECT_EQ(second.finish().exitStatus, backendRetryCurrent);
+
+    test::Process third(backendCommand());
+    ASSERT_TRUE(third.waitUntil([&] { return third.errors().find("INFO: Waiting") != std::string::npos; }));
+    third.send(SIGTERM);
+    EXPECT_EQ(third.finish().exitStatus, 0) << "cancelled";
+    printer->send(SIGTERM);
+    EXPECT_EQ(finishBackend().exitStatus, 0);
 }
 
 TEST_F(ExampleBackend, TakesTheDocumentsOfAJobOneAfterTheOther) {
