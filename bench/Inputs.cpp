@@ -21,6 +21,7 @@ namespace {
 } // namespace
 
 WorkDirectory::WorkDirectory() {
+    // Not /tmp, which may be memory: jobs are spooled to disk.
     const char *parent = std::getenv("TMPDIR");
     path = std::string(parent != nullptr ? parent : "/var/tmp") + "/veltrin-bench.XXXXXX";
     if (mkdtemp(path.data()) == nullptr) {

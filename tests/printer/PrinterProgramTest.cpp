@@ -510,6 +510,13 @@ class PrinterAsBackend : public test::PrinterFixture {
     [[nodiscard]] bool says(const std::string &text) {
         return printer->waitUntil([&] { return printer->errors().find(text) != std::string::npos; });
     }
+
+    /// Starts a second backend of the same device URI, once the first has the printer.
+    void startBackendBehind(test::Process &first) {
+        ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
+        startBackend();
+        ASSERT_TRUE(says("INFO: Waiting for another job to leave the printer.\n"));
+    }
 };
 
 TEST_F(PrinterAsBackend, ListsItsPrinters) {
@@ -728,9 +735,7 @@ TEST_F(PrinterAsBackend, FailsWhereOneDocumentWasBroken) {
 
 TEST_F(PrinterAsBackend, WaitsWhileAnotherJobHasThePrinter) {
     test::Process first(backendCommand());
-    ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
-    startBackend();
-    ASSERT_TRUE(says("INFO: Waiting for another job to leave the printer.\n"));
+    startBackendBehind(first);
     startFilter();
     EXPECT_EQ(finishFilter().exitStatus, 0) << "the first job's";
     first.closeInput();
@@ -747,9 +752,7 @@ TEST_F(PrinterAsBackend, WaitsWhileAnotherJobHasThePrinter) {
 TEST_F(PrinterAsBackend, AsksForAnotherTryWhereItsFilterGaveUpAsThePrinterBecameFree) {
     constexpr int backendRetryCurrent = 7;
     test::Process first(backendCommand());
-    ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
-    startBackend();
-    ASSERT_TRUE(says("INFO: Waiting for another job"));
+    startBackendBehind(first);
     first.send(SIGTERM);
     first.closeInput();
     EXPECT_EQ(first.finish().exitStatus, 0);
@@ -763,9 +766,7 @@ TEST_F(PrinterAsBackend, AsksForAnotherTryWhereItsFilterGaveUpAsThePrinterBecame
 TEST_F(PrinterAsBackend, AsksForAnotherTryWhereThePrinterWasBusyAllTheTime) {
     constexpr int backendRetryCurrent = 7;
     test::Process first(backendCommand());
-    ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
-    startBackend();
-    ASSERT_TRUE(says("INFO: Waiting for another job"));
+    startBackendBehind(first);
     printer->closeInput(); // its filter has given up
     const ProcessResult result = printer->finish();
     EXPECT_EQ(result.exitStatus, backendRetryCurrent);

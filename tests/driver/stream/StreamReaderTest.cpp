@@ -439,6 +439,7 @@ TEST_P(LostStreamTest, IsSeenTheSameHoweverItIsCut) {
 
 std::vector<LostStream> lostStreams() {
     const std::string jobOf2 = headers() + page(1) + page(2) + endOfJob; // pages at 272 and 428, end at 584
+    const std::string noTag = "XXXX";                                    // where a header's tag should stand
     const std::string noise(3000, 'n');
     const auto broken = [&jobOf2](std::size_t at, const std::string &bytes) {
         return std::string(jobOf2).replace(at, bytes.size(), bytes);
@@ -450,33 +451,33 @@ std::vector<LostStream> lostStreams() {
          {"unknown-tag at 272", "nothing read at 272, next a page header at 428, goes on"},
          {"2 2"}},
         {"LastPageHeader",
-         broken(428, "XXXX"),
+         broken(428, noTag),
          {"unknown-tag at 428", "nothing read at 428, next an end-of-job mark at 584"},
          {"unknown-tag at 428", "nothing read at 428, next an end-of-job mark at 584, goes on"},
          {"1 2"}},
         {"BandHeader",
-         broken(336, "XXXX"),
+         broken(336, noTag),
          {"unknown-tag at 336", "nothing read at 336, next a band header at 382"},
          {"unknown-tag at 336", "nothing read at 336, next a band header at 382, goes on"},
          {"1 1 incomplete", "2 2"}},
         {"LastBandHeader",
-         broken(382, "XXXX"),
+         broken(382, noTag),
          {"unknown-tag at 382", "nothing read at 382, next a page header at 428"},
          {"unknown-tag at 382", "nothing read at 382, next a page header at 428, goes on"},
          {"1 1 incomplete", "2 2"}},
         {"EndOfJobMark",
-         broken(584, "XXXX"),
+         broken(584, noTag),
          {"unknown-tag at 584", "nothing read at 584, nothing next"},
          {"unknown-tag at 584", "nothing read at 584, nothing next"},
          {"1 2", "2 2"}},
         {"TwoFaults",
-         broken(272, "XXXX").replace(584, 4, "XXXX"),
+         broken(272, noTag).replace(584, 4, noTag),
          {"unknown-tag at 272", "nothing read at 272, next a page header at 428"},
          {"unknown-tag at 272", "nothing read at 272, next a page header at 428, goes on",
           "unknown-tag at 584", "nothing read at 584, nothing next"},
          {"2 2"}},
         {"FileHeader",
-         "XXXX" + jobOf2.substr(4),
+         noTag + jobOf2.substr(4),
          {"unknown-tag at 36", "nothing read at 36, next an extended job file header at 120"},
          {"unknown-tag at 36", "nothing read at 36, next an extended job file header at 120, goes on",
           "missing-file-header at 272"},
