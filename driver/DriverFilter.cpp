@@ -150,10 +150,9 @@ bool DriverFilter::waitForPort() {
         if (!ok) {
             CPSDebugAssert_("checkStatus error");
         }
-        CPSDebugLog("DriverFilter run: Waiting for port (%d)",
-                    static_cast<std::int32_t>(recorded(&VeltrinReverseData::port)));
+        CPSDebugLog("DriverFilter run: Waiting for port (%d)", reverseData->snapshot().bPortName);
         platform.clock().sleepFor(2s);
-    } while (recorded(&VeltrinReverseData::port) != 0);
+    } while (reverseData->snapshot().bPortName != 0);
     return ok;
 }
 

@@ -153,15 +153,7 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
 
     [[nodiscard]] bool isUsableStatusReply(const std::optional<std::vector<std::byte>> &reply) const;
 
-    /// A field of the status record, or what an all-zero record would give as long as none has arrived: an
-    /// accessor would then wait for ever, on the one thread that could end the wait.
-    template <typename Value, typename... Arguments>
-    [[nodiscard]] Value recorded(Value (VeltrinReverseData::*accessor)(Arguments...) const,
-                                 Arguments... arguments) const {
-        return reverseData->hasRecord() ? (reverseData.get()->*accessor)(arguments...) : Value{};
-    }
-
-    [[nodiscard]] bool duplexInstalled() const { return recorded(&VeltrinReverseData::duplexInstalled); }
+    [[nodiscard]] bool duplexInstalled() const { return DuplexInstall.valueIn(reverseData->snapshot()) != 0; }
 
     /// \}
 

@@ -143,8 +143,8 @@ bool DriverFilter::isSDCJob() {
 void DriverFilter::overrideTrayAndMedia(PageHeader &page) {
     page.bPaperTray =
         static_cast<std::uint8_t>(reverseData->priorityTrayForTargetTray(settings.priorityTray));
-    page.bMediaType =
-        static_cast<std::uint8_t>(recorded(&VeltrinReverseData::paperTypeForTray, settings.priorityTray));
+    const auto media = paperTypeField(settings.priorityTray);
+    page.bMediaType = media != nullptr ? reverseData->snapshot().*media : std::uint8_t{0};
     CPSDebugLog("DriverFilter copyPageFrom: overriding tray (%d) and media type (%d)", page.bPaperTray,
                 page.bMediaType);
 }

@@ -43,8 +43,9 @@ bool DriverFilter::checkHeaderSize(std::uint32_t headerSize, std::uint32_t dataS
     const auto refresh = [this] {
         const bool ok = checkStatus();
         if (ok) {
-            printerMemory = {.headerMemory = recorded(&VeltrinReverseData::headerMemory),
-                             .imageMemory = recorded(&VeltrinReverseData::imageMemory)};
+            const ReverseRecord record = reverseData->snapshot();
+            printerMemory = {.headerMemory = record.dwHeaderRemainMemory,
+                             .imageMemory = record.dwImageRemainMemory};
         }
         return ok;
     };

@@ -112,6 +112,14 @@ inline constexpr BitField Tray2Install              = {&ReverseRecord::installBi
 inline constexpr BitField Tray1InstallReserved      = {&ReverseRecord::installBits, 5, 1};
 inline constexpr BitField BypassInstallReserved     = {&ReverseRecord::installBits, 6, 1};
 inline constexpr BitField DuplexInstall             = {&ReverseRecord::installBits, 7, 1};
+
 // clang-format on
+
+/// The field with the paper type code of tray 1, tray 2 or the bypass tray (3); null for any other tray.
+[[nodiscard]] constexpr std::uint8_t ReverseRecord::*paperTypeField(std::uint32_t tray) {
+    constexpr std::array fields = {&ReverseRecord::Tray1Type, &ReverseRecord::Tray2Type,
+                                   &ReverseRecord::BypassType};
+    return tray >= 1 && tray <= fields.size() ? fields[tray - 1] : nullptr;
+}
 
 } // namespace veltrin

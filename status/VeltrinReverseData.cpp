@@ -73,6 +73,13 @@ bool VeltrinReverseData::hasRecord() const {
     return condition == recordArrived;
 }
 
+ReverseRecord VeltrinReverseData::snapshot() const {
+    reverseLock.lock();
+    const ReverseRecord record = reverseData;
+    reverseLock.unlock();
+    return record;
+}
+
 void VeltrinReverseData::dump() const {
     // The uneven tabs and blanks are part of the log's format: whoever reads it by program goes by them.
     CPSDebugLog("----------");
@@ -116,16 +123,8 @@ bool VeltrinReverseData::tray2Installed() const {
 }
 
 std::uint32_t VeltrinReverseData::paperTypeForTray(std::uint32_t tray) const {
-    switch (tray) {
-    case 1:
-        return tray1PaperType();
-    case 2:
-        return tray2PaperType();
-    case 3:
-        return bypassPaperType();
-    default:
-        return 0;
-    }
+    const auto field = paperTypeField(tray);
+    return field != nullptr ? read(field) : 0;
 }
 
 std::uint32_t VeltrinReverseData::priorityTrayForTargetTray(std::uint32_t targetTray) {

@@ -17,8 +17,8 @@ namespace veltrin {
 ///
 /// One thread may store records while others read them. Every accessor waits, without a limit, until the
 /// first record has arrived, and takes the lock for its one field only, so that two accessors in a row may
-/// read two different records. A caller on the thread that stores the records asks `hasRecord` first: there
-/// nobody would end such a wait.
+/// read two different records. On the thread that stores the records nobody would end such a wait: it takes a
+/// `snapshot`.
 class VeltrinReverseData {
   public:
     /// Names are looked up in `bundle`, which must outlive the object. It is not guarded: names are asked for
@@ -32,6 +32,10 @@ class VeltrinReverseData {
 
     /// Whether a record has ever arrived. Does not wait for one.
     [[nodiscard]] bool hasRecord() const;
+
+    /// The record as a whole, without waiting for one: all zero as long as none has arrived, which says of
+    /// the printer that it has no duplex unit, no paper and no memory, and listens to our port.
+    [[nodiscard]] ReverseRecord snapshot() const;
 
     /// Writes the record to the debug log.
     void dump() const;

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <numeric>
 #include <span>
 #include <string>
 #include <utility>
@@ -227,6 +228,24 @@ TEST_F(VeltrinReverseDataTest, HasNoRecordUntilTheFirstValidOne) {
     EXPECT_FALSE(setData(Bytes(64, 0)));
     EXPECT_TRUE(data.hasRecord());
     testing::internal::GetCapturedStderr();
+}
+
+TEST_F(VeltrinReverseDataTest, ASnapshotIsTheWholeRecordAndAllZeroBeforeTheFirst) {
+    const auto bytesOf = [](const ReverseRecord &record) {
+        Bytes bytes(sizeof record);
+        std::memcpy(bytes.data(), &record, sizeof record);
+        return bytes;
+    };
+    EXPECT_EQ(bytesOf(data.snapshot()), Bytes(64, 0));
+    Bytes record(64, 0);
+    std::iota(record.begin(), record.end(), std::uint8_t{100});
+    std::memcpy(record.data(), "GDIR", 4);
+    EXPECT_TRUE(setData(record));
+    EXPECT_EQ(bytesOf(data.snapshot()), record);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(setData(Bytes(64, 0)));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(bytesOf(data.snapshot()), record) << "of the last valid one";
 }
 
 TEST_F(VeltrinReverseDataTest, TakesTheFieldsThatItDoesNotExamineAsTheyCome) {
