@@ -64,6 +64,8 @@ bool DriverFilter::init() {
             return false;
         }
     }
+    status =
+        std::make_unique<PrinterStatus>(*reverseData, ipc.get(), platform, [this] { return cancelled(); });
 
     return inputMemory.allocateDataBuffer(initialDataBufferSize);
 }
@@ -72,8 +74,9 @@ DriverFilter::~DriverFilter() {
     CPSDebugLog("DriverFilter dealloc: ");
     if (ipc != nullptr) {
         ipc->stop();
-        ipc.reset();
     }
+    status.reset();
+    ipc.reset();
     reverseData.reset();
     unlink(semaphorePath);
 }
@@ -134,26 +137,10 @@ bool DriverFilter::preparePrinter() {
     if (!ipc->sendData(std::as_bytes(std::span(reverseDataReset)))) {
         return failure("send REVERSE_DATA_RESET command error");
     }
-    if (!waitForPort()) {
+    if (!status->waitForPort()) {
         return false;
     }
-    return checkHeaderSize(0, 0, false) || failure("checkHeaderSize error");
-}
-
-/// Waits until the printer reports port 0. Nothing else ends the wait; whether the job can go on is decided
-/// by the status reading of the last pass.
-bool DriverFilter::waitForPort() {
-    bool ok = false;
-    do {
-        CPSDebugLog("DriverFilter run: Waiting for port");
-        ok = checkStatus();
-        if (!ok) {
-            CPSDebugAssert_("checkStatus error");
-        }
-        CPSDebugLog("DriverFilter run: Waiting for port (%d)", reverseData->snapshot().bPortName);
-        platform.clock().sleepFor(2s);
-    } while (reverseData->snapshot().bPortName != 0);
-    return ok;
+    return status->checkHeaderSize(0, 0, false) || failure("checkHeaderSize error");
 }
 
 /// Reads the identifier in front of the stream. A stream with another than the expected one is printed all

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "driver/MemoryEstimate.h"
 #include "driver/PageInput.h"
+#include "driver/PrinterStatus.h"
 #include "driver/stream/BandRun.h"
 #include "driver/stream/PageStream.h"
 #include "filter/CUPSFilter.h"
@@ -9,7 +9,6 @@
 #include "ipc/FrontendIPCDelegate.h"
 #include "status/VeltrinReverseData.h"
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -31,8 +30,7 @@ enum class Written { all, headerFailed, dataFailed };
 ///
 /// Its methods are spread over a few files by subject: the job sequence (DriverFilter.cpp), the stream's
 /// input and output (DriverFilterIO.cpp), page copying (DriverFilterPages.cpp), spooling
-/// (DriverFilterSpool.cpp), unspooling (DriverFilterUnspool.cpp), and the printer's status and memory
-/// (DriverFilterStatus.cpp).
+/// (DriverFilterSpool.cpp), and unspooling (DriverFilterUnspool.cpp).
 ///
 /// All methods that return a boolean return true on success; a failure is logged where it is found.
 class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
@@ -54,7 +52,6 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     [[nodiscard]] bool openChannel();
     [[nodiscard]] bool printJob();
     [[nodiscard]] bool preparePrinter();
-    [[nodiscard]] bool waitForPort();
     [[nodiscard]] bool readIdentifier();
     [[nodiscard]] bool printTwoSided();
     [[nodiscard]] bool awaitEndOfJob();
@@ -81,7 +78,6 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// What is written to `fd` is handed to the channel.
     [[nodiscard]] bool goesToChannel(int fd) const;
 
-    void postCommunicationError();
     /// \}
 
     /// \name Page copying
@@ -137,22 +133,10 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
 
     void markJobAsDuplex();
     [[nodiscard]] bool sendPlannedPages(bool headersSent);
+
     /// \}
 
-    /// \name Printer status and memory
-    /// \{
-    /// Waits until the printer has room for a header and its data. True at once without a channel.
-    [[nodiscard]] bool checkHeaderSize(std::uint32_t headerSize, std::uint32_t dataSize, bool isDuplex);
-
-    /// Reads a status record and shows the status to the user. False where none could be read or the status
-    /// is an error. True at once without a channel.
-    [[nodiscard]] bool checkStatus();
-
-    /// Writes one status line for the scheduler; an error is repeated until the job is cancelled.
-    void postCUPSStatus(std::int32_t severity, const std::string &text);
-
-    [[nodiscard]] bool isUsableStatusReply(const std::optional<std::vector<std::byte>> &reply) const;
-
+    /// Whether the printer turns sheets itself; as long as it has not said so, it does not.
     [[nodiscard]] bool duplexInstalled() const { return DuplexInstall.valueIn(reverseData->snapshot()) != 0; }
 
     /// \}
@@ -163,12 +147,11 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// The printer's latest status record.
     std::unique_ptr<VeltrinReverseData> reverseData;
 
+    /// Asks for the records, shows them, and holds the job back.
+    std::unique_ptr<PrinterStatus> status;
+
     /// What the input and the spool files are read through.
     InputMemory inputMemory;
-
-    /// What the printer is thought to have free, and when it was last asked in the ordinary course of a job.
-    MemoryEstimate printerMemory;
-    std::optional<std::chrono::microseconds> lastCheckTime;
 
     /// The job's headers as read from the input.
     StreamHeader fileHeader;

@@ -51,7 +51,7 @@ bool DriverFilter::writeToFD(int fd, const void *buffer, std::int32_t size) {
         }
         reportFailedWrite(bytes.size() - written);
     }
-    postCommunicationError();
+    status->postCommunicationError();
     return false;
 }
 
@@ -74,13 +74,8 @@ Written DriverFilter::writeBandRun(int fd, const BandRun &run, std::span<const s
     const BandExtent struck = bandAround(stream, written);
     const bool inHeader = written < struck.headerEnd;
     reportFailedWrite((inHeader ? struck.headerEnd : struck.dataEnd) - written);
-    postCommunicationError();
+    status->postCommunicationError();
     return inHeader ? Written::headerFailed : Written::dataFailed;
-}
-
-void DriverFilter::postCommunicationError() {
-    postCUPSStatus(
-        2, platform.bundle().localizedStringForKey("DriverCommError", "Unable to communicate with printer"));
 }
 
 } // namespace veltrin

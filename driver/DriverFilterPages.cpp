@@ -70,8 +70,8 @@ bool DriverFilter::copyPageFrom(PageInput &from, int to, std::uint32_t additiona
             return false;
         }
         if (to == STDOUT_FILENO &&
-            !checkHeaderSize(static_cast<std::uint32_t>(headerSize), static_cast<std::uint32_t>(dataSize),
-                             isDuplexedPage(additionalType))) {
+            !status->checkHeaderSize(static_cast<std::uint32_t>(headerSize),
+                                     static_cast<std::uint32_t>(dataSize), isDuplexedPage(additionalType))) {
             return false;
         }
         if (!isWritten(writeHeaderAndData(to, header, headerSize, from.data(), dataSize))) {
