@@ -91,7 +91,7 @@ bool DriverFilter::run() {
     }
     if (!result) {
         static_cast<void>(
-            writeToFD(STDOUT_FILENO, cancelCommand.data(), static_cast<std::int32_t>(cancelCommand.size())));
+            printer().writeToFD(cancelCommand.data(), static_cast<std::int32_t>(cancelCommand.size())));
     }
     CPSDebugLog("DriverFilter run: exiting with result %d", static_cast<int>(result));
     return result;

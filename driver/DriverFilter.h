@@ -1,6 +1,7 @@
 #pragma once
 
 #include "driver/PageInput.h"
+#include "driver/PageOutput.h"
 #include "driver/PrinterStatus.h"
 #include "driver/stream/BandRun.h"
 #include "driver/stream/PageStream.h"
@@ -13,7 +14,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -23,14 +23,10 @@ namespace veltrin {
 /// order. Nothing reads it; it is there for a debugger.
 extern std::uint32_t pageBandNumber;
 
-/// What has become of a header and its data on their way out.
-enum class Written { all, headerFailed, dataFailed };
-
 /// The printer driver: the whole job from the input page stream to the printer.
 ///
-/// Its methods are spread over a few files by subject: the job sequence (DriverFilter.cpp), the stream's
-/// input and output (DriverFilterIO.cpp), page copying (DriverFilterPages.cpp), spooling
-/// (DriverFilterSpool.cpp), and unspooling (DriverFilterUnspool.cpp).
+/// Its methods are spread over a few files by subject: the job sequence (DriverFilter.cpp), page copying
+/// (DriverFilterPages.cpp), spooling (DriverFilterSpool.cpp), and unspooling (DriverFilterUnspool.cpp).
 ///
 /// All methods that return a boolean return true on success; a failure is logged where it is found.
 class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
@@ -61,35 +57,16 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     [[nodiscard]] std::int32_t readRetryCount() override;
     /// \}
 
-    /// \name Stream input and output
-    /// \{
-    /// Writes exactly `size` bytes, or hands them to the channel where there is one and `fd` is standard
-    /// output. A failure is shown to the user until the job is cancelled.
-    [[nodiscard]] bool writeToFD(int fd, const void *buffer, std::int32_t size);
-
-    /// Writes a header and the data that belong to it.
-    [[nodiscard]] Written writeHeaderAndData(int fd, const StreamHeader &header, std::int32_t headerSize,
-                                             const std::byte *data, std::int32_t dataSize);
-
-    /// Writes the bands at the beginning of `stream`, with the outcome and the reports that writing each
-    /// header and each band's data would have.
-    [[nodiscard]] Written writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream);
-
-    /// What is written to `fd` is handed to the channel.
-    [[nodiscard]] bool goesToChannel(int fd) const;
-
-    /// \}
-
     /// \name Page copying
     /// \{
     /// Copies from where `from` stands up to and including the last band of a page, or up to the end-of-job
     /// mark, which sets `eoj` and is not written. `additionalType` is ORed into the page's type; `paperTray`
     /// replaces its tray unless it is `pagesOwnTray`.
-    [[nodiscard]] bool copyPageFrom(PageInput &from, int to, std::uint32_t additionalType,
+    [[nodiscard]] bool copyPageFrom(PageInput &from, PageOutput &to, std::uint32_t additionalType,
                                     std::uint8_t paperTray, bool &eoj);
 
-    /// Copies the page in the file `path`.
-    [[nodiscard]] bool copyPageFromPath(const std::string &path, int to, std::uint32_t additionalType,
+    /// Sends the page in the file `path` to the printer.
+    [[nodiscard]] bool copyPageFromPath(const std::string &path, std::uint32_t additionalType,
                                         std::uint8_t paperTray);
 
     /// Sends the job straight from the input to the printer.
@@ -98,7 +75,12 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// Whether the job's name asks for a tray; `settings.priorityTray` becomes that tray if it does.
     [[nodiscard]] bool isSDCJob();
 
-    [[nodiscard]] bool copyKeptBands(PageInput &from, int to, std::uint32_t &headerCount, bool &pageDone);
+    /// What a step of copying a page has come to.
+    enum class CopyStep { goesOn, pageDone, endOfJob, failed };
+
+    [[nodiscard]] CopyStep copyBandRun(PageInput &from, PageOutput &to, const BandRun &run);
+    [[nodiscard]] CopyStep copyHeader(PageInput &from, PageOutput &to, std::uint32_t additionalType,
+                                      std::uint8_t paperTray);
     void patchPageHeader(StreamHeader &header, std::uint32_t additionalType, std::uint8_t paperTray);
     void overrideTrayAndMedia(PageHeader &page);
     [[nodiscard]] bool readFileHeaders(PageInput &input);
@@ -135,6 +117,9 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     [[nodiscard]] bool sendPlannedPages(bool headersSent);
 
     /// \}
+
+    /// Where the pages are sent.
+    [[nodiscard]] PageOutput printer() const { return PageOutput::toPrinter(ipc.get(), *status); }
 
     /// Whether the printer turns sheets itself; as long as it has not said so, it does not.
     [[nodiscard]] bool duplexInstalled() const { return DuplexInstall.valueIn(reverseData->snapshot()) != 0; }

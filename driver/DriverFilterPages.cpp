@@ -3,10 +3,7 @@
 #include "driver/DriverFilter.h"
 #include "driver/PriorityTray.h"
 #include "driver/SendPlan.h"
-#include "driver/stream/BandRun.h"
 #include "log/DebugLog.h"
-
-#include <unistd.h>
 
 #include <bit>
 
@@ -33,73 +30,72 @@ bool isWritten(Written written) {
 
 } // namespace
 
-bool DriverFilter::copyPageFrom(PageInput &from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
-                                bool &eoj) {
+bool DriverFilter::copyPageFrom(PageInput &from, PageOutput &to, std::uint32_t additionalType,
+                                std::uint8_t paperTray, bool &eoj) {
     std::uint32_t headerCount = 0;
-    bool pageDone = false;
-    while (!eoj && !pageDone) {
-        if (!copyKeptBands(from, to, headerCount, pageDone)) {
-            return false;
+    CopyStep step = CopyStep::goesOn;
+    while (step == CopyStep::goesOn) {
+        if (const BandRun run = to.bandsToBatch(from.kept()); run.bands != 0) {
+            step = copyBandRun(from, to, run);
+            headerCount += run.bands;
+        } else {
+            step = copyHeader(from, to, additionalType, paperTray);
+            headerCount += step == CopyStep::endOfJob ? 0 : 1; // the mark is no header
         }
-        if (pageDone) {
-            break;
-        }
-
-        StreamHeader header;
-        std::int32_t headerSize = 0;
-        std::int32_t dataSize = 0;
-        const bool headerRead = from.readHeader(header, headerSize);
-        const Tag tag = header.tag();
-        if (headerRead && tag == endOfJobTag) {
-            eoj = true;
-            CPSDebugLog("DriverFilter copyPageFrom: eoj at tag: %u", headerCount);
-            break;
-        }
-        if (tag != bandHeaderTag && tag != pageHeaderTag) {
-            // Copied all the same: the printer may know more kinds of header than we do.
-            CPSDebugLog("DriverFilter copyPageFrom: encountered unexpected file header");
-        }
-        if (!headerRead) {
-            return false;
-        }
-        if (tag == pageHeaderTag) {
-            patchPageHeader(header, additionalType, paperTray);
-        }
-        if (!from.readHeaderData(header, dataSize)) {
-            CPSDebugAssert_("DriverFilter copyPageFrom: failed to read header and data");
-            return false;
-        }
-        if (to == STDOUT_FILENO &&
-            !status->checkHeaderSize(static_cast<std::uint32_t>(headerSize),
-                                     static_cast<std::uint32_t>(dataSize), isDuplexedPage(additionalType))) {
-            return false;
-        }
-        if (!isWritten(writeHeaderAndData(to, header, headerSize, from.data(), dataSize))) {
-            return false;
-        }
-        pageDone = tag == bandHeaderTag && header.as<BandHeader>().isLastOfPage();
-        ++headerCount;
     }
-    if (pageDone) {
+    if (step == CopyStep::endOfJob) {
+        eoj = true;
+        CPSDebugLog("DriverFilter copyPageFrom: eoj at tag: %u", headerCount);
+    } else if (step == CopyStep::pageDone) {
         CPSDebugLog("DriverFilter copyPageFrom: done with page");
     }
-    return true;
+    return step != CopyStep::failed;
 }
 
-/// Copies bands that have been read ahead already, all together: a system call for each would cost more than
-/// the data. Does nothing for the channel, which is handed header and data one by one.
-bool DriverFilter::copyKeptBands(PageInput &from, int to, std::uint32_t &headerCount, bool &pageDone) {
-    if (goesToChannel(to)) {
-        return true;
-    }
-    const BandRun run = bandRunOf(from.kept());
-    if (!isWritten(writeBandRun(to, run, from.kept()))) {
-        return false;
+/// Copies bands that have been read ahead already.
+DriverFilter::CopyStep DriverFilter::copyBandRun(PageInput &from, PageOutput &to, const BandRun &run) {
+    if (!isWritten(to.writeBandRun(run, from.kept()))) {
+        return CopyStep::failed;
     }
     from.skip(run.size);
-    headerCount += run.bands;
-    pageDone = run.endsPage;
-    return true;
+    return run.endsPage ? CopyStep::pageDone : CopyStep::goesOn;
+}
+
+/// Copies one header and its data, unless it is the mark at the end of the job.
+DriverFilter::CopyStep DriverFilter::copyHeader(PageInput &from, PageOutput &to, std::uint32_t additionalType,
+                                                std::uint8_t paperTray) {
+    StreamHeader header;
+    std::int32_t headerSize = 0;
+    std::int32_t dataSize = 0;
+    const bool headerRead = from.readHeader(header, headerSize);
+    const Tag tag = header.tag();
+    if (headerRead && tag == endOfJobTag) {
+        return CopyStep::endOfJob;
+    }
+    if (tag != bandHeaderTag && tag != pageHeaderTag) {
+        // Copied all the same: the printer may know more kinds of header than we do.
+        CPSDebugLog("DriverFilter copyPageFrom: encountered unexpected file header");
+    }
+    if (!headerRead) {
+        return CopyStep::failed;
+    }
+    if (tag == pageHeaderTag) {
+        patchPageHeader(header, additionalType, paperTray);
+    }
+    if (!from.readHeaderData(header, dataSize)) {
+        CPSDebugAssert_("DriverFilter copyPageFrom: failed to read header and data");
+        return CopyStep::failed;
+    }
+    if (to.isPrinter() &&
+        !status->checkHeaderSize(static_cast<std::uint32_t>(headerSize), static_cast<std::uint32_t>(dataSize),
+                                 isDuplexedPage(additionalType))) {
+        return CopyStep::failed;
+    }
+    if (!isWritten(to.writeHeaderAndData(header, headerSize, from.data(), dataSize))) {
+        return CopyStep::failed;
+    }
+    const bool isLast = tag == bandHeaderTag && header.as<BandHeader>().isLastOfPage();
+    return isLast ? CopyStep::pageDone : CopyStep::goesOn;
 }
 
 void DriverFilter::patchPageHeader(StreamHeader &header, std::uint32_t additionalType,
@@ -116,13 +112,14 @@ void DriverFilter::patchPageHeader(StreamHeader &header, std::uint32_t additiona
     header.store(page);
 }
 
-bool DriverFilter::copyPageFromPath(const std::string &path, int to, std::uint32_t additionalType,
+bool DriverFilter::copyPageFromPath(const std::string &path, std::uint32_t additionalType,
                                     std::uint8_t paperTray) {
     PageInput from(path, inputMemory);
     if (!from.isOpen()) {
         CPSDebugAssert_("DriverFilter copyPageFromPath: unable to open file: %s", path.c_str());
         return false;
     }
+    PageOutput to = printer();
     bool eoj = false;
     return copyPageFrom(from, to, additionalType, paperTray, eoj);
 }
@@ -160,8 +157,9 @@ bool DriverFilter::readFileHeaders(PageInput &input) {
 
 /// Sends the job's two headers to the printer.
 bool DriverFilter::writeFileHeaders() {
-    return writeToFD(STDOUT_FILENO, fileHeader.data(), sizeof(FileHeader)) &&
-           writeToFD(STDOUT_FILENO, fileHeaderEx.data(), sizeof(FileHeaderEx));
+    PageOutput to = printer();
+    return to.writeToFD(fileHeader.data(), sizeof(FileHeader)) &&
+           to.writeToFD(fileHeaderEx.data(), sizeof(FileHeaderEx));
 }
 
 bool DriverFilter::sendPages() {
@@ -169,9 +167,10 @@ bool DriverFilter::sendPages() {
     const bool valid = readFileHeaders(input);
     CPSDebugLog("DriverFilter sendPages: Sending file headers");
     bool result = valid && writeFileHeaders();
+    PageOutput to = printer();
     bool eoj = false;
     while (result && !eoj) {
-        result = copyPageFrom(input, STDOUT_FILENO, 0, pagesOwnTray, eoj);
+        result = copyPageFrom(input, to, 0, pagesOwnTray, eoj);
     }
 
     // The printer waits for the mark whatever has become of the pages.
@@ -185,7 +184,7 @@ bool DriverFilter::sendPages() {
 
 bool DriverFilter::sendEndOfJob() {
     const WireTag mark = endOfJobTag;
-    return writeToFD(STDOUT_FILENO, &mark, sizeof mark);
+    return printer().writeToFD(&mark, sizeof mark);
 }
 
 } // namespace veltrin

@@ -57,7 +57,8 @@ bool DriverFilter::spoolEveryPage(PageInput &input, bool &eoj) {
             CPSDebugAssert_("DriverFilter spoolPages: cupsTempFd failed");
             return false;
         }
-        result = copyPageFrom(input, fd, 0, pagesOwnTray, eoj);
+        PageOutput to = PageOutput::toFile(fd, *status);
+        result = copyPageFrom(input, to, 0, pagesOwnTray, eoj);
         if (!result) {
             CPSDebugAssert_("DriverFilter spoolPages: copyPageFrom:to:additionalType: failed");
         }

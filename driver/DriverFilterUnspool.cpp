@@ -5,8 +5,6 @@
 #include "driver/SendPlan.h"
 #include "log/DebugLog.h"
 
-#include <unistd.h>
-
 #include <utility>
 
 namespace veltrin {
@@ -105,7 +103,7 @@ bool DriverFilter::sendPlannedPages(bool headersSent) {
         CPSDebugLog("DriverFilter unspoolPages %s: sending path %s, flags: %x",
                     page.secondPass ? names.sendingSecondPass : names.sending, path.c_str(),
                     unsigned{page.typeBits});
-        result = copyPageFromPath(path, STDOUT_FILENO, page.typeBits, page.tray);
+        result = copyPageFromPath(path, page.typeBits, page.tray);
         if (!result) {
             CPSDebugAssert_("DriverFilter unspoolPages %s: copyPageFromPath failed on index %d", names.failed,
                             static_cast<std::int32_t>(page.index));

@@ -88,12 +88,12 @@ class OpenDriver : public DriverFilter {
     using DriverFilter::spoolPages;
     using DriverFilter::status;
     using DriverFilter::unspoolPages;
-    using DriverFilter::writeToFD;
 
     [[nodiscard]] bool copyPageFrom(int from, int to, std::uint32_t additionalType, std::uint8_t paperTray,
                                     bool &eoj) {
         PageInput input(from, inputMemory);
-        return DriverFilter::copyPageFrom(input, to, additionalType, paperTray, eoj);
+        PageOutput output = to == STDOUT_FILENO ? printer() : PageOutput::toFile(to, *status);
+        return DriverFilter::copyPageFrom(input, output, additionalType, paperTray, eoj);
     }
 
     [[nodiscard]] bool endOfJobAcknowledged() override { return acknowledged(); }
@@ -161,7 +161,7 @@ TEST_F(DriverFilterTest, OnlySigtermEndsTheChannelsWaits) {
     EXPECT_TRUE(center().client.isCancelled());
 }
 
-// Reading and writing the stream
+// Copying pages
 
 class StreamIOTest : public DriverFilterTest {
   protected:
@@ -206,73 +206,6 @@ TEST_F(StreamIOTest, AMissingBufferIsNotTouchedAndMadeAgainWhenNeeded) {
     EXPECT_EQ(filter->inputMemory.dataBufferSize, 3);
 }
 
-TEST_F(StreamIOTest, WithAChannelNothingGoesToStandardOutputEvenWhenTheChannelFails) {
-    OpenDriver *filter = start(uri);
-    output.clear();
-    received.clear();
-    EXPECT_TRUE(filter->writeToFD(STDOUT_FILENO, "data", 4));
-    EXPECT_EQ(received, "data");
-    center().failsPosts = true;
-    cancelAfterSleeps(1);
-    EXPECT_FALSE(filter->writeToFD(STDOUT_FILENO, "more", 4));
-    EXPECT_EQ(output.written(), "");
-    EXPECT_THAT(linesOf(errors.written()),
-                Contains("ERROR: recoverable: Unable to communicate with printer"));
-}
-
-TEST_F(StreamIOTest, WithAChannelOtherDescriptorsAreWritten) {
-    OpenDriver *filter = start(uri);
-    const int file = open("/tmp/other", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    received.clear();
-    EXPECT_TRUE(filter->writeToFD(file, "data", 4));
-    close(file);
-    EXPECT_EQ(readFile("/tmp/other"), "data");
-    EXPECT_EQ(received, "");
-}
-
-TEST_F(StreamIOTest, AFailedWriteIsThatOfTheHeaderOrDataItStrikes) {
-    // A pipe that nobody empties takes part of a page, wherever it is full; what it took tells what must be
-    // reported.
-    std::vector<std::string> reports;
-    for (std::uint32_t bandSize = 0; bandSize < 3000; bandSize += 61) {
-        gSigTerm = 1;
-        OpenDriver *filter = startFile();
-        const std::string pageHeader = makePage(streamOf(1), 1).substr(0, 64);
-        std::vector<std::size_t> ends = {pageHeader.size()}; // of each header and of each band's data
-        std::string page = pageHeader;
-        while (page.size() < 3 * std::size_t{65536}) {
-            ends.push_back(page.size() + 32);
-            page += band(bandSize, false, std::string(bandSize, 'd'));
-            ends.push_back(page.size());
-        }
-        int pipeEnds[2] = {-1, -1};
-        ASSERT_EQ(pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK), 0);
-        log.clear();
-        bool eoj = false;
-        EXPECT_FALSE(filter->copyPageFrom(fileOf(page), pipeEnds[1], 0, pagesOwnTray, eoj));
-        std::string taken(page.size(), '\0');
-        const ssize_t count = read(pipeEnds[0], taken.data(), taken.size());
-        close(pipeEnds[0]);
-        close(pipeEnds[1]);
-        ASSERT_GT(count, 0);
-        taken.resize(static_cast<std::size_t>(count));
-        EXPECT_TRUE(page.starts_with(taken));
-
-        const auto struck = std::upper_bound(ends.begin(), ends.end(), taken.size());
-        const bool inHeader = struck == ends.begin() || (struck - ends.begin()) % 2 == 1;
-        reports.emplace_back(inHeader ? "header" : "data");
-        EXPECT_EQ(log.messages().front(),
-                  "ASSERT: DriverFilter writeToFD: Unable to write all of data. Wanted " +
-                      std::to_string(*struck - taken.size()) + " bytes, got -1 bytes")
-            << bandSize << ' ' << taken.size();
-        EXPECT_EQ(log.messages().back(),
-                  "ASSERT: DriverFilter copyPageFrom: failed to write " + reports.back());
-        driver.reset();
-    }
-    EXPECT_THAT(reports, Contains("header"));
-    EXPECT_THAT(reports, Contains("data"));
-}
-
 TEST_F(StreamIOTest, CountsEveryHeaderOfAPageThatTheEndMarkCutsShort) {
     OpenDriver *filter = startFile();
     std::string part = makePage(streamOf(1), 1).substr(0, 64);
@@ -290,11 +223,11 @@ TEST_F(StreamIOTest, NothingOfAFailedPageIsLeftForTheNextFile) {
     gSigTerm = 1;
     OpenDriver *filter = startFile();
     const std::string page = makePage(streamOf(1), 1);
-    writeFile("/tmp/failed", page);
     writeFile("/tmp/next", page);
-    EXPECT_FALSE(filter->copyPageFromPath("/tmp/failed", -1, 0, pagesOwnTray));
+    bool eoj = false;
+    EXPECT_FALSE(filter->copyPageFrom(fileOf(page), -1, 0, pagesOwnTray, eoj));
     output.clear();
-    EXPECT_TRUE(filter->copyPageFromPath("/tmp/next", STDOUT_FILENO, 0, pagesOwnTray));
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/next", 0, pagesOwnTray));
     EXPECT_TRUE(output.written() == page);
 }
 
@@ -305,11 +238,9 @@ TEST_F(StreamIOTest, WhatFollowsTheEndMarkDoesNotGetIntoAnotherFile) {
     bool eoj = false;
     EXPECT_TRUE(filter->copyPageFrom(fileOf("JIDGgarbage"), STDOUT_FILENO, 0, pagesOwnTray, eoj));
     output.clear();
-    EXPECT_TRUE(filter->copyPageFromPath("/tmp/next", STDOUT_FILENO, 0, pagesOwnTray));
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/next", 0, pagesOwnTray));
     EXPECT_TRUE(output.written() == page);
 }
-
-// Copying pages
 
 TEST_F(StreamIOTest, AnEndMarkAloneSetsTheFlagAndIsNotWritten) {
     OpenDriver *filter = startFile();
@@ -320,8 +251,6 @@ TEST_F(StreamIOTest, AnEndMarkAloneSetsTheFlagAndIsNotWritten) {
     EXPECT_TRUE(eoj);
     EXPECT_EQ(output.written(), "");
     EXPECT_THAT(log.messages(), ElementsAre("DriverFilter copyPageFrom: eoj at tag: 0"));
-    EXPECT_TRUE(filter->copyPageFrom(-1, STDOUT_FILENO, 0, pagesOwnTray, eoj))
-        << "nothing is read once it is set";
 }
 
 TEST_F(StreamIOTest, AFailureLeavesTheEndOfJobFlagAsItWas) {
@@ -339,8 +268,8 @@ TEST_F(StreamIOTest, WhatIsReadAheadOfOneFileIsNeverTakenForAnother) {
     writeFile("/tmp/first", first + first);
     writeFile("/tmp/second", second);
     output.clear();
-    EXPECT_TRUE(filter->copyPageFromPath("/tmp/first", STDOUT_FILENO, 0, pagesOwnTray));
-    EXPECT_TRUE(filter->copyPageFromPath("/tmp/second", STDOUT_FILENO, 0, pagesOwnTray));
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/first", 0, pagesOwnTray));
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/second", 0, pagesOwnTray));
     EXPECT_TRUE(output.written() == first + second);
 }
 
@@ -387,7 +316,7 @@ TEST_F(StreamIOTest, OnlyPagesForThePrinterAreCheckedAgainstItsMemory) {
     EXPECT_TRUE(filter->copyPageFrom(fileOf(page), file, 0, pagesOwnTray, eoj));
     close(file);
     EXPECT_EQ(readings(), 0);
-    EXPECT_TRUE(filter->copyPageFromPath("/tmp/other", STDOUT_FILENO, 0x0C, pagesOwnTray));
+    EXPECT_TRUE(filter->copyPageFromPath("/tmp/other", 0x0C, pagesOwnTray));
     EXPECT_EQ(readings(), 1);
     // What the page took is no longer there: with the margins just kept there is room, and with them gone
     // none.

@@ -1,6 +1,5 @@
-// DriverFilter: writing the page stream.
+#include "driver/PageOutput.h"
 
-#include "driver/DriverFilter.h"
 #include "log/DebugLog.h"
 
 #include <unistd.h>
@@ -32,14 +31,22 @@ void reportFailedWrite(std::size_t missing) {
 
 } // namespace
 
-bool DriverFilter::goesToChannel(int fd) const {
-    return fd == STDOUT_FILENO && ipc != nullptr;
+PageOutput PageOutput::toPrinter(FrontendIPC *ipc, PrinterStatus &status) {
+    return {STDOUT_FILENO, ipc, status};
 }
 
-bool DriverFilter::writeToFD(int fd, const void *buffer, std::int32_t size) {
+PageOutput PageOutput::toFile(int fd, PrinterStatus &status) {
+    return {fd, nullptr, status};
+}
+
+bool PageOutput::isPrinter() const {
+    return fd == STDOUT_FILENO;
+}
+
+bool PageOutput::writeToFD(const void *buffer, std::int32_t size) {
     const std::span<const std::byte> bytes(static_cast<const std::byte *>(buffer),
                                            static_cast<std::size_t>(size));
-    if (goesToChannel(fd)) {
+    if (ipc != nullptr) {
         // Nothing goes to standard output then, not even what the channel refuses.
         if (ipc->sendData(bytes)) {
             return true;
@@ -51,22 +58,26 @@ bool DriverFilter::writeToFD(int fd, const void *buffer, std::int32_t size) {
         }
         reportFailedWrite(bytes.size() - written);
     }
-    status->postCommunicationError();
+    status.postCommunicationError();
     return false;
 }
 
-Written DriverFilter::writeHeaderAndData(int fd, const StreamHeader &header, std::int32_t headerSize,
-                                         const std::byte *data, std::int32_t dataSize) {
-    if (headerSize != 0 && !writeToFD(fd, header.data(), headerSize)) {
+Written PageOutput::writeHeaderAndData(const StreamHeader &header, std::int32_t headerSize,
+                                       const std::byte *data, std::int32_t dataSize) {
+    if (headerSize != 0 && !writeToFD(header.data(), headerSize)) {
         return Written::headerFailed;
     }
-    if (dataSize != 0 && !writeToFD(fd, data, dataSize)) {
+    if (dataSize != 0 && !writeToFD(data, dataSize)) {
         return Written::dataFailed;
     }
     return Written::all;
 }
 
-Written DriverFilter::writeBandRun(int fd, const BandRun &run, std::span<const std::byte> stream) {
+BandRun PageOutput::bandsToBatch(std::span<const std::byte> stream) const {
+    return ipc == nullptr ? bandRunOf(stream) : BandRun();
+}
+
+Written PageOutput::writeBandRun(const BandRun &run, std::span<const std::byte> stream) {
     const std::size_t written = writeUntilFailure(fd, stream.first(run.size));
     if (written == run.size) {
         return Written::all;
@@ -74,7 +85,7 @@ Written DriverFilter::writeBandRun(int fd, const BandRun &run, std::span<const s
     const BandExtent struck = bandAround(stream, written);
     const bool inHeader = written < struck.headerEnd;
     reportFailedWrite((inHeader ? struck.headerEnd : struck.dataEnd) - written);
-    status->postCommunicationError();
+    status.postCommunicationError();
     return inHeader ? Written::headerFailed : Written::dataFailed;
 }
 
