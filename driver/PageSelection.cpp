@@ -60,4 +60,9 @@ PageSelection selectPages(const JobSettings &settings, const CopyCounts &counts,
     return selection;
 }
 
+bool includeBlankPage(std::uint32_t pathCount, bool duplexInstalled, std::string_view paperType) {
+    const bool hasFront = paperType == "Letterhead" || paperType == "Preprinted" || paperType == "Prepunched";
+    return pathCount % 2 == 1 && (!duplexInstalled || hasFront);
+}
+
 } // namespace veltrin

@@ -3,6 +3,7 @@
 #include "filter/JobSettings.h"
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 // Which of the spooled pages make up one copy of the document.
@@ -57,5 +58,11 @@ struct PageSelection {
 /// functions above.
 [[nodiscard]] PageSelection selectPages(const JobSettings &settings, const CopyCounts &counts,
                                         std::uint32_t pageCount, std::uint32_t systemVersion);
+
+/// Whether a copy of so many pages needs a blank page more, so that the next one begins on a front side: an
+/// odd copy does where sheets are turned by hand, and on paper with a front of its own. Nothing in the filter
+/// asks.
+[[nodiscard]] bool includeBlankPage(std::uint32_t pathCount, bool duplexInstalled,
+                                    std::string_view paperType);
 
 } // namespace veltrin

@@ -1,7 +1,5 @@
 #include "driver/SendPlan.h"
 
-#include "driver/stream/PageStream.h"
-
 namespace veltrin {
 
 namespace {
@@ -116,6 +114,14 @@ void forEachPlannedPage(const SendJob &job, const Send &send) {
     case SendBranch::collatedDuplexUnit:
         return sendCollatedDuplexUnit(job, send);
     }
+}
+
+PageHeader sentAs(PageHeader page, std::uint32_t typeBits, std::uint8_t tray) {
+    page.bType |= static_cast<std::uint8_t>(typeBits);
+    if (tray != pagesOwnTray) {
+        page.bPaperTray = tray;
+    }
+    return page;
 }
 
 bool isDuplexedPage(std::uint32_t typeBits) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "driver/stream/PageStream.h"
+
 #include <cstdint>
 #include <functional>
 
@@ -52,6 +54,10 @@ struct PlannedPage {
 /// Calls `send` for every page of the job, in order, as long as it returns true. Nothing is kept, so the
 /// number of copies costs no memory, and a job without pages ends at once whatever the number.
 void forEachPlannedPage(const SendJob &job, const std::function<bool(const PlannedPage &)> &send);
+
+/// The header of a page that is sent: `typeBits`, of which only the low byte counts, are added to its own,
+/// and `tray` replaces its own unless it is `pagesOwnTray`.
+[[nodiscard]] PageHeader sentAs(PageHeader page, std::uint32_t typeBits, std::uint8_t tray);
 
 /// Whether a page with these type bits counts as two-sided for the printer's memory: only one with both bits
 /// of a sheet's first side does.

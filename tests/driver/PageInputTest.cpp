@@ -113,6 +113,28 @@ TEST_F(PageInputTest, TheBufferGrowsToExactlyWhatTheLargestBandNeeds) {
     EXPECT_EQ(input.data(), grown);
 }
 
+TEST_F(PageInputTest, AMissingBufferIsNotTouchedAndMadeAgainWhenNeeded) {
+    // As a failed allocation leaves it.
+    memory.dataBufferSize = 0x70000000;
+    PageInput input = inputOf("abc");
+    const auto readBand = [&](std::uint32_t size) {
+        StreamHeader header;
+        BandHeader bandHeader{};
+        bandHeader.MagicNumber = bandHeaderTag;
+        bandHeader.dwMSize = size;
+        header.store(bandHeader);
+        std::int32_t got = -1;
+        EXPECT_TRUE(input.readHeaderData(header, got));
+        return got;
+    };
+    EXPECT_EQ(readBand(0), 0);
+    EXPECT_EQ(input.data(), nullptr);
+    EXPECT_EQ(readBand(3), 3);
+    EXPECT_EQ(memory.dataBufferSize, 3);
+    ASSERT_NE(input.data(), nullptr);
+    EXPECT_EQ(std::memcmp(input.data(), "abc", 3), 0);
+}
+
 TEST_F(PageInputTest, OnlyBandHeadersAreFollowedByData) {
     for (const Tag tag : {fileHeaderTag, fileHeaderExTag, pageHeaderTag}) {
         StreamHeader header;

@@ -223,5 +223,22 @@ TEST(PageSelection, ContradictoryNumbersStillNameOnlyPagesThatExist) {
     }
 }
 
+TEST(PageSelection, AnOddCopyIncludesABlankPageForAStackTurnedByHandOrForPaperWithAFront) {
+    for (const bool unit : {false, true}) {
+        for (const std::string paperType :
+             {"", "Plain", "Letterhead", "Preprinted", "Prepunched", "letterhead", "Letterheads"}) {
+            const bool hasFront =
+                paperType == "Letterhead" || paperType == "Preprinted" || paperType == "Prepunched";
+            for (const std::uint32_t pathCount : {0U, 2U, 4294967294U}) {
+                EXPECT_FALSE(includeBlankPage(pathCount, unit, paperType)) << pathCount << paperType;
+            }
+            for (const std::uint32_t pathCount : {1U, 3U, 4294967295U}) {
+                EXPECT_EQ(includeBlankPage(pathCount, unit, paperType), !unit || hasFront)
+                    << pathCount << paperType;
+            }
+        }
+    }
+}
+
 } // namespace
 } // namespace veltrin

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -230,6 +231,29 @@ TEST(SendPlan, JobSettingTellsHowSheetsAreTurned) {
     EXPECT_EQ(duplexJobSetting(true, true), 0x0200);
     EXPECT_EQ(duplexJobSetting(false, false), 0x0200);
     EXPECT_EQ(duplexJobSetting(false, true), 0x0200);
+}
+
+TEST(SendPlan, AddsTypeBitsToAPageAndReplacesItsTray) {
+    struct Case {
+        std::uint32_t typeBits;
+        std::uint8_t tray;
+        std::uint8_t sentType;
+        std::uint8_t sentTray;
+    };
+
+    PageHeader page{};
+    page.bType = 0x42;
+    page.bPaperTray = 3;
+    page.bMediaType = 9;
+    for (const Case &one : {Case{0, pagesOwnTray, 0x42, 3}, Case{0x0C, pagesOwnTray, 0x4E, 3},
+                            Case{0x42, pagesOwnTray, 0x42, 3}, Case{0xFFFFFF0C, pagesOwnTray, 0x4E, 3},
+                            Case{0x100, 1, 0x42, 1}, Case{0, 0, 0x42, 0}, Case{0x10, 254, 0x52, 254}}) {
+        PageHeader expected = page;
+        expected.bType = one.sentType;
+        expected.bPaperTray = one.sentTray;
+        const PageHeader sent = sentAs(page, one.typeBits, one.tray);
+        EXPECT_EQ(std::memcmp(&sent, &expected, sizeof sent), 0) << one.typeBits << ' ' << int{one.tray};
+    }
 }
 
 } // namespace
