@@ -2,6 +2,7 @@
 
 #include "driver/DriverFilter.h"
 
+#include "driver/AcknowledgementWait.h"
 #include "driver/DuplexOrder.h"
 #include "driver/stream/CommandRecord.h"
 #include "filter/Cancellation.h"
@@ -16,8 +17,6 @@
 #include <span>
 
 namespace veltrin {
-
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -84,7 +83,7 @@ DriverFilter::~DriverFilter() {
 bool DriverFilter::run() {
     CPSDebugLog("DriverFilter run: ");
     bool result = CUPSFilter::run() && printJob();
-    cleanupSpoolFiles();
+    spooled.cleanupSpoolFiles();
     inputMemory.dataBuffer.reset();
     if (result) {
         result = awaitEndOfJob();
@@ -93,7 +92,7 @@ bool DriverFilter::run() {
         static_cast<void>(
             printer().writeToFD(cancelCommand.data(), static_cast<std::int32_t>(cancelCommand.size())));
     }
-    CPSDebugLog("DriverFilter run: exiting with result %d", static_cast<int>(result));
+    CPSDebugLog("DriverFilter run: exiting with result %d", result);
     return result;
 }
 
@@ -172,8 +171,7 @@ bool DriverFilter::printTwoSided() {
     return unspoolPages() || failure("unspoolPages error");
 }
 
-/// Waits until the backend has taken everything and acknowledges the end of the job. Only SIGTERM shortens
-/// the wait.
+/// Waits until the backend has taken everything and acknowledges the end of the job.
 bool DriverFilter::awaitEndOfJob() {
     if (ipc == nullptr) {
         return true;
@@ -181,9 +179,7 @@ bool DriverFilter::awaitEndOfJob() {
     if (!ipc->waitForDelivery()) {
         return false;
     }
-    while (!endOfJobAcknowledged() && !cancelled()) {
-        platform.clock().sleepFor(1s);
-    }
+    awaitAcknowledgement([this] { return ipc->eojAck(); }, [this] { return cancelled(); }, platform.clock());
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include "driver/PageInput.h"
 #include "driver/PageOutput.h"
 #include "driver/PrinterStatus.h"
+#include "driver/SpooledPages.h"
 #include "driver/stream/BandRun.h"
 #include "driver/stream/PageStream.h"
 #include "filter/CUPSFilter.h"
@@ -10,12 +11,9 @@
 #include "ipc/FrontendIPCDelegate.h"
 #include "status/VeltrinReverseData.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
-#include <vector>
 
 namespace veltrin {
 
@@ -29,7 +27,7 @@ extern std::uint32_t pageBandNumber;
 /// (DriverFilterPages.cpp), spooling (DriverFilterSpool.cpp), and unspooling (DriverFilterUnspool.cpp).
 ///
 /// All methods that return a boolean return true on success; a failure is logged where it is found.
-class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
+class DriverFilter : public CUPSFilter, public FrontendIPCDelegate {
   public:
     using CUPSFilter::CUPSFilter;
     ~DriverFilter() override;
@@ -41,8 +39,10 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// The whole job. True when it was printed.
     [[nodiscard]] bool run() override;
 
-    // Nothing derives from the driver but its tests, which look inside.
-  protected:
+    /// Always 5.
+    [[nodiscard]] std::int32_t readRetryCount() override;
+
+  private:
     /// \name Job sequence
     /// \{
     [[nodiscard]] bool openChannel();
@@ -51,10 +51,6 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     [[nodiscard]] bool readIdentifier();
     [[nodiscard]] bool printTwoSided();
     [[nodiscard]] bool awaitEndOfJob();
-
-    [[nodiscard]] virtual bool endOfJobAcknowledged() { return ipc->eojAck(); }
-
-    [[nodiscard]] std::int32_t readRetryCount() override;
     /// \}
 
     /// \name Page copying
@@ -94,23 +90,17 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     /// copy. True where the whole input was spooled up to its end-of-job mark.
     [[nodiscard]] bool spoolPages();
 
-    /// Removes the spooled pages' files.
-    void cleanupSpoolFiles();
-
-    /// Whether a copy with an odd number of pages needs a blank page more. Nothing in the filter asks.
-    [[nodiscard]] bool includeBlankPage() const;
-
     [[nodiscard]] bool spoolEveryPage(PageInput &input, bool &eoj);
     void selectPagesOfOneCopy();
     /// \}
 
     /// \name Unspooling
     /// \{
-    /// Reorders `paths` for two-sided printing. Never fails: an odd number of pages or an unknown order
+    /// Reorders the copy for two-sided printing. Never fails: an odd number of pages or an unknown order
     /// leaves the pages as they are.
     [[nodiscard]] bool duplex(const std::string &order);
 
-    /// Sends the pages in `paths` to the printer, as often as the job's copies ask for.
+    /// Sends the pages of the copy to the printer, as often as the job's copies ask for.
     [[nodiscard]] bool unspoolPages();
 
     void markJobAsDuplex();
@@ -123,8 +113,6 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
 
     /// Whether the printer turns sheets itself; as long as it has not said so, it does not.
     [[nodiscard]] bool duplexInstalled() const { return DuplexInstall.valueIn(reverseData->snapshot()) != 0; }
-
-    /// \}
 
     /// The channel to the printer's backend; null where the job goes to standard output.
     std::unique_ptr<FrontendIPC> ipc;
@@ -142,14 +130,7 @@ class DriverFilter : public CUPSFilter, private FrontendIPCDelegate {
     StreamHeader fileHeader;
     StreamHeader fileHeaderEx;
 
-    /// Spool files in the order written; each is removed at the end of the job.
-    std::vector<std::string> origPaths;
-
-    /// The pages of one copy in the order to be sent, out of `origPaths`.
-    std::vector<std::string> paths;
-
-    /// Pages spooled.
-    std::uint32_t pageCount = 0;
+    SpooledPages spooled;
 };
 
 } // namespace veltrin

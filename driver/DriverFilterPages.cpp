@@ -100,11 +100,7 @@ DriverFilter::CopyStep DriverFilter::copyHeader(PageInput &from, PageOutput &to,
 
 void DriverFilter::patchPageHeader(StreamHeader &header, std::uint32_t additionalType,
                                    std::uint8_t paperTray) {
-    auto page = header.as<PageHeader>();
-    page.bType |= static_cast<std::uint8_t>(additionalType);
-    if (paperTray != pagesOwnTray) {
-        page.bPaperTray = paperTray;
-    }
+    PageHeader page = sentAs(header.as<PageHeader>(), additionalType, paperTray);
     if (isSDCJob()) {
         overrideTrayAndMedia(page);
     }
@@ -130,8 +126,7 @@ bool DriverFilter::isSDCJob() {
         return false;
     }
     settings.priorityTray = *tray;
-    CPSDebugLog("DriverFilter: isSDCJob - priorityTray = %d",
-                static_cast<std::int32_t>(settings.priorityTray));
+    CPSDebugLog("DriverFilter: isSDCJob - priorityTray = %d", asSigned(settings.priorityTray));
     return true;
 }
 

@@ -2,47 +2,24 @@
 
 #include "driver/DriverFilter.h"
 #include "driver/PageSelection.h"
+#include "driver/SelectionLog.h"
 #include "driver/SendPlan.h"
 #include "log/DebugLog.h"
 
-#include <cups/cups.h>
-
-#include <unistd.h>
-
-#include <array>
-
 namespace veltrin {
 
-namespace {
-
-constexpr std::size_t longestSpoolPath = 1024;
-
-const char *yesOrNo(bool flag) {
-    return flag ? "YES" : "NO";
-}
-
-} // namespace
-
 bool DriverFilter::spoolPages() {
-    origPaths.clear();
-    pageCount = 0;
     PageInput input(sourceFD, inputMemory);
     bool eoj = false;
     const bool result = readFileHeaders(input) && spoolEveryPage(input, eoj);
-    if (pageCount == 1) {
+    if (spooled.pageCount() == 1) {
         CPSDebugLog("DriverFilter spoolPages: Spacial casing one page job");
     }
-    settings = adjustedToPageCount(settings, pageCount);
+    settings = adjustedToPageCount(settings, spooled.pageCount());
     selectPagesOfOneCopy();
-
-    for (std::size_t i = 0; i < origPaths.size(); ++i) {
-        CPSDebugLog("DriverFilter spoolPages: origPath %d = %s", static_cast<int>(i), origPaths[i].c_str());
-    }
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-        CPSDebugLog("DriverFilter spoolPages: path %d = %s", static_cast<int>(i), paths[i].c_str());
-    }
-    CPSDebugLog("DriverFilter spoolPages: copied %d pages, eoj: %d, result %d",
-                static_cast<int>(paths.size()), static_cast<int>(eoj), static_cast<int>(result));
+    logPaths(spooled);
+    CPSDebugLog("DriverFilter spoolPages: copied %d pages, eoj: %d, result %d", asSigned(spooled.pathCount()),
+                eoj, result);
     return result;
 }
 
@@ -51,93 +28,44 @@ bool DriverFilter::spoolPages() {
 bool DriverFilter::spoolEveryPage(PageInput &input, bool &eoj) {
     bool result = true;
     while (result && !eoj) {
-        std::array<char, longestSpoolPath> path{};
-        const int fd = cupsTempFd(path.data(), static_cast<int>(path.size()));
-        if (fd == -1) {
+        const SpoolFile file;
+        if (!file.isOpen()) {
             CPSDebugAssert_("DriverFilter spoolPages: cupsTempFd failed");
             return false;
         }
-        PageOutput to = PageOutput::toFile(fd, *status);
+        PageOutput to = PageOutput::toFile(file.descriptor(), *status);
         result = copyPageFrom(input, to, 0, pagesOwnTray, eoj);
         if (!result) {
             CPSDebugAssert_("DriverFilter spoolPages: copyPageFrom:to:additionalType: failed");
         }
         if (eoj) {
             CPSDebugLog("DriverFilter spoolPages: EOJ detected after page %d",
-                        static_cast<std::int32_t>(pageCount - 1));
+                        asSigned(spooled.pageCount() - 1));
             // Empty, or holding the start of a page that never ended: nobody else will remove it.
-            unlink(path.data());
+            file.remove();
         } else {
-            origPaths.emplace_back(path.data());
-            CPSDebugLog("DriverFilter spoolPages: Copied page %u to file: %s", pageCount, path.data());
-            ++pageCount;
+            CPSDebugLog("DriverFilter spoolPages: Copied page %u to file: %s", spooled.pageCount(),
+                        file.path().c_str());
+            spooled.add(file.path());
         }
-        close(fd);
     }
     return result;
 }
 
-/// Fills `paths`.
 void DriverFilter::selectPagesOfOneCopy() {
-    const CopyCounts counts = countCopy(settings, pageCount);
-    if (counts.exceedsPageCount) {
-        CPSDebugLog("DriverFilter spoolPages: sidesImaged / copies > pageCount");
-    }
-    CPSDebugLog(
-        "DriverFilter spoolPages: copies: %d, sidesImaged: %d, origPaths: %d, pathCount: %d, collate: %s, "
-        "hasGDIBlankPage: %s",
-        static_cast<std::int32_t>(settings.copies), static_cast<std::int32_t>(settings.sidesImaged),
-        static_cast<int>(origPaths.size()), static_cast<std::int32_t>(counts.pathCount),
-        yesOrNo(settings.collate), yesOrNo(counts.hasGDIBlankPage));
+    const CopyCounts counts = countCopy(settings, spooled.pageCount());
+    logCopyCounts(settings, counts, spooled.pageCount());
 
     std::uint32_t systemVersion = 0;
     if (const std::int32_t error = platform.systemVersion(systemVersion); error != 0) {
         CPSDebugAssert_("Gestalt(gestaltSystemVersion) failed %d", error);
     }
-
-    const PageSelection selection = selectPages(settings, counts, pageCount, systemVersion);
-    paths.clear();
-    for (const std::uint32_t index : selection.indexes) {
-        if (selection.paired) {
-            CPSDebugLog("DriverFilter spoolPages: copying path at index %d (10.4 special)",
-                        static_cast<std::int32_t>(index));
-        } else {
-            CPSDebugLog("DriverFilter spoolPages: copying path at index %d",
-                        static_cast<std::int32_t>(index));
-        }
-        paths.push_back(origPaths[index]);
+    const PageSelection selection = selectPages(settings, counts, spooled.pageCount(), systemVersion);
+    logSelection(selection);
+    spooled.select(selection.indexes);
+    if (selection.blankPage == BlankPage::appended) {
+        spooled.appendBlankPage();
     }
-    switch (selection.blankPage) {
-    case BlankPage::none:
-        break;
-    case BlankPage::appended:
-        CPSDebugLog("DriverFilter spoolPages: appending blank page");
-        paths.push_back(origPaths.back());
-        break;
-    case BlankPage::discarded:
-        CPSDebugLog("DriverFilter spoolPages: filter supplied a blank page, but we are discarding it");
-        break;
-    }
-}
-
-void DriverFilter::cleanupSpoolFiles() {
-    for (const std::string &path : origPaths) {
-        unlink(path.c_str());
-    }
-    origPaths.clear();
-    paths.clear();
-}
-
-bool DriverFilter::includeBlankPage() const {
-    if (paths.size() % 2 == 0) {
-        return false;
-    }
-    if (!duplexInstalled()) {
-        return true;
-    }
-    // Paper with a front and a back of its own.
-    const std::string paperType = stringForOption("PaperType").value_or("");
-    return paperType == "Letterhead" || paperType == "Preprinted" || paperType == "Prepunched";
 }
 
 } // namespace veltrin

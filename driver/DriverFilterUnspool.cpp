@@ -5,8 +5,6 @@
 #include "driver/SendPlan.h"
 #include "log/DebugLog.h"
 
-#include <utility>
-
 namespace veltrin {
 
 namespace {
@@ -37,20 +35,17 @@ BranchNames namesOf(SendBranch branch) {
 } // namespace
 
 bool DriverFilter::duplex(const std::string &order) {
-    if (paths.size() % 2 != 0) {
-        CPSDebugLog("DriverFilter duplex: odd number of pages submitted: %d", static_cast<int>(paths.size()));
-    } else if (const auto indexes = duplexOrder(order, static_cast<std::uint32_t>(paths.size()))) {
+    const std::uint32_t pathCount = spooled.pathCount();
+    if (pathCount % 2 != 0) {
+        CPSDebugLog("DriverFilter duplex: odd number of pages submitted: %d", asSigned(pathCount));
+    } else if (const auto indexes = duplexOrder(order, pathCount)) {
         CPSDebugLog("DriverFilter duplex: Duplexing %s", order.c_str());
-        std::vector<std::string> reordered;
-        for (const std::uint32_t index : *indexes) {
-            reordered.push_back(paths[index]);
-        }
-        paths = std::move(reordered);
+        spooled.reorder(*indexes);
     } else {
         CPSDebugLog("DriverFilter duplex: duplexing order not specified");
     }
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-        CPSDebugLog("DriverFilter duplex: path %d = %s", static_cast<int>(i), paths[i].c_str());
+    for (std::uint32_t i = 0; i < pathCount; ++i) {
+        CPSDebugLog("DriverFilter duplex: path %d = %s", asSigned(i), spooled.path(i).c_str());
     }
     return true;
 }
@@ -85,11 +80,10 @@ void DriverFilter::markJobAsDuplex() {
 /// each of them slowly, or be printed for nobody. The result is that of the last page, or `headersSent` where
 /// there is none.
 bool DriverFilter::sendPlannedPages(bool headersSent) {
-    CPSDebugLog("DriverFilter unspoolPages: collate: %d, copies: %d, pathCount: %d",
-                static_cast<int>(settings.collate), static_cast<std::int32_t>(settings.copies),
-                static_cast<int>(paths.size()));
+    CPSDebugLog("DriverFilter unspoolPages: collate: %d, copies: %d, pathCount: %d", settings.collate,
+                asSigned(settings.copies), asSigned(spooled.pathCount()));
     const SendJob job = {
-        .pathCount = static_cast<std::uint32_t>(paths.size()),
+        .pathCount = spooled.pathCount(),
         .copies = settings.copies,
         .collate = settings.collate,
         .duplex = settings.duplex,
@@ -99,14 +93,14 @@ bool DriverFilter::sendPlannedPages(bool headersSent) {
     const BranchNames names = namesOf(sendBranch(job));
     bool result = headersSent;
     forEachPlannedPage(job, [&](const PlannedPage &page) {
-        const std::string &path = paths[page.index];
+        const std::string &path = spooled.path(page.index);
         CPSDebugLog("DriverFilter unspoolPages %s: sending path %s, flags: %x",
                     page.secondPass ? names.sendingSecondPass : names.sending, path.c_str(),
                     unsigned{page.typeBits});
         result = copyPageFromPath(path, page.typeBits, page.tray);
         if (!result) {
             CPSDebugAssert_("DriverFilter unspoolPages %s: copyPageFromPath failed on index %d", names.failed,
-                            static_cast<std::int32_t>(page.index));
+                            asSigned(page.index));
         }
         return result || ipc == nullptr || !cancelled();
     });

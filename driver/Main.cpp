@@ -5,9 +5,10 @@
 
 int main(int argc, char **argv) {
     veltrin::platform::reserveStandardDescriptors();
+    const auto makeDriver = [](veltrin::platform::Platform &platform) {
+        return std::make_unique<veltrin::DriverFilter>(platform);
+    };
     const std::unique_ptr<veltrin::platform::Platform> platform = veltrin::platform::makePlatform(
         [](const std::string &line) { veltrin::CPSDebugAssert_("CUPSFilter: %s", line.c_str()); });
-    return veltrin::filterMain(argc, argv, *platform, [](veltrin::platform::Platform &ofProcess) {
-        return std::make_unique<veltrin::DriverFilter>(ofProcess);
-    });
+    return veltrin::filterMain(argc, argv, *platform, makeDriver);
 }

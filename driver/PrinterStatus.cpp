@@ -107,10 +107,8 @@ bool PrinterStatus::checkHeaderSize(std::uint32_t headerSize, std::uint32_t data
     }
     while (ok && !printerMemory.hasRoomFor(headerSize, dataSize)) {
         CPSDebugLog("DriverFilter checkHeaderSize: Printer not ready...");
-        CPSDebugLog("DriverFilter checkHeaderSize: headerMemory = %d",
-                    static_cast<std::int32_t>(printerMemory.headerMemory));
-        CPSDebugLog("DriverFilter checkHeaderSize: imageMemory = %d",
-                    static_cast<std::int32_t>(printerMemory.imageMemory));
+        CPSDebugLog("DriverFilter checkHeaderSize: headerMemory = %d", asSigned(printerMemory.headerMemory));
+        CPSDebugLog("DriverFilter checkHeaderSize: imageMemory = %d", asSigned(printerMemory.imageMemory));
         platform.clock().sleepFor(2s);
         ok = refreshMemory();
     }

@@ -37,6 +37,11 @@ void DebugUseClock(const platform::Clock &clock);
 /// do about the failure is the caller's business.
 [[gnu::format(printf, 1, 2)]] void CPSDebugAssert_(const char *format, ...);
 
+/// A 32-bit number as "%d" shows it: with its sign, modulo 2^32.
+[[nodiscard]] constexpr std::int32_t asSigned(std::uint32_t number) {
+    return static_cast<std::int32_t>(number);
+}
+
 /// Writes `length` bytes in hexadecimal, eight a line, without time and process id.
 void CPSDebugLogHexDump(const void *bytes, std::uint32_t length);
 

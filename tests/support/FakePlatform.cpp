@@ -21,6 +21,7 @@ std::string FakeBundle::localizedStringForKey(const std::string &key, const std:
 }
 
 std::int32_t FakePlatform::systemVersion(std::uint32_t &version) {
+    beforeSystemVersion();
     if (systemVersionError == 0) {
         version = fakeSystemVersion;
     }

@@ -4,6 +4,7 @@
 #include "tests/support/FakeClock.h"
 #include "tests/support/FakeNotificationCenter.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -47,6 +48,10 @@ class FakePlatform final : public platform::Platform {
     FakeNotificationCenter fakeNotificationCenter{fakeClock};
     std::uint32_t fakeSystemVersion = 0x1040;
     std::int32_t systemVersionError = 0;
+
+    /// Called each time the system's version is asked for, which a two-sided job does between spooling its
+    /// pages and sending them.
+    std::function<void()> beforeSystemVersion = [] {};
 };
 
 } // namespace veltrin::test

@@ -1,0 +1,186 @@
+// Whole jobs over the channel, step by step.
+
+#include "filter/Cancellation.h"
+#include "tests/driver/DriverFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace veltrin {
+namespace {
+
+using namespace std::chrono_literals;
+
+using test::cancelRecord;
+using test::JobOptions;
+using test::printed;
+using test::printerUri;
+using test::streamOf;
+using test::textOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
+
+using DriverJobTest = test::DriverFixture;
+
+TEST_F(DriverJobTest, AJobOverTheChannelGoesStepByStep) {
+    const StreamOptions stream = streamOf(1);
+    platform.fakeBundle.infoDictionary["CUPSFileHeader"] = "expected";
+    EXPECT_TRUE(print("", makeStream(stream)));
+    driver.reset();
+
+    EXPECT_TRUE(received == resetRecord + printed(stream, 0, "1"));
+    EXPECT_EQ(output.written(), "");
+    EXPECT_EQ(errors.written(), "INFO: Ready\nINFO: Ready\n");
+    EXPECT_THAT(platform.fakeClock.sleeps, ElementsAre(2s));
+    EXPECT_EQ(center().deliveryWaits, 1);
+    // Announcement; reset; the port wait's and the memory check's readings; two file headers; the page header
+    // and two bands with their data; the end mark; goodbye.
+    EXPECT_THAT(postedObjects(), ElementsAre("fronted-alive", "writePipe", "readPipe", "readPipe",
+                                             "writePipe", "writePipe", "writePipe", "writePipe", "writePipe",
+                                             "writePipe", "writePipe", "writePipe", "frontend-byebye"));
+    for (const auto &post : center().posts) {
+        EXPECT_EQ(post.name, printerUri + ".backend");
+    }
+
+    std::vector<std::string> steps;
+    for (const std::string &message : log.messages()) {
+        if (message.starts_with("DriverFilter") || message.starts_with("ASSERT") ||
+            message.starts_with("expected")) {
+            steps.push_back(message);
+        }
+    }
+    EXPECT_THAT(steps,
+                ElementsAre("DriverFilter run: ", "DriverFilter run: setting reverse mode",
+                            "DriverFilter run: Waiting for port", "DriverFilter run: Waiting for port (0)",
+                            "DriverFilter checkHeaderSize: refreshing memory values",
+                            "expectedUUID: expected", "DriverFilter spoolPages Reading file headers",
+                            "DriverFilter sendPages: Sending file headers",
+                            "DriverFilter copyPageFrom: done with page",
+                            "DriverFilter copyPageFrom: eoj at tag: 0", "DriverFilter sendPages: Sending EOJ",
+                            "DriverFilter run: exiting with result 1", "DriverFilter dealloc: "));
+}
+
+TEST_F(DriverJobTest, WaitsForThePortAsLongAsThePrinterTakes) {
+    printer.port = 4;
+    platform.fakeClock.afterSleep = [this] { printer.port = platform.fakeClock.sleeps.size() >= 3 ? 0 : 4; };
+    EXPECT_TRUE(print("", makeStream(streamOf(1))));
+    // The port is read once more after the sleep, from the record of the pass.
+    EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port").Times(4));
+    EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port (4)").Times(3));
+    EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port (0)").Times(1));
+    EXPECT_THAT(platform.fakeClock.sleeps, ElementsAre(2s, 2s, 2s, 2s));
+}
+
+TEST_F(DriverJobTest, TheLastPassOfTheWaitForThePortDecides) {
+    for (const bool lastPassFails : {false, true}) {
+        const auto setPass = [&](bool last) {
+            printer.port = last ? 0 : 4;
+            // An error without a text: the reading fails at once.
+            printer.status = last == lastPassFails ? 54 : 0;
+            printer.sub1 = 9;
+        };
+        setPass(false);
+        platform.fakeClock.afterSleep = [&] { setPass(true); };
+        EXPECT_EQ(print("", makeStream(streamOf(1))), !lastPassFails);
+        EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port").Times(2));
+        EXPECT_THAT(log.messages(), Contains("ASSERT: checkStatus error").Times(1));
+        EXPECT_TRUE(received ==
+                    resetRecord + (lastPassFails ? cancelRecord() : printed(streamOf(1), 0, "1")));
+    }
+}
+
+TEST_F(DriverJobTest, AFailedStatusReadingInThePortWaitCancelsTheJobWithoutARecord) {
+    answer = [] {};
+    cancelAfterSleeps(1);
+    EXPECT_FALSE(print("", makeStream(streamOf(1))));
+    EXPECT_THAT(log.messages(), testing::IsSupersetOf({"ASSERT: DriverFilter checkStatus: readData failed",
+                                                       "ASSERT: checkStatus error",
+                                                       "DriverFilter run: Waiting for port (0)"}));
+    EXPECT_THAT(log.messages(), Not(Contains("ASSERT: checkHeaderSize error")));
+    EXPECT_TRUE(received == resetRecord + cancelRecord());
+}
+
+TEST_F(DriverJobTest, AFailedMemoryCheckCancelsTheJob) {
+    printer.headerMemory = 1024;
+    cancelAfterSleeps(2); // the port wait's sleep, then the memory wait's
+    EXPECT_FALSE(print("", makeStream(streamOf(1))));
+    EXPECT_THAT(log.messages(), Contains("ASSERT: checkHeaderSize error"));
+    EXPECT_TRUE(received == resetRecord + cancelRecord());
+}
+
+TEST_F(DriverJobTest, AResetThatCannotBeSentCancelsTheJob) {
+    ASSERT_TRUE(start(printerUri, "", makeStream(streamOf(1))));
+    center().failsPosts = true;
+    cancelAfterSleeps(1);
+    EXPECT_FALSE(driver->run());
+    EXPECT_THAT(log.messages(), Contains("ASSERT: send REVERSE_DATA_RESET command error"));
+    EXPECT_EQ(received, "");
+}
+
+TEST_F(DriverJobTest, ABrokenStreamCancelsTheJobOverTheChannel) {
+    const std::string whole = makeStream(streamOf(2));
+    EXPECT_FALSE(print("", whole.substr(0, whole.size() - 4)));
+    EXPECT_TRUE(received == resetRecord + printed(streamOf(2), 0, "1 2") + cancelRecord());
+    EXPECT_EQ(output.written(), "");
+}
+
+TEST_F(DriverJobTest, AJobIsNotPrintedWhileItsBlocksAreUndelivered) {
+    center().isDelivered = false;
+    EXPECT_FALSE(print("", makeStream(streamOf(1))));
+    EXPECT_EQ(center().deliveryWaits, 1);
+    EXPECT_TRUE(received.ends_with("JIDG" + cancelRecord()));
+}
+
+TEST_F(DriverJobTest, AnEndMarkThatCannotBeSentFailsTheJob) {
+    struct Case {
+        std::string options;
+        std::string method;
+    };
+
+    std::size_t pages = 0;
+    center().afterPost = [this, &pages, given = center().afterPost](const auto &post) {
+        given(post);
+        const bool isLastBand = post.data && post.data->size() == 32 && (*post.data)[7] == std::byte{2};
+        pages += isLastBand ? 1 : 0;
+        center().failsPosts = pages == 2 && post.data && !isLastBand;
+    };
+    for (const Case &one : {Case{"", "sendPages"},
+                            Case{JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), "unspoolPages"}}) {
+        gSigTerm = 0;
+        platform.fakeClock.sleeps.clear();
+        platform.fakeClock.afterSleep = [this] {
+            if (center().failsPosts) {
+                center().failsPosts = false;
+                gSigTerm = 1;
+            }
+        };
+        pages = 0;
+        center().failsPosts = false;
+        EXPECT_FALSE(print(one.options, makeStream(streamOf(2))));
+        EXPECT_THAT(log.messages(),
+                    testing::IsSupersetOf({"ASSERT: DriverFilter " + one.method + ": failed to send EOJ",
+                                           "ASSERT: " + one.method + " error"}));
+        EXPECT_TRUE(received.ends_with(cancelRecord()));
+        EXPECT_EQ(received.find("JIDG"), std::string::npos);
+    }
+}
+
+TEST_F(DriverJobTest, SigtermAtTheEndOfAJobLeavesItPrinted) {
+    center().afterPost = [given = center().afterPost](const test::FakeNotificationCenter::Post &post) {
+        given(post);
+        if (post.data && textOf(*post.data) == "JIDG") {
+            gSigTerm = 1;
+        }
+    };
+    EXPECT_TRUE(print("", makeStream(streamOf(1))));
+    EXPECT_TRUE(received.ends_with("JIDG"));
+}
+
+} // namespace
+} // namespace veltrin
