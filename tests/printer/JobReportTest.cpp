@@ -1,4 +1,4 @@
-#include "tools/printer/JobReport.h"
+#include "printer/JobReport.h"
 
 #include "driver/stream/CommandRecord.h"
 #include "driver/stream/StreamMaker.h"
@@ -10,7 +10,7 @@
 #include <span>
 #include <string>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -125,4 +125,4 @@ TEST(JobReport, PassesEveryEventOn) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

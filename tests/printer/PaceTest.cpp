@@ -1,8 +1,8 @@
-#include "tools/printer/Pace.h"
+#include "printer/Pace.h"
 
 #include <gtest/gtest.h>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
@@ -25,4 +25,4 @@ TEST(PaceTest, IsTenTimesASecondAtMost) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

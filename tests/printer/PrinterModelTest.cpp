@@ -1,14 +1,14 @@
-#include "tools/printer/PrinterModel.h"
+#include "printer/PrinterModel.h"
 
+#include "printer/StatusView.h"
 #include "tests/printer/Pages.h"
-#include "tools/printer/StatusView.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
@@ -342,4 +342,4 @@ TEST(PrinterModel, ReportsThePortItIsTold) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

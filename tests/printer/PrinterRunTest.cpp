@@ -1,4 +1,4 @@
-#include "tools/printer/PrinterRun.h"
+#include "printer/PrinterRun.h"
 
 #include "tests/support/FakePlatform.h"
 
@@ -12,7 +12,7 @@
 
 // The printer at a channel that the test plays. The printer's own time is real, so events lie close together.
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
@@ -234,4 +234,4 @@ TEST_F(PrinterRunTest, GivesNoHintWhereItHearsItselfOrAHost) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

@@ -1,11 +1,11 @@
-#include "tools/printer/PrinterUri.h"
+#include "printer/PrinterUri.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 struct Whole {
@@ -56,4 +56,4 @@ TEST(ParsePrinterUri, SaysWhatIsWrong) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

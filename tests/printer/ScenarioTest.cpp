@@ -1,4 +1,4 @@
-#include "tools/printer/Scenario.h"
+#include "printer/Scenario.h"
 
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
@@ -8,7 +8,7 @@
 
 #include <string>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
@@ -254,4 +254,4 @@ TEST(Scenario, IsWhatEveryFileInTheScenariosFolderHolds) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

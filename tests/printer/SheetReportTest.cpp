@@ -1,4 +1,4 @@
-#include "tools/printer/SheetReport.h"
+#include "printer/SheetReport.h"
 
 #include "tests/printer/Pages.h"
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using test::pagesFrom;
@@ -80,4 +80,4 @@ TEST(Copies, AreCountedByTheFirstPagesNumber) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

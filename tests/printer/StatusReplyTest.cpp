@@ -1,4 +1,4 @@
-#include "tools/printer/StatusReply.h"
+#include "printer/StatusReply.h"
 
 #include "platform/ByteOrder.h"
 
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
@@ -66,4 +66,4 @@ TEST(StatusReply, HasTheFaultOfTheFirstRuleThatFits) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

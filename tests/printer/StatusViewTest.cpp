@@ -1,4 +1,4 @@
-#include "tools/printer/StatusView.h"
+#include "printer/StatusView.h"
 
 #include "tests/printer/Pages.h"
 
@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
@@ -83,4 +83,4 @@ TEST(StatusView, ShowsAPrinterWithoutAnyMemory) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

@@ -1,8 +1,8 @@
-#include "tools/printer/VirtualPrinter.h"
+#include "printer/VirtualPrinter.h"
 
 #include "driver/stream/CommandRecord.h"
 #include "driver/stream/StreamMaker.h"
-#include "tools/printer/StatusView.h"
+#include "printer/StatusView.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace veltrin {
+namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
@@ -520,4 +520,4 @@ TEST(VirtualPrinter, HasNothingToDoWhileNothingHappens) {
 }
 
 } // namespace
-} // namespace veltrin
+} // namespace veltrin::printer

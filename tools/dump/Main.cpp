@@ -1,7 +1,7 @@
 #include "Version.h"
 #include "driver/stream/StreamReader.h"
+#include "platform/CommandLine.h"
 #include "platform/StandardDescriptors.h"
-#include "tools/CommandLine.h"
 #include "tools/dump/JsonReport.h"
 #include "tools/dump/TextReport.h"
 

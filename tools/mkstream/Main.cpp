@@ -1,7 +1,7 @@
 #include "Version.h"
 #include "driver/stream/StreamMaker.h"
+#include "platform/CommandLine.h"
 #include "platform/StandardDescriptors.h"
-#include "tools/CommandLine.h"
 
 #include <fcntl.h>
 #include <getopt.h>

@@ -1,0 +1,10 @@
+# Adds a program for people, installed with its man page.
+#   veltrin_add_program(NAME SOURCE LIBRARY...)
+function(veltrin_add_program name source)
+  add_executable(${name} ${source})
+  target_link_libraries(${name} PRIVATE ${ARGN} veltrin-platform)
+  set(page ${PROJECT_BINARY_DIR}/docs/man/${name}.1)
+  configure_file(${PROJECT_SOURCE_DIR}/docs/man/${name}.1.in ${page} @ONLY)
+  install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endfunction()
