@@ -1,5 +1,6 @@
 #include "printer/JobReport.h"
 
+#include "platform/Counted.h"
 #include "printer/SheetReport.h"
 
 #include <nlohmann/json.hpp>
@@ -21,10 +22,6 @@ Json secondsOf(PrinterTime time) {
 
 Json placeOf(const std::optional<std::size_t> &page) {
     return page ? Json(*page) : Json(nullptr);
-}
-
-std::string counted(std::uint64_t number, const char *one, const char *many) {
-    return std::to_string(number) + " " + (number == 1 ? one : many);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "tools/dump/TextReport.h"
 
+#include "platform/Counted.h"
 #include "tools/dump/Meanings.h"
 
 #include <iomanip>
@@ -11,10 +12,6 @@ namespace {
 
 constexpr int offsetWidth = 10;
 constexpr std::size_t lineWidth = 80;
-
-std::string counted(std::uint64_t number, const char *one, const char *many) {
-    return std::to_string(number) + ' ' + (number == 1 ? one : many);
-}
 
 const char *nameOfCommand(const CommandRecord &record) {
     if (record == cancelCommand) {
