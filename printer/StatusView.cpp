@@ -2,7 +2,7 @@
 
 #include "status/MediaNames.h"
 #include "status/StatusCatalogue.h"
-#include "status/TextFormat.h"
+#include "status/StatusWording.h"
 
 #include <algorithm>
 #include <array>
@@ -46,13 +46,7 @@ std::string tonerText(const TonerLevels &toner) {
 } // namespace
 
 std::string describe(const StatusCodes &codes) {
-    const StatusText entry = statusText(codes.status, codes.sub1, codes.sub2);
-    std::string text(entry.text.english);
-    if (entry.name == PaperName::size) {
-        text = formatText(text, paperSizeName(codes.sub2).english);
-    } else if (entry.name == PaperName::type) {
-        text = formatText(text, paperTypeName(codes.sub2).english);
-    }
+    const std::string text = statusWording(statusText(codes.status, codes.sub1, codes.sub2), codes.sub2);
     return std::to_string(codes.status) + "/" + std::to_string(codes.sub1) + "/" +
            std::to_string(codes.sub2) + (text.empty() ? "" : " " + text);
 }

@@ -3,7 +3,7 @@
 #include "log/DebugLog.h"
 #include "status/MediaNames.h"
 #include "status/StatusCatalogue.h"
-#include "status/TextFormat.h"
+#include "status/StatusWording.h"
 
 #include <algorithm>
 #include <array>
@@ -149,17 +149,8 @@ std::string VeltrinReverseData::statusString(std::int32_t &severity) const {
     const StatusText entry = statusText(status, subStatus1, subStatus2);
     severity = entry.severity;
 
-    std::string result = entry.text.key.empty() ? std::string() : lookUp(bundle, entry.text);
-    switch (entry.name) {
-    case PaperName::none:
-        break;
-    case PaperName::size:
-        result = formatText(result, paperSizeString(subStatus2));
-        break;
-    case PaperName::type:
-        result = formatText(result, paperTypeString(subStatus2));
-        break;
-    }
+    std::string result =
+        statusWording(entry, subStatus2, [this](LocalizedText text) { return lookUp(bundle, text); });
     if (!result.empty()) {
         CPSDebugLog("ReverseData: detected status: %s", result.c_str());
     }
