@@ -48,8 +48,8 @@ bool endWanted() {
     return endSignal;
 }
 
-PrinterRun::PrinterRun(platform::Platform &channelPlatform, Wishes whatToDo)
-    : platform(channelPlatform), wishes(std::move(whatToDo)), printer(wishes.scenario, wishes.listener) {}
+PrinterRun::PrinterRun(platform::Platform &itsPlatform, Wishes itsWishes)
+    : platform(itsPlatform), wishes(std::move(itsWishes)), printer(wishes.scenario, wishes.listener) {}
 
 bool PrinterRun::run(std::string &problem) {
     if (!connect(problem)) {

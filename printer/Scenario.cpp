@@ -20,10 +20,10 @@ constexpr double fastestPagesPerMinute = 60'000;
 
 /// A value and its place in the file, such as "events[2].for". The first problem found is kept; what is read
 /// after it counts for nothing.
-class Member {
-  public:
-    Member(const Json &json, std::string whereItIs, std::string &problemFound)
-        : value(&json), where(std::move(whereItIs)), problem(problemFound) {}
+struct Member {
+    const Json *value;
+    std::string where;
+    std::string &problem;
 
     void refuse(const std::string &why) const {
         if (problem.empty()) {
@@ -64,7 +64,7 @@ class Member {
             return members;
         }
         for (std::size_t i = 0; i < value->size(); ++i) {
-            members.emplace_back((*value)[i], where + "[" + std::to_string(i) + "]", problem);
+            members.push_back({&(*value)[i], where + "[" + std::to_string(i) + "]", problem});
         }
         return members;
     }
@@ -131,14 +131,9 @@ class Member {
         return names[0].second;
     }
 
-  private:
     [[nodiscard]] Member child(const std::string &name, const Json &json) const {
-        return {json, where.empty() ? name : where + "." + name, problem};
+        return {&json, where.empty() ? name : where + "." + name, problem};
     }
-
-    const Json *value;
-    std::string where;
-    std::string &problem;
 };
 
 constexpr std::pair<const char *, Tray> trayNames[] = {
@@ -348,7 +343,7 @@ std::optional<Scenario> parseScenario(const std::string &text, std::string &prob
         problem = std::string("the scenario is not JSON: ") + error.what();
         return std::nullopt;
     }
-    const Member root(json, "", problem);
+    const Member root{&json, "", problem};
     root.allowOnly({"description", "printer", "announcement", "events", "replies"});
 
     Scenario scenario;

@@ -14,15 +14,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Makes one visitor of several functions.
-template <typename... Functions>
-struct Overloaded : Functions... {
-    using Functions::operator()...;
-};
-
-template <typename... Functions>
-Overloaded(Functions...) -> Overloaded<Functions...>;
-
 std::string describe(const std::string &object, const std::optional<std::size_t> &bytes) {
     return object + (bytes ? ", " + std::to_string(*bytes) + " bytes" : "");
 }
@@ -39,8 +30,8 @@ std::string describe(const PageRead &page, std::size_t place) {
 
 } // namespace
 
-VirtualPrinter::VirtualPrinter(Scenario played, PrinterListener toTell)
-    : scenario(std::move(played)), listener(std::move(toTell)), model(scenario.printer),
+VirtualPrinter::VirtualPrinter(Scenario itsScenario, PrinterListener itsListener)
+    : scenario(std::move(itsScenario)), listener(std::move(itsListener)), model(scenario.printer),
       timeline(scenario.events), toldStatus(model.status()) {
     // Whoever waits for the printer already has missed nothing by it. A late announcement waits for a job.
     if (scenario.announcement == 0us) {
@@ -195,29 +186,23 @@ bool VirtualPrinter::isAtRest() const {
 
 void VirtualPrinter::streamEvent(const StreamEvent &event) {
     settleMemory();
-    const auto ignore = [](const auto &) {};
-    std::visit(Overloaded{[this](const PageRead &page) {
-                              tell(describe(page, job->report.pages.size()));
-                              if (page.complete) {
-                                  model.pageArrived(page.header);
-                                  timeline.pageArrived(time);
-                              }
-                          },
-                          [this](const EndOfJobRead &) {
-                              tell("end of job");
-                              model.jobEnded();
-                          },
-                          [this](const CommandRead &command) {
-                              tell("command " + std::string(command.record.begin(), command.record.end()));
-                              if (command.record == cancelCommand) {
-                                  model.jobCancelled();
-                              }
-                          },
-                          [this](const ProblemFound &found) {
-                              tell("problem at " + std::to_string(found.offset) + ": " + found.text);
-                          },
-                          ignore},
-               event);
+    if (const auto *page = std::get_if<PageRead>(&event)) {
+        tell(describe(*page, job->report.pages.size()));
+        if (page->complete) {
+            model.pageArrived(page->header);
+            timeline.pageArrived(time);
+        }
+    } else if (std::holds_alternative<EndOfJobRead>(event)) {
+        tell("end of job");
+        model.jobEnded();
+    } else if (const auto *command = std::get_if<CommandRead>(&event)) {
+        tell("command " + std::string(command->record.begin(), command->record.end()));
+        if (command->record == cancelCommand) {
+            model.jobCancelled();
+        }
+    } else if (const auto *found = std::get_if<ProblemFound>(&event)) {
+        tell("problem at " + std::to_string(found->offset) + ": " + found->text);
+    }
 }
 
 /// Puts what has come since the last time into the printer's memory. Command records take none, and neither
@@ -297,45 +282,57 @@ std::optional<ChannelDeed> VirtualPrinter::takeDeed() {
 }
 
 void VirtualPrinter::happen(const Timeline::Entry &entry) {
-    const bool begins = entry.begins;
-    const bool forGood = !timeline.event(entry).lasting;
-    const PrinterSettings &initial = scenario.printer;
-    std::visit(
-        Overloaded{
-            [&](const CoverOpen &) { model.openCover(begins); },
-            [&](const PaperEmpty &paper) {
-                model.load(paper.tray, begins
-                                           ? std::optional(0U)
-                                           : initial.trays[static_cast<std::size_t>(paper.tray) - 1].sheets);
-            },
-            [&](const Refill &refill) { model.load(refill.tray, refill.sheets); },
-            [&](const ShowStatus &shown) {
-                model.showStatus(begins ? std::optional(shown.codes) : std::nullopt);
-            },
-            [&](const ReportPort &reported) { model.reportPort(begins ? reported.port : initial.port); },
-            [&](const ResizeMemory &memory) { model.resizeMemory(begins ? memory.sizes : initial.memory); },
-            // What falls into the time without a channel shows only when that is over.
-            [&](const Leave &) {
-                hasLeft = begins;
-                if (!hasVanished) {
-                    plan(time, PostNotification{begins ? "backend-byebye" : "backend-alive", std::nullopt});
-                }
-            },
-            [&](const Vanish &) {
-                hasVanished = begins;
-                if (begins) {
-                    tell("gone without a word");
-                    deeds.clear();
-                    gone = forGood;
-                    plan(time, Disconnect{});
-                } else {
-                    plan(time, Reconnect{});
-                    if (!hasLeft) {
-                        announce();
-                    }
-                }
-            }},
-        timeline.event(entry).happening);
+    std::visit([this, &entry](const auto &happening) { happen(happening, entry); },
+               timeline.event(entry).happening);
+}
+
+void VirtualPrinter::happen(const CoverOpen & /*cover*/, const Timeline::Entry &entry) {
+    model.openCover(entry.begins);
+}
+
+void VirtualPrinter::happen(const PaperEmpty &paper, const Timeline::Entry &entry) {
+    const TrayState &initial = scenario.printer.trays[static_cast<std::size_t>(paper.tray) - 1];
+    model.load(paper.tray, entry.begins ? std::optional(0U) : initial.sheets);
+}
+
+void VirtualPrinter::happen(const Refill &refill, const Timeline::Entry & /*entry*/) {
+    model.load(refill.tray, refill.sheets);
+}
+
+void VirtualPrinter::happen(const ShowStatus &shown, const Timeline::Entry &entry) {
+    model.showStatus(entry.begins ? std::optional(shown.codes) : std::nullopt);
+}
+
+void VirtualPrinter::happen(const ReportPort &reported, const Timeline::Entry &entry) {
+    model.reportPort(entry.begins ? reported.port : scenario.printer.port);
+}
+
+void VirtualPrinter::happen(const ResizeMemory &memory, const Timeline::Entry &entry) {
+    model.resizeMemory(entry.begins ? memory.sizes : scenario.printer.memory);
+}
+
+// What falls into the time without a channel shows only when that is over.
+
+void VirtualPrinter::happen(const Leave & /*leave*/, const Timeline::Entry &entry) {
+    hasLeft = entry.begins;
+    if (!hasVanished) {
+        plan(time, PostNotification{entry.begins ? "backend-byebye" : "backend-alive", std::nullopt});
+    }
+}
+
+void VirtualPrinter::happen(const Vanish & /*vanish*/, const Timeline::Entry &entry) {
+    hasVanished = entry.begins;
+    if (entry.begins) {
+        tell("gone without a word");
+        deeds.clear();
+        gone = !timeline.event(entry).lasting;
+        plan(time, Disconnect{});
+    } else {
+        plan(time, Reconnect{});
+        if (!hasLeft) {
+            announce();
+        }
+    }
 }
 
 } // namespace veltrin::printer

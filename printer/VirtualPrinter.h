@@ -53,7 +53,7 @@ struct PrinterListener {
 
 class VirtualPrinter {
   public:
-    VirtualPrinter(Scenario played, PrinterListener toTell);
+    VirtualPrinter(Scenario itsScenario, PrinterListener itsListener);
 
     /// Data may also come beside the channel, as to a backend whose job no filter has handled.
     void takeData(std::span<const std::byte> bytes, PrinterTime now);
@@ -110,6 +110,14 @@ class VirtualPrinter {
     void advanceModel(PrinterTime now);
     void tellChanges();
     void happen(const Timeline::Entry &entry);
+    void happen(const CoverOpen &cover, const Timeline::Entry &entry);
+    void happen(const PaperEmpty &paper, const Timeline::Entry &entry);
+    void happen(const Refill &refill, const Timeline::Entry &entry);
+    void happen(const ShowStatus &shown, const Timeline::Entry &entry);
+    void happen(const ReportPort &reported, const Timeline::Entry &entry);
+    void happen(const ResizeMemory &memory, const Timeline::Entry &entry);
+    void happen(const Leave &leave, const Timeline::Entry &entry);
+    void happen(const Vanish &vanish, const Timeline::Entry &entry);
 
     Scenario scenario;
     PrinterListener listener;
