@@ -2,9 +2,9 @@
 // backend.
 
 #include "driver/stream/StreamMaker.h"
-#include "tests/scheduler/BackendFixture.h"
-#include "tests/scheduler/Jobs.h"
-#include "tests/scheduler/PrivateScheduler.h"
+#include "tests/jobs/BackendFixture.h"
+#include "tests/jobs/Jobs.h"
+#include "tests/jobs/PrivateScheduler.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateBus.h"
 

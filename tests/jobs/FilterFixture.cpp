@@ -1,4 +1,4 @@
-#include "tests/driver/FilterFixture.h"
+#include "tests/jobs/FilterFixture.h"
 
 #include "log/DebugLog.h"
 #include "tests/support/CapturedLog.h"

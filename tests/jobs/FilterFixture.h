@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/driver/ExpectedOutput.h"
+#include "tests/support/ExpectedOutput.h"
 #include "tests/support/Process.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // Whole jobs, from lp through a real scheduler and the filter to a file device.
 
-#include "tests/scheduler/Jobs.h"
-#include "tests/scheduler/PrivateScheduler.h"
+#include "tests/jobs/Jobs.h"
+#include "tests/jobs/PrivateScheduler.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 

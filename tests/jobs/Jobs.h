@@ -1,7 +1,7 @@
 #pragma once
 
 #include "driver/stream/StreamMaker.h"
-#include "tests/scheduler/PrivateScheduler.h"
+#include "tests/jobs/PrivateScheduler.h"
 
 #include <string>
 #include <vector>

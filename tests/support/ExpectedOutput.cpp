@@ -1,4 +1,4 @@
-#include "tests/driver/ExpectedOutput.h"
+#include "tests/support/ExpectedOutput.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "tests/printer/PrinterFixture.h"
+#include "tests/jobs/PrinterFixture.h"
 
 #include "tests/support/CapturedLog.h"
 #include "tests/support/Files.h"

@@ -1,6 +1,6 @@
 #include "driver/stream/PageStream.h"
 #include "platform/linux/NotificationPath.h"
-#include "tests/printer/PrinterFixture.h"
+#include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"

@@ -1,7 +1,7 @@
 #include "platform/linux/NotificationMessage.h"
 #include "platform/linux/NotificationPath.h"
 #include "status/ReverseRecord.h"
-#include "tests/printer/PrinterFixture.h"
+#include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"

@@ -1,4 +1,4 @@
-#include "tests/scheduler/PrivateScheduler.h"
+#include "tests/jobs/PrivateScheduler.h"
 
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"

@@ -1,7 +1,7 @@
 // The real executable, run as the scheduler runs it, for jobs to standard output.
 
 #include "log/DebugLog.h"
-#include "tests/driver/FilterFixture.h"
+#include "tests/jobs/FilterFixture.h"
 #include "tests/support/Files.h"
 #include "tests/support/PPD.h"
 #include "tests/support/PrivateTmp.h"

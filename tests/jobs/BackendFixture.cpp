@@ -1,6 +1,6 @@
-#include "tests/scheduler/BackendFixture.h"
+#include "tests/jobs/BackendFixture.h"
 
-#include "tests/scheduler/Jobs.h"
+#include "tests/jobs/Jobs.h"
 #include "tests/support/Files.h"
 
 #include <filesystem>

@@ -1,5 +1,5 @@
 #include "driver/stream/PageStream.h"
-#include "tests/printer/PrinterFixture.h"
+#include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"

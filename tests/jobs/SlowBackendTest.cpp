@@ -1,8 +1,8 @@
 // What takes half a minute and more: the second of two queues at one printer gives up, and tries again.
 
-#include "tests/scheduler/BackendFixture.h"
-#include "tests/scheduler/Jobs.h"
-#include "tests/scheduler/PrivateScheduler.h"
+#include "tests/jobs/BackendFixture.h"
+#include "tests/jobs/Jobs.h"
+#include "tests/jobs/PrivateScheduler.h"
 #include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
