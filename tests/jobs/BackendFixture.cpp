@@ -43,16 +43,7 @@ std::string BackendFixture::printedFrom(const PrivateScheduler &scheduler,
                                         const std::vector<std::string> &options, const std::string &stream) {
     const ProcessResult result = run(scheduler.filterByHand(forFilter(options), stream));
     EXPECT_EQ(result.exitStatus, 0);
-    return resetRecord + result.output;
-}
-
-nlohmann::json BackendFixture::reportedDocuments() {
-    const nlohmann::json report = nlohmann::json::parse(readFile(reportFile), nullptr, false);
-    if (!report.is_object()) {
-        ADD_FAILURE() << "there is no report";
-        return nlohmann::json::array();
-    }
-    return report.value("jobs", nlohmann::json::array());
+    return resetRecord() + result.output;
 }
 
 void BackendFixture::awaitPrinter(PrivateScheduler &scheduler) {

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "driver/stream/StreamMaker.h"
+#include "tests/jobs/JobFixture.h"
 #include "tests/jobs/PrivateScheduler.h"
 #include "tests/support/PrivateBus.h"
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -14,14 +14,12 @@
 namespace veltrin::test {
 
 /// Queues that print through the virtual printer as a backend, on a message bus of the test's own.
-class BackendFixture : public testing::Test {
+class BackendFixture : public JobFixture {
   protected:
     static inline const std::string folder = "/tmp/of-printer";
     static inline const std::string outputFile = folder + "/printed";
     static inline const std::string reportFile = folder + "/report.json";
 
-    static inline const std::string resetRecord = "GDIC GDIREND    ";
-    static inline const std::string cancelRecord = std::string("GDIC CANCEL    ") + '\0';
     static inline const std::string secondQueue = "Second_Queue";
     static inline const std::string thirdQueue = "Third_Queue";
     static inline const std::string waiting = "Waiting for another job to leave the printer.";
@@ -42,7 +40,7 @@ class BackendFixture : public testing::Test {
                                    const std::string &stream);
 
     /// The printer's report of each document.
-    static nlohmann::json reportedDocuments();
+    static nlohmann::json reportedDocuments() { return jobsIn(reportFile); }
 
     /// Waits until the printer has got something of a job.
     static void awaitPrinter(PrivateScheduler &scheduler);

@@ -89,7 +89,7 @@ TEST_F(BackendTest, ASecondQueueOfThePrinterWaitsAndThenPrints) {
     EXPECT_EQ(scheduler.stateOf(first), IPP_JSTATE_PROCESSING);
     EXPECT_EQ(scheduler.stateOf(second), IPP_JSTATE_PROCESSING);
     // Both have the same files: the second job makes them anew, but not before the printer is its own.
-    EXPECT_THAT(readFile(outputFile), StartsWith(resetRecord));
+    EXPECT_THAT(readFile(outputFile), StartsWith(test::resetRecord()));
 
     scheduler.expectState(first, IPP_JSTATE_COMPLETED);
     scheduler.expectState(second, IPP_JSTATE_COMPLETED);
@@ -137,7 +137,7 @@ TEST_F(BackendTest, ACancelledJobEndsWithACancelRecord) {
     scheduler.expectIdleQueue();
 
     EXPECT_TRUE(scheduler.waitUntil([] { return !readFile(reportFile).empty(); })) << scheduler.log();
-    EXPECT_THAT(readFile(outputFile), EndsWith(cancelRecord));
+    EXPECT_THAT(readFile(outputFile), EndsWith(test::cancelRecord()));
     EXPECT_EQ(reportedDocuments().at(0)["outcome"], "cancelled");
     EXPECT_TRUE(scheduler.waitUntil([&] {
         return scheduler.log().find("backend/veltrin-printer) exited with no errors") != std::string::npos;

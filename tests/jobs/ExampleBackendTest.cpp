@@ -25,9 +25,11 @@ namespace veltrin {
 namespace {
 
 using test::BusClient;
+using test::cancelRecord;
 using test::notificationArguments;
 using test::ProcessResult;
 using test::readFile;
+using test::resetRecord;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -73,7 +75,7 @@ std::string printed(StreamOptions options, std::uint16_t jobSetting,
         options.pageType = type;
         stream += makePage(options, number);
     }
-    return test::afterReset(stream + "JIDG");
+    return resetRecord() + stream + "JIDG";
 }
 
 TEST_F(ExampleBackend, TakesAOneSidedJob) {
@@ -160,7 +162,7 @@ TEST_F(ExampleBackend, TakesACancelledJobToItsEnd) {
     filter->closeInput();
     EXPECT_EQ(finishFilter().exitStatus, 1);
     EXPECT_EQ(finishBackend().exitStatus, 0);
-    EXPECT_THAT(readFile(outputFile), testing::EndsWith(test::cancelRecord()));
+    EXPECT_THAT(readFile(outputFile), testing::EndsWith(cancelRecord()));
 }
 
 TEST_F(ExampleBackend, EndsAtOnceWhenAJobIsCancelledThatHasNoFilterYet) {

@@ -1,4 +1,5 @@
 #include "driver/stream/PageStream.h"
+#include "log/DebugLog.h"
 #include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/Files.h"
@@ -25,9 +26,10 @@ namespace {
 
 using namespace std::chrono_literals;
 using nlohmann::json;
-using test::afterReset;
+using test::cancelRecord;
 using test::ProcessResult;
 using test::readFile;
+using test::resetRecord;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
@@ -56,7 +58,7 @@ std::string printed(StreamOptions options, std::uint16_t jobSetting, const std::
         options.paperTray = page.tray;
         stream += makePage(options, page.number);
     }
-    return afterReset(stream + "JIDG");
+    return resetRecord() + stream + "JIDG";
 }
 
 json sheet(const json &front, const json &back) {
@@ -99,8 +101,8 @@ TEST_F(FilterAndPrinter, PrintAOneSidedJob) {
                                           {"readPipe", 2},
                                           {"writePipe", 1 + 2 + 2 * 3 + 1},
                                           {"frontend-byebye", 1}}));
-    EXPECT_THAT(log(), Contains("FrontendIPC initWithPortName: port name is: " + uri));
-    EXPECT_THAT(log(), Contains("DriverFilter run: exiting with result 1"));
+    EXPECT_THAT(logMessages(), Contains("FrontendIPC initWithPortName: port name is: " + uri));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter run: exiting with result 1"));
     expectNothingLeft();
 }
 
@@ -141,7 +143,7 @@ TEST_F(FilterAndPrinter, TakeNoStrangersWordThatTheOtherHasLeft) {
     EXPECT_EQ(finishPrinter().exitStatus, 0);
     EXPECT_EQ(reportedJob()["outcome"], "whole");
     // The printer's own goodbye may come in while the filter says its own.
-    std::vector<std::string> messages = log();
+    std::vector<std::string> messages = logMessages();
     messages.erase(std::find(messages.begin(), messages.end(), "DriverFilter run: exiting with result 1"),
                    messages.end());
     EXPECT_THAT(messages, testing::Not(Contains("FrontendIPC::handleNotification:backend-byebye")));
@@ -195,19 +197,20 @@ TEST_F(FilterAndPrinter, PauseForTheStackToBeTurnedByHand) {
 
 TEST_F(FilterAndPrinter, PutTheTurnedStackIntoTheBypassTray) {
     // A filter that is configured otherwise, with its information dictionary beside it.
-    const std::filesystem::path built = test::hostPath(VELTRIN_FILTER);
-    std::filesystem::create_directory("/tmp/bundle");
-    std::filesystem::copy_file(built, "/tmp/bundle/veltrin");
+    const std::filesystem::path built = filterProgram;
+    const std::filesystem::path bundle = bundleFolder;
+    filterProgram = bundle / "veltrin";
+    std::filesystem::create_directory(bundle);
+    std::filesystem::copy_file(built, filterProgram);
     std::string dictionary = readFile(built.parent_path() / "Info.plist");
     const std::regex bypass("(<key>VeltrinDuplexBypass</key>\\s*)<false/>");
     ASSERT_TRUE(std::regex_search(dictionary, bypass));
-    test::writeFile("/tmp/bundle/Info.plist", std::regex_replace(dictionary, bypass, "$1<true/>"));
+    test::writeFile(bundle / "Info.plist", std::regex_replace(dictionary, bypass, "$1<true/>"));
 
     StreamOptions options = document(4);
     options.paperTray = 2;
     startPrinter("one-sided");
-    startFilter(
-        {.stream = makeStream(options), .options = twoSided(1, false, 4), .program = "/tmp/bundle/veltrin"});
+    startFilter({.stream = makeStream(options), .options = twoSided(1, false, 4)});
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
     EXPECT_EQ(readFile(outputFile), printed(options, jobSettingManualDuplex,
@@ -225,7 +228,7 @@ TEST_F(FilterAndPrinter, TakeTheTrayFromTheJobsName) {
     json page = reportedJob()["pages"].at(0);
     EXPECT_EQ(page["tray"], 3);
     EXPECT_EQ(page["media"], 7); // the labels in tray 2
-    EXPECT_THAT(log(), Contains("DriverFilter copyPageFrom: overriding tray (3) and media type (7)"));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter copyPageFrom: overriding tray (3) and media type (7)"));
     expectNothingLeft();
 }
 
@@ -267,7 +270,7 @@ TEST_F(FilterAndPrinter, WaitUntilThePrinterHasRoom) {
     awaitLog("DriverFilter checkHeaderSize: Printer not ready...");
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_THAT(log(), Contains("DriverFilter checkHeaderSize: imageMemory = 1048576"));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter checkHeaderSize: imageMemory = 1048576"));
     EXPECT_EQ(reportedJob()["outcome"], "whole");
     EXPECT_THAT(reportedJob()["overruns"], IsEmpty());
 }
@@ -280,7 +283,7 @@ TEST_F(FilterAndPrinter, AreHeldUpByAnOpenCoverAndGoOn) {
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
     EXPECT_THAT(statusLines(result), Contains("INFO: Cover open"));
-    EXPECT_THAT(log(), Contains("DriverFilter checkHeaderSize: Printer not ready..."));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter checkHeaderSize: Printer not ready..."));
     EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}, {2}, {3}, {4}}));
     EXPECT_THAT(reportedJob()["overruns"], IsEmpty());
 }
@@ -290,7 +293,7 @@ TEST_F(FilterAndPrinter, WaitForThePort) {
     startFilter();
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    const std::vector<std::string> messages = log();
+    const std::vector<std::string> messages = logMessages();
     const auto busy = std::find(messages.begin(), messages.end(), "DriverFilter run: Waiting for port (4)");
     ASSERT_NE(busy, messages.end());
     EXPECT_NE(std::find(busy, messages.end(), "DriverFilter run: Waiting for port (0)"), messages.end());
@@ -307,8 +310,8 @@ TEST_F(FilterAndPrinter, RepeatAFaultUntilTheJobIsCancelled) {
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
     EXPECT_THAT(statusLines(result), ElementsAre(line));
-    EXPECT_THAT(log(), Contains("ASSERT: checkStatus error"));
-    EXPECT_EQ(readFile(outputFile), afterReset(test::cancelRecord()));
+    EXPECT_THAT(logMessages(), Contains("ASSERT: checkStatus error"));
+    EXPECT_EQ(readFile(outputFile), resetRecord() + cancelRecord());
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
     expectNothingLeft();
 }
@@ -322,8 +325,8 @@ TEST_F(FilterAndPrinter, EndAWaitForMemoryWhenTheJobIsCancelled) {
     filter->send(SIGTERM);
     EXPECT_EQ(finishFilter().exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_THAT(log(), Contains("ASSERT: checkHeaderSize error"));
-    EXPECT_EQ(readFile(outputFile), afterReset(test::cancelRecord()));
+    EXPECT_THAT(logMessages(), Contains("ASSERT: checkHeaderSize error"));
+    EXPECT_EQ(readFile(outputFile), resetRecord() + cancelRecord());
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
 }
 
@@ -334,7 +337,7 @@ TEST_F(FilterAndPrinter, WaitForThePortEvenWhenTheJobIsCancelled) {
     filter->send(SIGTERM);
     // Two passes later it still waits for the port; nothing but SIGKILL ends that.
     awaitLog("DriverFilter run: Waiting for port (2)", 3);
-    EXPECT_THAT(log(), Contains("ASSERT: checkStatus error"));
+    EXPECT_THAT(logMessages(), Contains("ASSERT: checkStatus error"));
     EXPECT_FALSE(filter->hasEnded());
     filter->send(SIGKILL);
     EXPECT_EQ(finishFilter().signal, SIGKILL);
@@ -374,7 +377,7 @@ TEST_F(FilterAndPrinter, SendTheCancelRecordToAPrinterThatTakesNothing) {
         filter->closeInput();
         // The reset command, and as many blocks as may be on their way.
         ASSERT_TRUE(filter->waitUntil([] {
-            const std::vector<std::string> messages = log();
+            const std::vector<std::string> messages = logMessages();
             return std::count_if(messages.begin(), messages.end(), [](const std::string &message) {
                        return message.starts_with("FrontendIPC sendData: sending ");
                    }) == 1 + 16;
@@ -383,11 +386,11 @@ TEST_F(FilterAndPrinter, SendTheCancelRecordToAPrinterThatTakesNothing) {
         EXPECT_EQ(finishFilter().exitStatus, 1);
         printer->send(SIGCONT);
         EXPECT_EQ(finishPrinter().exitStatus, 0);
-        EXPECT_THAT(readFile(outputFile), testing::EndsWith("JIDG" + test::cancelRecord()));
+        EXPECT_THAT(readFile(outputFile), testing::EndsWith("JIDG" + cancelRecord()));
         EXPECT_EQ(reportedJob()["outcome"], "cancelled");
         EXPECT_EQ(reportedJob()["notifications"]["writePipe"], 1 + 16 + 2);
         expectNothingLeft();
-        std::filesystem::remove("/tmp/CUPSDebug.log");
+        std::filesystem::remove(debugLogPath);
     }
 }
 
@@ -398,7 +401,7 @@ TEST_F(FilterAndPrinter, WaitForABackendThatAnswersLate) {
     startFilter();
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_THAT(log(), Contains("FrontendIPC sendData: waiting for backend alive..."));
+    EXPECT_THAT(logMessages(), Contains("FrontendIPC sendData: waiting for backend alive..."));
     EXPECT_EQ(notifications().at(0), "< fronted-alive");
     EXPECT_EQ(notifications().at(1), "> backend-alive");
     EXPECT_EQ(reportedJob()["outcome"], "whole");
@@ -420,7 +423,7 @@ TEST_F(FilterAndPrinter, GoOnWhenTheBackendComesBack) {
     startFilter({.stream = makeStream(options)});
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    const std::vector<std::string> messages = log();
+    const std::vector<std::string> messages = logMessages();
     const auto left =
         std::find(messages.begin(), messages.end(), "FrontendIPC::handleNotification:backend-byebye");
     ASSERT_NE(left, messages.end());
@@ -439,7 +442,8 @@ TEST_F(FilterAndPrinter, AskAgainForWhatIsNoRecord) {
     EXPECT_EQ(reportedJob()["outcome"], "whole");
     EXPECT_THAT(notifications(), testing::IsSupersetOf({"> readPipe, 63 bytes", "> readPipe, 65 bytes"}));
     // A record came in the fourth answer; the bad one after it changes nothing but is told of.
-    EXPECT_THAT(log(), Contains("ReverseData dataArrived: received 63 bytes of unexpected reverse data"));
+    EXPECT_THAT(logMessages(),
+                Contains("ReverseData dataArrived: received 63 bytes of unexpected reverse data"));
     EXPECT_THAT(statusLines(result), Contains("INFO: Ready"));
 }
 
@@ -448,7 +452,7 @@ TEST_F(FilterAndPrinter, TakeALateRecord) {
     startFilter();
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_THAT(log(), Contains("FrontendIPC waiting data..."));
+    EXPECT_THAT(logMessages(), Contains("FrontendIPC waiting data..."));
     EXPECT_EQ(reportedJob()["outcome"], "whole");
 }
 
@@ -467,8 +471,8 @@ TEST_F(FilterAndPrinter, FailWithoutAnyReply) {
     const ProcessResult result = finishFilter();
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    expectCommunicationError(log(), statusLines(result));
-    const std::vector<std::string> messages = log();
+    expectCommunicationError(logMessages(), statusLines(result));
+    const std::vector<std::string> messages = logMessages();
     EXPECT_EQ(std::count(messages.begin(), messages.end(), "FrontendIPC waiting data..."), 20);
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
 }
@@ -481,7 +485,7 @@ TEST_F(FilterAndPrinter, FailOnAnEmptyReply) {
     const ProcessResult result = finishFilter();
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    expectCommunicationError(log(), statusLines(result));
+    expectCommunicationError(logMessages(), statusLines(result));
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
 }
 
@@ -504,7 +508,7 @@ class FilterWhoseBusDies : public FilterAndPrinter {
         EXPECT_EQ(result.exitStatus, 1);
         EXPECT_THAT(statusLines(result),
                     ElementsAre("INFO: Ready", "ERROR: recoverable: Unable to communicate with printer"));
-        EXPECT_THAT(log(), Contains("FrontendIPC postNotificationSendData: Catch Exception!"));
+        EXPECT_THAT(logMessages(), Contains("FrontendIPC postNotificationSendData: Catch Exception!"));
         expectNothingLeft();
     }
 };
@@ -512,12 +516,12 @@ class FilterWhoseBusDies : public FilterAndPrinter {
 TEST_F(FilterWhoseBusDies, TellsOfItUntilTheJobIsCancelled) {
     uri = "usb://Morvex/LX%20410N?serial=1";
     printUntilCancelled("");
-    EXPECT_THAT(log(), Contains("ASSERT: DriverFilter sendPages: failed to send EOJ"));
+    EXPECT_THAT(logMessages(), Contains("ASSERT: DriverFilter sendPages: failed to send EOJ"));
 }
 
 TEST_F(FilterWhoseBusDies, RemovesWhatItHasSpooled) {
     printUntilCancelled(twoSided(1, true, 2));
-    EXPECT_THAT(log(), Contains("ASSERT: DriverFilter unspoolPages: failed to send EOJ"));
+    EXPECT_THAT(logMessages(), Contains("ASSERT: DriverFilter unspoolPages: failed to send EOJ"));
 }
 
 TEST_F(FilterAndPrinter, CancelAJobWhoseStandardInputIsClosed) {
@@ -528,7 +532,7 @@ TEST_F(FilterAndPrinter, CancelAJobWhoseStandardInputIsClosed) {
     EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(filter->id()) + "/fd/0"), "/dev/null");
     EXPECT_EQ(finishFilter().exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile), afterReset(test::cancelRecord()));
+    EXPECT_EQ(readFile(outputFile), resetRecord() + cancelRecord());
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
 }
 
@@ -538,7 +542,7 @@ TEST_F(FilterAndPrinter, FailAtOnceWithoutABus) {
     startFilter();
     EXPECT_EQ(finishFilter().exitStatus, 1);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
-    EXPECT_THAT(log(), Contains("DriverFilter init: failed to allocate IPC"));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter init: failed to allocate IPC"));
     expectNothingLeft();
 }
 

@@ -131,9 +131,9 @@ TEST_F(FilterProcessTest, AOneSidedJobIsLoggedStepByStep) {
 TEST_F(FilterProcessTest, WorksWithoutAnInformationDictionaryAndSaysSoOnce) {
     for (const bool broken : {false, true}) {
         if (broken) {
-            test::writeFile(std::string(bundleDirectory) + "/Info.plist", "no property list");
+            test::writeFile(std::string(bundleFolder) + "/Info.plist", "no property list");
         } else {
-            std::filesystem::remove(std::string(bundleDirectory) + "/Info.plist");
+            std::filesystem::remove(std::string(bundleFolder) + "/Info.plist");
         }
         std::filesystem::remove(debugLogPath);
         const ProcessResult result =
@@ -389,7 +389,7 @@ TEST_F(FilterProcessTest, NeedsNoMoreDescriptorsForManyPagesAndCopies) {
     Command command =
         this->command(JobOptions{.copies = 3, .collate = true, .duplexing = 2, .sidesImaged = 180}.argument(),
                       makeStream(streamOf(60, 3)));
-    command.arguments.insert(command.arguments.begin(), {"prlimit", "--nofile=20", executable});
+    command.arguments.insert(command.arguments.begin(), {"prlimit", "--nofile=20", filterProgram});
     command.arguments.erase(command.arguments.begin() + 3);
     command.program = "/usr/bin/prlimit";
     const ProcessResult result = runToEnd(command);
@@ -778,7 +778,7 @@ TEST_F(FilterProcessTest, AnAllocationThatFailsEndsTheJobInOrder) {
     Command command = this->command("", makeStream(stream).substr(0, 36) + makeJobHeaders(stream) + page +
                                             page.substr(0, 64) + hugeBand + std::string(100, 'x'));
 #ifndef __SANITIZE_ADDRESS__ // which needs the address space, and refuses the allocation by itself
-    command.arguments.insert(command.arguments.begin(), {"prlimit", "--as=1073741824", executable});
+    command.arguments.insert(command.arguments.begin(), {"prlimit", "--as=1073741824", filterProgram});
     command.arguments.erase(command.arguments.begin() + 3);
     command.program = "/usr/bin/prlimit";
 #endif
@@ -866,10 +866,10 @@ TEST_F(FilterProcessTest, ThePartOfAPageBeforeTheEndMarkIsDropped) {
 
 TEST_F(FilterProcessTest, ASpoolFileThatCannotBeMadeFailsTheJob) {
     // A file system with room for its own directory alone.
-    ASSERT_EQ(mount("tmpfs", spoolDirectory, "tmpfs", 0, "nr_inodes=1"), 0);
+    ASSERT_EQ(mount("tmpfs", spoolFolder, "tmpfs", 0, "nr_inodes=1"), 0);
     const ProcessResult result =
         print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(streamOf(2)));
-    EXPECT_EQ(umount(spoolDirectory), 0);
+    EXPECT_EQ(umount(spoolFolder), 0);
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(result.output, cancelRecord());
     EXPECT_THAT(logMessages(),
@@ -900,7 +900,7 @@ TEST_F(FilterProcessTest, AClosedStandardOutputRepeatsTheErrorUntilSigterm) {
             this->command(JobOptions{.duplexing = duplexing}.argument(), makeStream(streamOf(2)));
         command.output = test::Closed{};
         expectErrorUntilSigterm(command);
-        expectNothingLeftBehind();
+        expectNothingLeft();
         // Neither the log nor a spool file has taken the place of standard output.
         EXPECT_THAT(logMessages(),
                     Contains("ASSERT: DriverFilter writeToFD: Unable to write all of data. Wanted 120 "
@@ -989,15 +989,15 @@ TEST_F(FilterProcessTest, ABrokenPipeIsLoggedAndDoesNotEndTheJob) {
 }
 
 TEST_F(FilterProcessTest, AFullTemporaryDirectoryRepeatsTheErrorUntilSigterm) {
-    ASSERT_EQ(mount("tmpfs", spoolDirectory, "tmpfs", 0, "size=64k"), 0);
+    ASSERT_EQ(mount("tmpfs", spoolFolder, "tmpfs", 0, "size=64k"), 0);
     StreamOptions stream = streamOf(40);
     stream.planeSizes = dealtOut(8192);
     Command command =
         this->command(JobOptions{.duplexing = 2, .sidesImaged = 40}.argument(), makeStream(stream));
     expectErrorUntilSigterm(command);
-    expectNothingLeftBehind();
+    expectNothingLeft();
     EXPECT_THAT(logMessages(), Contains("ASSERT: spoolPages error"));
-    EXPECT_EQ(umount(spoolDirectory), 0);
+    EXPECT_EQ(umount(spoolFolder), 0);
 }
 
 TEST_F(FilterProcessTest, SigtermDoesNotEndAJobThatIsReading) {
@@ -1010,13 +1010,7 @@ TEST_F(FilterProcessTest, SigtermDoesNotEndAJobThatIsReading) {
         std::filesystem::remove(debugLogPath);
         test::Process process(command);
         process.write(input.substr(0, input.size() / 2));
-        EXPECT_TRUE(process.waitUntil([&] {
-            if (!std::filesystem::exists(debugLogPath)) {
-                return false;
-            }
-            const std::vector<std::string> log = logMessages();
-            return std::count(log.begin(), log.end(), "DriverFilter copyPageFrom: done with page") == 1;
-        }));
+        EXPECT_TRUE(process.waitUntil([] { return hasLogged("DriverFilter copyPageFrom: done with page"); }));
         process.send(SIGTERM);
         process.write(input.substr(input.size() / 2));
         process.closeInput();
@@ -1024,7 +1018,7 @@ TEST_F(FilterProcessTest, SigtermDoesNotEndAJobThatIsReading) {
         EXPECT_EQ(result.exitStatus, 0);
         EXPECT_TRUE(result.output == (duplexing == 0 ? printed(stream, unmarked, "1 2 3 4")
                                                      : printed(stream, duplex, "4 2 1* 3")));
-        expectNothingLeftBehind();
+        expectNothingLeft();
     }
 }
 
@@ -1068,7 +1062,7 @@ TEST_F(FilterProcessTest, OnlyTheLastPageAndTheEndMarkDecideATwoSidedJob) {
         EXPECT_THAT(logMessages(),
                     Contains("ASSERT: DriverFilter copyPageFromPath: unable to open file: <file " +
                              std::to_string(lost) + ">"));
-        expectNothingLeftBehind();
+        expectNothingLeft();
     }
 }
 

@@ -1,10 +1,6 @@
 #include "tests/jobs/PrinterFixture.h"
 
-#include "tests/support/CapturedLog.h"
 #include "tests/support/Files.h"
-#include "tests/support/PrivateTmp.h"
-
-#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -13,10 +9,7 @@
 namespace veltrin::test {
 
 PrinterFixture::PrinterFixture() {
-    std::filesystem::create_directory(spoolFolder);
-    writeFile("/tmp/gdidebug", "");
-    // Of an earlier test in the same process.
-    std::filesystem::remove("/tmp/CUPSDebug.log");
+    switchLogOn();
 }
 
 void PrinterFixture::startPrinter(const std::string &scenario,
@@ -32,26 +25,17 @@ void PrinterFixture::startPrinter(const std::string &scenario,
 }
 
 void PrinterFixture::startFilter(const FilterJob &job) {
-    filter.emplace(filterCommand(job));
+    filter.emplace(filterOnBus(job));
 }
 
-Command PrinterFixture::filterCommand(const FilterJob &job) const {
-    std::filesystem::remove("/tmp/job"); // which a filter may still be reading
-    writeFile("/tmp/job", job.stream);
-    Command command{job.program.empty() ? hostPath(VELTRIN_FILTER) : job.program,
-                    {"Queue", job.id, "user", "title", "1", job.options}};
-    command.environment = {{"CUPS_SERVER", noScheduler},
-                           {"DEVICE_URI", uri},
-                           {"LANG", "C"},
-                           {"TMPDIR", spoolFolder},
-                           {"DBUS_SYSTEM_BUS_ADDRESS", std::getenv("DBUS_SYSTEM_BUS_ADDRESS")}};
-    if (job.input) {
-        std::visit([&command](const auto &input) { command.input = input; }, *job.input);
-    } else {
+Command PrinterFixture::filterOnBus(const FilterJob &job) const {
+    Command command = filterCommand(job);
+    (*command.environment)["DEVICE_URI"] = uri;
+    (*command.environment)["DBUS_SYSTEM_BUS_ADDRESS"] = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    if (!job.input) {
+        std::filesystem::remove("/tmp/job"); // which a filter may still be reading
+        writeFile("/tmp/job", job.stream);
         command.input = File{"/tmp/job"};
-    }
-    if (job.output) {
-        command.output = *job.output;
     }
     return command;
 }
@@ -66,14 +50,8 @@ void PrinterFixture::awaitPrinter(const std::string &line) {
 }
 
 void PrinterFixture::awaitLog(const std::string &message, std::size_t times) {
-    ASSERT_TRUE(filter->waitUntil([&] {
-        if (!std::filesystem::exists("/tmp/CUPSDebug.log")) {
-            return false;
-        }
-        const std::vector<std::string> messages = log();
-        return static_cast<std::size_t>(std::count(messages.begin(), messages.end(), message)) >= times;
-    })) << "the log does not have \""
-        << message << "\"";
+    ASSERT_TRUE(filter->waitUntil([&] { return hasLogged(message, times); }))
+        << "the log does not have \"" << message << "\"";
 }
 
 void PrinterFixture::awaitStatusLine(const std::string &line, std::size_t times) {
@@ -113,12 +91,12 @@ std::vector<std::string> PrinterFixture::notifications() const {
 }
 
 nlohmann::json PrinterFixture::reportedJob() {
-    const nlohmann::json report = nlohmann::json::parse(readFile(reportFile), nullptr, false);
-    if (!report.is_object() || report.value("jobs", nlohmann::json::array()).size() != 1) {
-        ADD_FAILURE() << "the report does not have one job: " << report.dump();
+    const nlohmann::json jobs = jobsIn(reportFile);
+    if (jobs.size() != 1) {
+        ADD_FAILURE() << "the report does not have one job: " << jobs.dump();
         return nlohmann::json::object();
     }
-    return report["jobs"][0];
+    return jobs[0];
 }
 
 std::vector<std::string> PrinterFixture::statusLines(const ProcessResult &filter) {
@@ -131,29 +109,12 @@ std::vector<std::string> PrinterFixture::statusLines(const ProcessResult &filter
     return lines;
 }
 
-std::vector<std::string> PrinterFixture::log() {
-    return messagesOf(readFile("/tmp/CUPSDebug.log"));
-}
-
-void PrinterFixture::expectNothingLeft() {
-    EXPECT_THAT(namesIn(spoolFolder), testing::IsEmpty());
-    EXPECT_FALSE(std::filesystem::exists("/tmp/Sem_File00001"));
-}
-
 std::vector<std::string> PrinterFixture::printerLines(const std::string &output) {
     std::vector<std::string> lines = linesOf(output);
     for (std::string &line : lines) {
         line.erase(0, line.find(' ') + 1);
     }
     return lines;
-}
-
-std::string afterReset(const std::string &stream) {
-    return "GDIC GDIREND    " + stream;
-}
-
-std::string cancelRecord() {
-    return std::string("GDIC CANCEL    ") + '\0';
 }
 
 } // namespace veltrin::test

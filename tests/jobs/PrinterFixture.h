@@ -1,35 +1,20 @@
 #pragma once
 
-#include "driver/stream/StreamMaker.h"
+#include "tests/jobs/JobFixture.h"
 #include "tests/support/PrivateBus.h"
-#include "tests/support/Process.h"
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <map>
+#include <cstddef>
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace veltrin::test {
 
-/// A job as the scheduler hands it to the filter.
-struct FilterJob {
-    std::string id = "7";
-    std::string stream = makeStream(StreamOptions());
-    std::string options = {};
-    std::string program = {}; ///< without: the filter of the build tree
-    /// Without: `stream`, from a file, so that nobody has to feed it while the test looks at the printer.
-    std::optional<std::variant<test::Pipe, test::Closed>> input = {};
-    std::optional<test::Descriptor> output = {}; ///< without: a pipe to the test
-};
-
 /// Runs the filter and a virtual printer as processes on a message bus of the test's own.
-class PrinterFixture : public testing::Test {
+class PrinterFixture : public JobFixture {
   protected:
-    static constexpr const char *spoolFolder = "/tmp/spool";
     static constexpr const char *outputFile = "/tmp/printed";
     static constexpr const char *reportFile = "/tmp/report.json";
 
@@ -41,8 +26,9 @@ class PrinterFixture : public testing::Test {
 
     void startFilter(const FilterJob &job = {});
 
-    /// What `startFilter` starts.
-    [[nodiscard]] Command filterCommand(const FilterJob &job = {}) const;
+    /// What `startFilter` starts. It reads the stream from a file, so that nobody has to feed it while the
+    /// test looks at the printer.
+    [[nodiscard]] Command filterOnBus(const FilterJob &job = {}) const;
 
     /// Waits until the printer has written this line.
     void awaitPrinter(const std::string &line);
@@ -67,11 +53,6 @@ class PrinterFixture : public testing::Test {
     /// it was repeated in a row.
     [[nodiscard]] static std::vector<std::string> statusLines(const ProcessResult &filter);
 
-    [[nodiscard]] static std::vector<std::string> log();
-
-    /// What every job must leave as it was.
-    static void expectNothingLeft();
-
     [[nodiscard]] static std::vector<std::string> printerLines(const std::string &output);
 
     std::string uri = "socket://printer.example:9100/queue?x='y'";
@@ -79,10 +60,5 @@ class PrinterFixture : public testing::Test {
     std::optional<Process> printer;
     std::optional<Process> filter;
 };
-
-/// What the printer gets: the reset command, then this.
-[[nodiscard]] std::string afterReset(const std::string &stream);
-
-[[nodiscard]] std::string cancelRecord();
 
 } // namespace veltrin::test

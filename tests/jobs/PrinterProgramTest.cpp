@@ -1,3 +1,4 @@
+#include "log/DebugLog.h"
 #include "platform/linux/NotificationMessage.h"
 #include "platform/linux/NotificationPath.h"
 #include "status/ReverseRecord.h"
@@ -31,10 +32,10 @@
 namespace veltrin {
 namespace {
 
-using test::afterReset;
 using test::Command;
 using test::ProcessResult;
 using test::readFile;
+using test::resetRecord;
 using test::run;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -94,7 +95,7 @@ TEST_F(PrinterByHand, TakesJobAfterJob) {
     ASSERT_EQ(report["jobs"].size(), 2U);
     EXPECT_EQ(report["jobs"][1]["job"], 2);
     EXPECT_EQ(report["jobs"][1]["outcome"], "whole");
-    EXPECT_EQ(readFile(outputFile), afterReset(streamForPrinter()) + afterReset(streamForPrinter()));
+    EXPECT_EQ(readFile(outputFile), resetRecord() + streamForPrinter() + resetRecord() + streamForPrinter());
 }
 
 TEST_F(PrinterByHand, ReportsTheJobThatItWasInTheMiddleOf) {
@@ -205,7 +206,7 @@ TEST_F(PrinterByHand, ServesASecondHostOnceTheFirstHasSaidGoodbye) {
     options.bandsPerPage = 3; // fills the memory while the cover is open
     startFilter({.stream = makeStream(options)});
     awaitPrinter("> readPipe, 64 bytes");
-    test::Process second(filterCommand());
+    test::Process second(filterOnBus());
     ASSERT_TRUE(printer->waitUntil(
         [&] { return printer->output().find("has announced itself and waits") != std::string::npos; }));
     EXPECT_EQ(finishFilter().exitStatus, 0);
@@ -228,7 +229,7 @@ TEST_F(PrinterByHand, HintsAtAFilterThatLooksForAnotherPrinter) {
         awaitLog("FrontendIPC sendData: waiting for backend alive...");
         filter->send(SIGKILL);
         finishFilter();
-        std::filesystem::remove("/tmp/CUPSDebug.log");
+        std::filesystem::remove(debugLogPath);
     }
     const std::string hint =
         R"(hint: a filter looks for the printer "socket://other.example"; this one is ")" + own + "\"";
@@ -809,7 +810,7 @@ TEST_F(PrinterAsBackend, IsNotHeardByTheFilterOfAnotherJob) {
     awaitLog("FrontendIPC sendData: waiting for backend alive...");
     test::Process first(backendCommand());
     const auto isRefused = [] {
-        const std::vector<std::string> messages = log();
+        const std::vector<std::string> messages = logMessages();
         return std::any_of(messages.begin(), messages.end(), [](const std::string &message) {
             return message.starts_with("FrontendIPC: refused ") &&
                    message.ends_with(": it works for job 7, not 8");
@@ -832,7 +833,7 @@ TEST_F(PrinterAsBackend, LeavesTheFilesAloneWhileItWaits) {
     startFilter();
     EXPECT_EQ(finishFilter().exitStatus, 0);
     const std::string printed = readFile(outputFile);
-    EXPECT_EQ(printed, afterReset(streamForPrinter()));
+    EXPECT_EQ(printed, resetRecord() + streamForPrinter());
     EXPECT_EQ(readFile(reportFile), "");
 
     startBackend({"8", "user", "title", "1", ""});
@@ -863,7 +864,7 @@ TEST_F(PrinterAsBackend, TakesScenarioAndFilesFromItsUri) {
     EXPECT_EQ(finishFilter().exitStatus, 0);
     printer->closeInput();
     EXPECT_EQ(printer->finish().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile), afterReset(streamForPrinter()));
+    EXPECT_EQ(readFile(outputFile), resetRecord() + streamForPrinter());
     EXPECT_EQ(reportedJob()["outcome"], "whole");
     EXPECT_EQ(nlohmann::json::parse(readFile(reportFile))["uri"], uri);
 }

@@ -1,5 +1,6 @@
 #include "tests/jobs/PrivateScheduler.h"
 
+#include "tests/jobs/JobFixture.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 
@@ -214,11 +215,10 @@ std::vector<std::string> PrivateScheduler::temporaryFiles() const {
 Command PrivateScheduler::filterByHand(const std::string &options, const std::string &stream) const {
     return {.program = root + "/lib/filter/" + filterName,
             .arguments = {queue, "1", "somebody", "a title", "1", options},
-            .environment = std::map<std::string, std::string>{{"CUPS_SERVER", root + "/socket"},
-                                                              {"CUPS_SERVERROOT", root + "/etc"},
-                                                              {"DEVICE_URI", "file:///dev/null"},
-                                                              {"LANG", "en.UTF-8"},
-                                                              {"TMPDIR", root + "/spool/tmp"}},
+            .environment = filterEnvironment({.queue = queue,
+                                              .server = root + "/socket",
+                                              .serverRoot = root + "/etc",
+                                              .temporaryFolder = root + "/spool/tmp"}),
             .input = Text{stream}};
 }
 

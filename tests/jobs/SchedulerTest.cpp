@@ -2,6 +2,7 @@
 
 #include "tests/jobs/Jobs.h"
 #include "tests/jobs/PrivateScheduler.h"
+#include "tests/support/ExpectedOutput.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 
@@ -35,8 +36,6 @@ using testing::Not;
 
 constexpr const char *device = "/tmp/printer";
 const std::string deviceUri = std::string("file://") + device;
-
-const std::string cancelRecord("GDIC CANCEL    \0", 16);
 
 /// A document with more data than a pipe takes.
 StreamOptions largeDocument() {
@@ -141,7 +140,7 @@ TEST(SchedulerTest, ATruncatedStreamStopsTheJobAndLeavesTheQueue) {
     })) << scheduler.log();
     scheduler.expectState(job, IPP_JSTATE_STOPPED);
 
-    EXPECT_EQ(readFile(device), cancelRecord);
+    EXPECT_EQ(readFile(device), test::cancelRecord());
     EXPECT_THAT(scheduler.temporaryFiles(), IsEmpty());
     scheduler.expectIdleQueue();
     const int next = scheduler.submit(stream, forLp({"media=A4"}));

@@ -48,7 +48,7 @@ TEST_F(SlowFilterAndPrinter, FailWhenTheBackendNeverAnnouncesItself) {
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 1);
     EXPECT_THAT(notifications(), ElementsAre("< fronted-alive", "< frontend-byebye", "> backend-byebye"));
-    const std::vector<std::string> messages = log();
+    const std::vector<std::string> messages = logMessages();
     EXPECT_EQ(
         std::count(messages.begin(), messages.end(), "FrontendIPC sendData: waiting for backend alive..."),
         100);
@@ -79,7 +79,7 @@ TEST_F(SlowFilterAndPrinter, TellWhenTheBackendVanishes) {
     EXPECT_EQ(finishPrinter().exitStatus, 1);
     EXPECT_EQ(reportedJob()["outcome"], "broken");
     awaitCommunicationError();
-    EXPECT_THAT(log(), testing::Contains("FrontendIPC::handleNotification:backend-byebye"));
+    EXPECT_THAT(logMessages(), testing::Contains("FrontendIPC::handleNotification:backend-byebye"));
 }
 
 class SlowBackend : public test::PrinterFixture {};

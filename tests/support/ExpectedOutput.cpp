@@ -61,4 +61,9 @@ const std::string &cancelRecord() {
     return record;
 }
 
+const std::string &resetRecord() {
+    static const std::string record = "GDIC GDIREND    ";
+    return record;
+}
+
 } // namespace veltrin::test

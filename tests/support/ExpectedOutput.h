@@ -31,4 +31,7 @@ struct JobOptions {
 /// The cancel record that a failed job ends with.
 [[nodiscard]] const std::string &cancelRecord();
 
+/// The record that a job with a channel begins with.
+[[nodiscard]] const std::string &resetRecord();
+
 } // namespace veltrin::test
