@@ -2,6 +2,7 @@
 
 #include "driver/DuplexOrder.h"
 #include "driver/stream/PageStream.h"
+#include "tests/support/PageNotation.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,23 +25,17 @@ std::vector<PlannedPage> planOf(const SendJob &job) {
     return plan;
 }
 
-/// The plan of a job as its pages read: number from 1 (through `order`), "*" for the pause, the duplex unit's
-/// bits in brackets, "b" for the bypass tray.
+/// The plan of a job in the notation of pages, numbered from 1 (through `order`).
 std::string described(const SendJob &job, const std::vector<std::uint32_t> &order = {}) {
-    std::string text;
+    std::vector<test::MarkedPage> pages;
     for (const PlannedPage &page : planOf(job)) {
-        text +=
-            (text.empty() ? "" : " ") + std::to_string((order.empty() ? page.index : order[page.index]) + 1);
-        if (page.typeBits == pageTypePause) {
-            text += "*";
-        } else if (page.typeBits != 0) {
-            text += "(" + std::to_string(page.typeBits) + ")";
-        }
-        if (page.tray != pagesOwnTray) {
-            text += page.tray == 1 ? "b" : "?";
-        }
+        EXPECT_TRUE(page.tray == pagesOwnTray || page.tray == 1) << unsigned{page.tray};
+        EXPECT_LE(page.typeBits, 0xFFU);
+        pages.push_back({.number = (order.empty() ? page.index : order[page.index]) + 1,
+                         .typeBits = static_cast<std::uint8_t>(page.typeBits),
+                         .fromBypass = page.tray == 1});
     }
-    return text;
+    return test::notationOf(pages);
 }
 
 template <typename Visit>

@@ -2,6 +2,7 @@
 
 #include "driver/stream/PageStream.h"
 #include "driver/stream/StreamReader.h"
+#include "tests/support/PageNotation.h"
 
 #include <cstdint>
 #include <string>
@@ -18,14 +19,13 @@ inline PageHeader pageHeader(std::uint8_t type, std::uint8_t tray = 2, std::uint
     return header;
 }
 
-/// Pages written as the printer gets them: the page number, then "!" for 0x0C, "," for 0x04, "*" for 0x10.
-inline std::vector<PageRead> pagesFrom(const std::vector<std::string> &texts) {
+/// Pages as a printer gets them, in the notation of pages.
+inline std::vector<PageRead> pagesFrom(const std::string &notation) {
     std::vector<PageRead> pages;
-    for (const std::string &text : texts) {
-        const char mark = text.back();
-        const std::uint8_t type = mark == '!' ? 0x0C : mark == ',' ? 0x04 : mark == '*' ? 0x10 : 0;
+    for (const MarkedPage &page : markedPages(notation)) {
+        const std::uint8_t tray = page.fromBypass ? 1 : 2;
         pages.push_back(
-            {0, pageHeader(type, 2, static_cast<std::uint16_t>(std::stoi(text))), 1, {}, 0, true});
+            {0, pageHeader(page.typeBits, tray, static_cast<std::uint16_t>(page.number)), 1, {}, 0, true});
     }
     return pages;
 }

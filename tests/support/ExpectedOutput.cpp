@@ -1,8 +1,8 @@
 #include "tests/support/ExpectedOutput.h"
 
-#include <algorithm>
+#include "tests/support/PageNotation.h"
+
 #include <cstddef>
-#include <sstream>
 
 namespace veltrin::test {
 
@@ -35,20 +35,10 @@ std::string printed(const StreamOptions &stream, std::uint16_t jobSetting, const
     std::string bytes = makeJobHeaders(stream);
     bytes[jobSettingOffset] = static_cast<char>(bytes[jobSettingOffset] | jobSetting >> 8);
     bytes[jobSettingOffset + 1] = static_cast<char>(bytes[jobSettingOffset + 1] | (jobSetting & 0xFF));
-    std::istringstream words(pages);
-    for (std::string word; words >> word;) {
-        std::string page = makePage(stream, static_cast<std::uint32_t>(std::stoul(word)));
-        const std::string marks = word.substr(std::min(word.find_first_not_of("0123456789"), word.size()));
-        if (marks.find('*') != std::string::npos) {
-            page[pageTypeOffset] = static_cast<char>(page[pageTypeOffset] | 0x10);
-        }
-        if (marks.find("(12)") != std::string::npos) {
-            page[pageTypeOffset] = static_cast<char>(page[pageTypeOffset] | 0x0C);
-        }
-        if (marks.find("(4)") != std::string::npos) {
-            page[pageTypeOffset] = static_cast<char>(page[pageTypeOffset] | 0x04);
-        }
-        if (marks.find('b') != std::string::npos) {
+    for (const MarkedPage &marked : markedPages(pages)) {
+        std::string page = makePage(stream, marked.number);
+        page[pageTypeOffset] = static_cast<char>(page[pageTypeOffset] | marked.typeBits);
+        if (marked.fromBypass) {
             page[pageTrayOffset] = 1;
         }
         bytes += page;

@@ -21,10 +21,7 @@ struct JobOptions {
 };
 
 /// What the printer gets of a stream: its headers with the job-setting bits `jobSetting`, the pages that
-/// `pages` describes, and the end-of-job mark.
-///
-/// A page is described by its number and its marks: "*" pauses before it, "(12)" and "(4)" are the bits of a
-/// duplex unit, "b" is the bypass tray.
+/// `pages` describes (see `markedPages`), and the end-of-job mark.
 [[nodiscard]] std::string printed(const StreamOptions &stream, std::uint16_t jobSetting,
                                   const std::string &pages);
 
