@@ -5,6 +5,7 @@
 #include "tests/jobs/BackendFixture.h"
 #include "tests/jobs/Jobs.h"
 #include "tests/jobs/PrivateScheduler.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateBus.h"
 
@@ -20,6 +21,8 @@
 namespace veltrin {
 namespace {
 
+using test::Bytes;
+using test::BytesAre;
 using test::document;
 using test::forLp;
 using test::PrivateScheduler;
@@ -41,7 +44,8 @@ TEST_F(BackendTest, ATwoSidedJobReachesThePrinter) {
     scheduler.expectState(job, IPP_JSTATE_COMPLETED);
     scheduler.expectIdleQueue();
 
-    EXPECT_TRUE(readFile(outputFile) == printedFrom(scheduler, twoSidedTwoCopies, stream)) << scheduler.log();
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printedFrom(scheduler, twoSidedTwoCopies, stream)))
+        << scheduler.log();
     const nlohmann::json documents = reportedDocuments();
     ASSERT_EQ(documents.size(), 1);
     EXPECT_EQ(documents[0]["outcome"], "whole");
@@ -62,8 +66,8 @@ TEST_F(BackendTest, TheDocumentsOfAJobAreOneBackendsWork) {
     scheduler.expectIdleQueue();
 
     // A second backend would have made the file anew.
-    EXPECT_TRUE(readFile(outputFile) == printedFrom(scheduler, twoSidedTwoCopies, streams[0]) +
-                                            printedFrom(scheduler, twoSidedTwoCopies, streams[1]))
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printedFrom(scheduler, twoSidedTwoCopies, streams[0]) +
+                                                      printedFrom(scheduler, twoSidedTwoCopies, streams[1])))
         << scheduler.log();
     const nlohmann::json documents = reportedDocuments();
     ASSERT_EQ(documents.size(), 2);
@@ -94,7 +98,8 @@ TEST_F(BackendTest, ASecondQueueOfThePrinterWaitsAndThenPrints) {
     scheduler.expectState(first, IPP_JSTATE_COMPLETED);
     scheduler.expectState(second, IPP_JSTATE_COMPLETED);
     // It has been printed by its own backend, and once.
-    EXPECT_TRUE(readFile(outputFile) == printedFrom(scheduler, {"media=A4"}, otherStream)) << scheduler.log();
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printedFrom(scheduler, {"media=A4"}, otherStream)))
+        << scheduler.log();
     ASSERT_EQ(reportedDocuments().size(), 1);
     EXPECT_EQ(reportedDocuments()[0]["outcome"], "whole");
     EXPECT_THAT(scheduler.log(), Not(HasSubstr("Job held")));
@@ -152,7 +157,8 @@ TEST_F(BackendTest, ABackendThatIsRootsAloneTakesTheJobOfTheSchedulersFilter) {
     scheduler.expectState(job, IPP_JSTATE_COMPLETED);
     scheduler.expectIdleQueue();
 
-    EXPECT_TRUE(readFile(outputFile) == printedFrom(scheduler, {"media=A4"}, stream)) << scheduler.log();
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printedFrom(scheduler, {"media=A4"}, stream)))
+        << scheduler.log();
 
     struct stat output {};
 

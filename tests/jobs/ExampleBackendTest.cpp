@@ -2,6 +2,7 @@
 #include "platform/linux/NotificationPath.h"
 #include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 
@@ -25,8 +26,12 @@ namespace veltrin {
 namespace {
 
 using test::BusClient;
+using test::Bytes;
+using test::BytesAre;
 using test::cancelRecord;
+using test::JobOptions;
 using test::notificationArguments;
+using test::printed;
 using test::ProcessResult;
 using test::readFile;
 using test::resetRecord;
@@ -65,19 +70,6 @@ class ExampleBackend : public test::PrinterFixture {
     }
 };
 
-/// The stream as it should arrive: the pages with these numbers and type bits.
-std::string printed(StreamOptions options, std::uint16_t jobSetting,
-                    const std::vector<std::pair<std::uint32_t, std::uint8_t>> &pages) {
-    options.jobSetting = jobSetting;
-    options.paperTray = 1;
-    std::string stream = makeJobHeaders(options);
-    for (const auto &[number, type] : pages) {
-        options.pageType = type;
-        stream += makePage(options, number);
-    }
-    return resetRecord() + stream + "JIDG";
-}
-
 TEST_F(ExampleBackend, TakesAOneSidedJob) {
     StreamOptions options;
     options.pages = 3;
@@ -87,7 +79,7 @@ TEST_F(ExampleBackend, TakesAOneSidedJob) {
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_THAT(statusLines(result), ElementsAre("INFO: Ready"));
     EXPECT_EQ(finishBackend().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1, 0}, {2, 0}, {3, 0}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + printed(options, 0, "1 2 3")));
 }
 
 TEST_F(ExampleBackend, TakesATwoSidedJobOfLargeBlocks) {
@@ -99,12 +91,11 @@ TEST_F(ExampleBackend, TakesATwoSidedJobOfLargeBlocks) {
         options.planeSizes = {size, 0, 0, 0};
         startBackend();
         startFilter({.stream = makeStream(options),
-                     .options = "com.apple.print.PrintSettings.PMDuplexing..n.=2 "
-                                "com.apple.print.PrintSettings.PMTotalSidesImaged..n.=4"});
+                     .options = JobOptions{.duplexing = 2, .sidesImaged = 4}.argument()});
         EXPECT_EQ(finishFilter().exitStatus, 0);
         EXPECT_EQ(finishBackend().exitStatus, 0);
-        EXPECT_TRUE(readFile(outputFile) ==
-                    printed(options, jobSettingDuplex, {{2, 12}, {1, 4}, {4, 12}, {3, 4}}));
+        EXPECT_THAT(Bytes(readFile(outputFile)),
+                    BytesAre(resetRecord() + printed(options, jobSettingDuplex, "2(12) 1(4) 4(12) 3(4)")));
     }
 }
 
@@ -148,8 +139,8 @@ TEST_F(ExampleBackend, TakesTheDocumentsOfAJobOneAfterTheOther) {
         EXPECT_EQ(finishFilter().exitStatus, 0);
     }
     EXPECT_EQ(finishBackend().exitStatus, 0);
-    const std::string document = printed(StreamOptions(), 0, {{1, 0}});
-    EXPECT_EQ(readFile(outputFile), document + document);
+    const std::string document = resetRecord() + printed(StreamOptions(), 0, "1");
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(document + document));
 }
 
 TEST_F(ExampleBackend, TakesACancelledJobToItsEnd) {

@@ -2,6 +2,7 @@
 #include "log/DebugLog.h"
 #include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 
@@ -26,7 +27,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using nlohmann::json;
+using test::Bytes;
+using test::BytesAre;
 using test::cancelRecord;
+using test::JobOptions;
+using test::printed;
 using test::ProcessResult;
 using test::readFile;
 using test::resetRecord;
@@ -43,34 +48,17 @@ StreamOptions document(std::uint32_t pages) {
     return options;
 }
 
-/// The stream as it should arrive at the printer: the pages with these numbers and type bits.
-struct SentPage {
-    std::uint32_t number;
-    std::uint8_t type = 0;
-    std::uint8_t tray = 1;
-};
-
-std::string printed(StreamOptions options, std::uint16_t jobSetting, const std::vector<SentPage> &pages) {
-    options.jobSetting = jobSetting;
-    std::string stream = makeJobHeaders(options);
-    for (const SentPage &page : pages) {
-        options.pageType = page.type;
-        options.paperTray = page.tray;
-        stream += makePage(options, page.number);
-    }
-    return resetRecord() + stream + "JIDG";
-}
-
 json sheet(const json &front, const json &back) {
     return {{"front", front}, {"back", back}};
 }
 
-std::string twoSided(unsigned copies, bool collate, std::uint64_t sides) {
-    return "com.apple.print.PrintSettings.PMDuplexing..n.=2 com.apple.print.PrintSettings.PMCopies..n.=" +
-           std::to_string(copies) + " " + (collate ? "" : "no") +
-           "com.apple.print.PrintSettings.PMCopyCollate..b. "
-           "com.apple.print.PrintSettings.PMTotalSidesImaged..n.=" +
-           std::to_string(sides);
+std::string twoSided(int copies, bool collate, int sides) {
+    return JobOptions{.copies = copies,
+                      .collate = collate,
+                      .duplexing = 2,
+                      .sidesImaged = sides,
+                      .others = collate ? "" : "nocom.apple.print.PrintSettings.PMCopyCollate..b."}
+        .argument();
 }
 
 // ---- Jobs with nothing the matter
@@ -90,7 +78,7 @@ TEST_F(FilterAndPrinter, PrintAOneSidedJob) {
                 ElementsAre("> backend-alive", "< fronted-alive", "> backend-alive", "< writePipe",
                             "< readPipe", "> readPipe, 64 bytes", "< readPipe", "> readPipe, 64 bytes",
                             "< writePipe", "< frontend-byebye", "> backend-byebye"));
-    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}, {2}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + printed(options, 0, "1 2")));
     json job = reportedJob();
     EXPECT_EQ(job["outcome"], "whole");
     EXPECT_EQ(job["sheets"], json({sheet(0, nullptr), sheet(1, nullptr)}));
@@ -156,9 +144,9 @@ TEST_F(FilterAndPrinter, PrintCopiesOnADuplexUnit) {
     startFilter({.stream = makeStream(options), .options = twoSided(2, true, 8)});
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile),
-              printed(options, jobSettingDuplex,
-                      {{2, 12}, {1, 4}, {4, 12}, {3, 4}, {2, 12}, {1, 4}, {4, 12}, {3, 4}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)),
+                BytesAre(resetRecord() +
+                         printed(options, jobSettingDuplex, "2(12) 1(4) 4(12) 3(4) 2(12) 1(4) 4(12) 3(4)")));
     json job = reportedJob();
     EXPECT_EQ(job["outcome"], "whole");
     EXPECT_EQ(job["sheets"], json({sheet(1, 0), sheet(3, 2), sheet(5, 4), sheet(7, 6)}));
@@ -175,9 +163,9 @@ TEST_F(FilterAndPrinter, PrintUncollatedCopiesOnADuplexUnit) {
     startFilter({.stream = makeStream(options), .options = twoSided(2, false, 8)});
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile),
-              printed(options, jobSettingDuplex,
-                      {{2, 12}, {1, 4}, {2, 12}, {1, 4}, {4, 12}, {3, 4}, {4, 12}, {3, 4}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)),
+                BytesAre(resetRecord() +
+                         printed(options, jobSettingDuplex, "2(12) 1(4) 2(12) 1(4) 4(12) 3(4) 4(12) 3(4)")));
     expectNothingLeft();
 }
 
@@ -187,8 +175,8 @@ TEST_F(FilterAndPrinter, PauseForTheStackToBeTurnedByHand) {
     startFilter({.stream = makeStream(options), .options = twoSided(1, true, 4)});
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile),
-              printed(options, jobSettingManualDuplex, {{4}, {2}, {1, pageTypePause}, {3}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)),
+                BytesAre(resetRecord() + printed(options, jobSettingManualDuplex, "4 2 1* 3")));
     json job = reportedJob();
     EXPECT_EQ(job["pauses"], json({2}));
     EXPECT_EQ(job["sheets"], json({sheet(3, 0), sheet(2, 1)}));
@@ -213,8 +201,8 @@ TEST_F(FilterAndPrinter, PutTheTurnedStackIntoTheBypassTray) {
     startFilter({.stream = makeStream(options), .options = twoSided(1, false, 4)});
     EXPECT_EQ(finishFilter().exitStatus, 0);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile), printed(options, jobSettingManualDuplex,
-                                            {{4, 0, 2}, {2, 0, 2}, {1, pageTypePause, 1}, {3, 0, 1}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)),
+                BytesAre(resetRecord() + printed(options, jobSettingManualDuplex, "4 2 1*b 3b")));
     expectNothingLeft();
 }
 
@@ -284,7 +272,7 @@ TEST_F(FilterAndPrinter, AreHeldUpByAnOpenCoverAndGoOn) {
     EXPECT_EQ(finishPrinter().exitStatus, 0);
     EXPECT_THAT(statusLines(result), Contains("INFO: Cover open"));
     EXPECT_THAT(logMessages(), Contains("DriverFilter checkHeaderSize: Printer not ready..."));
-    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}, {2}, {3}, {4}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + printed(options, 0, "1 2 3 4")));
     EXPECT_THAT(reportedJob()["overruns"], IsEmpty());
 }
 
@@ -311,7 +299,7 @@ TEST_F(FilterAndPrinter, RepeatAFaultUntilTheJobIsCancelled) {
     EXPECT_EQ(finishPrinter().exitStatus, 0);
     EXPECT_THAT(statusLines(result), ElementsAre(line));
     EXPECT_THAT(logMessages(), Contains("ASSERT: checkStatus error"));
-    EXPECT_EQ(readFile(outputFile), resetRecord() + cancelRecord());
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + cancelRecord()));
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
     expectNothingLeft();
 }
@@ -326,7 +314,7 @@ TEST_F(FilterAndPrinter, EndAWaitForMemoryWhenTheJobIsCancelled) {
     EXPECT_EQ(finishFilter().exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
     EXPECT_THAT(logMessages(), Contains("ASSERT: checkHeaderSize error"));
-    EXPECT_EQ(readFile(outputFile), resetRecord() + cancelRecord());
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + cancelRecord()));
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
 }
 
@@ -363,7 +351,7 @@ TEST_F(FilterAndPrinter, EndTheWaitForDeliveryWhenTheJobIsCancelled) {
     printer->send(SIGCONT);
     // It gets all that was on its way.
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + printed(options, 0, "1")));
 }
 
 TEST_F(FilterAndPrinter, SendTheCancelRecordToAPrinterThatTakesNothing) {
@@ -429,7 +417,7 @@ TEST_F(FilterAndPrinter, GoOnWhenTheBackendComesBack) {
     ASSERT_NE(left, messages.end());
     EXPECT_NE(std::find(left, messages.end(), "FrontendIPC sendData: waiting for backend alive..."),
               messages.end());
-    EXPECT_EQ(readFile(outputFile), printed(options, 0, {{1}, {2}, {3}}));
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + printed(options, 0, "1 2 3")));
     EXPECT_EQ(reportedJob()["outcome"], "whole");
 }
 
@@ -532,7 +520,7 @@ TEST_F(FilterAndPrinter, CancelAJobWhoseStandardInputIsClosed) {
     EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(filter->id()) + "/fd/0"), "/dev/null");
     EXPECT_EQ(finishFilter().exitStatus, 1);
     EXPECT_EQ(finishPrinter().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile), resetRecord() + cancelRecord());
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + cancelRecord()));
     EXPECT_EQ(reportedJob()["outcome"], "cancelled");
 }
 

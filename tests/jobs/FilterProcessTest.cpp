@@ -2,6 +2,7 @@
 
 #include "log/DebugLog.h"
 #include "tests/jobs/FilterFixture.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 #include "tests/support/PPD.h"
 #include "tests/support/PrivateTmp.h"
@@ -24,6 +25,8 @@
 namespace veltrin {
 namespace {
 
+using test::Bytes;
+using test::BytesAre;
 using test::cancelRecord;
 using test::Command;
 using test::JobOptions;
@@ -84,7 +87,7 @@ TEST_F(FilterProcessTest, OneSidedJobsPassThroughWithoutTheirIdentifier) {
     for (const StreamOptions &stream : streams) {
         const ProcessResult result = print(JobOptions{.copies = 2}.argument(), makeStream(stream));
         EXPECT_EQ(result.exitStatus, 0);
-        EXPECT_TRUE(result.output == printed(stream, unmarked, inStreamOrder(stream)))
+        EXPECT_THAT(Bytes(result.output), BytesAre(printed(stream, unmarked, inStreamOrder(stream))))
             << inStreamOrder(stream);
         EXPECT_EQ(result.errors, "file\n");
     }
@@ -140,7 +143,7 @@ TEST_F(FilterProcessTest, WorksWithoutAnInformationDictionaryAndSaysSoOnce) {
             print(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), makeStream(streamOf(4)));
         EXPECT_EQ(result.exitStatus, 0);
         // Two-sided without an order: the pages keep theirs.
-        EXPECT_TRUE(result.output == printed(streamOf(4), duplex, "1 2 3* 4"));
+        EXPECT_THAT(Bytes(result.output), BytesAre(printed(streamOf(4), duplex, "1 2 3* 4")));
         const std::vector<std::string> log = logMessages();
         EXPECT_EQ(std::count_if(log.begin(), log.end(),
                                 [](const std::string &line) {
@@ -177,7 +180,7 @@ TEST_F(FilterProcessTest, ATrayNamedByTheJobOverridesTrayAndMedia) {
         std::filesystem::remove(debugLogPath);
         const ProcessResult result = print(JobOptions{.jobName = one.name}.argument(), makeStream(stream));
         EXPECT_EQ(result.exitStatus, 0) << one.name;
-        EXPECT_TRUE(result.output == printed(expected, unmarked, "1 2")) << one.name;
+        EXPECT_THAT(Bytes(result.output), BytesAre(printed(expected, unmarked, "1 2"))) << one.name;
         EXPECT_THAT(logMessages(), Contains("DriverFilter copyPageFrom: overriding tray (" +
                                             std::to_string(one.tray) + ") and media type (0)"));
         const std::string refusal =
@@ -187,7 +190,7 @@ TEST_F(FilterProcessTest, ATrayNamedByTheJobOverridesTrayAndMedia) {
     }
     for (const char *ordinary : {"letters (2)", "@(2) copy", "(2)"}) {
         const ProcessResult result = print(JobOptions{.jobName = ordinary}.argument(), makeStream(stream));
-        EXPECT_TRUE(result.output == printed(stream, unmarked, "1 2")) << ordinary;
+        EXPECT_THAT(Bytes(result.output), BytesAre(printed(stream, unmarked, "1 2"))) << ordinary;
     }
 }
 
@@ -367,7 +370,8 @@ TEST_F(FilterProcessTest, TwoSidedJobsAreReorderedMarkedAndRepeated) {
         configure(one.keys);
         const ProcessResult result = print(one.job.argument(), makeStream(one.stream));
         EXPECT_EQ(result.exitStatus, 0) << one.name;
-        EXPECT_TRUE(result.output == printed(one.stream, one.jobSetting, one.pages)) << one.name;
+        EXPECT_THAT(Bytes(result.output), BytesAre(printed(one.stream, one.jobSetting, one.pages)))
+            << one.name;
         EXPECT_EQ(result.errors, "file\n") << one.name;
     }
 }
@@ -400,9 +404,9 @@ TEST_F(FilterProcessTest, NeedsNoMoreDescriptorsForManyPagesAndCopies) {
         firstPass += std::to_string(page) + " ";
         secondPass = std::to_string(page - 1) + " " + secondPass;
     }
-    EXPECT_TRUE(result.output == printed(stream, duplex,
-                                         firstPass + firstPass + firstPass + "1* " + secondPass.substr(2) +
-                                             secondPass + secondPass));
+    EXPECT_THAT(Bytes(result.output), BytesAre(printed(stream, duplex,
+                                                       firstPass + firstPass + firstPass + "1* " +
+                                                           secondPass.substr(2) + secondPass + secondPass)));
 }
 
 TEST_F(FilterProcessTest, ATwoSidedJobWithoutPagesCountsFromMinusOne) {
@@ -522,11 +526,11 @@ TEST_F(FilterProcessTest, TheNumberOfArgumentsDecidesWhereTheStreamComesFrom) {
     test::writeFile("/tmp/input.str", makeStream(fromFile));
 
     Command command = this->command("", makeStream(fromInput));
-    EXPECT_TRUE(runToEnd(command).output == printed(fromInput, unmarked, "1 2 3")) << "six";
+    EXPECT_THAT(Bytes(runToEnd(command).output), BytesAre(printed(fromInput, unmarked, "1 2 3"))) << "six";
     command.arguments.emplace_back("/tmp/input.str");
-    EXPECT_TRUE(runToEnd(command).output == printed(fromFile, unmarked, "1 2")) << "seven";
+    EXPECT_THAT(Bytes(runToEnd(command).output), BytesAre(printed(fromFile, unmarked, "1 2"))) << "seven";
     command.arguments.emplace_back("more");
-    EXPECT_TRUE(runToEnd(command).output == printed(fromInput, unmarked, "1 2 3")) << "eight";
+    EXPECT_THAT(Bytes(runToEnd(command).output), BytesAre(printed(fromInput, unmarked, "1 2 3"))) << "eight";
 
     command.arguments.resize(5);
     const ProcessResult five = runToEnd(command);
@@ -566,7 +570,7 @@ TEST_F(FilterProcessTest, WorksWithACUPSLibraryThatHasLostThePPDAttributeLookUp)
     const ProcessResult result =
         print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(stream));
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_TRUE(result.output == printed(stream, duplex, "1 2*"));
+    EXPECT_THAT(Bytes(result.output), BytesAre(printed(stream, duplex, "1 2*")));
     // The PPD was opened, but its attributes were not walked.
     EXPECT_THAT(logMessages(), Not(Contains("ASSERT: Unable to open ppd file")));
     EXPECT_THAT(logMessages(), Not(Contains(testing::StartsWith("ppd attr"))));
@@ -709,8 +713,7 @@ TEST_F(FilterProcessTest, BrokenOneSidedStreamsEndWithMarkAndCancelRecord) {
         std::filesystem::remove(debugLogPath);
         const ProcessResult result = print("", one.input);
         EXPECT_EQ(result.exitStatus, 1) << one.name;
-        EXPECT_TRUE(result.output == one.output)
-            << one.name << ": " << result.output.size() << " bytes, not " << one.output.size();
+        EXPECT_THAT(Bytes(result.output), BytesAre(one.output)) << one.name;
         EXPECT_EQ(result.errors, "file\n") << one.name;
         EXPECT_THAT(logMessages(), testing::IsSupersetOf(one.log)) << one.name;
         EXPECT_EQ(logMessages().back(), "veltrin ending with result 1") << one.name;
@@ -725,13 +728,13 @@ TEST_F(FilterProcessTest, StrayHeadersAreCopiedAndStreamsNeedNotBeginWithAPageHe
     const std::string pageWithStrays = page.substr(0, 64) + headers + page.substr(64);
     const ProcessResult strays = print("", identifier + headers + pageWithStrays + "JIDG");
     EXPECT_EQ(strays.exitStatus, 0);
-    EXPECT_TRUE(strays.output == headers + pageWithStrays + "JIDG");
+    EXPECT_THAT(Bytes(strays.output), BytesAre(headers + pageWithStrays + "JIDG"));
     EXPECT_THAT(logMessages(),
                 Contains("DriverFilter copyPageFrom: encountered unexpected file header").Times(2));
 
     const ProcessResult headless = print("", identifier + headers + page.substr(64) + "JIDG");
     EXPECT_EQ(headless.exitStatus, 0);
-    EXPECT_TRUE(headless.output == headers + page.substr(64) + "JIDG");
+    EXPECT_THAT(Bytes(headless.output), BytesAre(headers + page.substr(64) + "JIDG"));
 }
 
 TEST_F(FilterProcessTest, WhatFollowsTheEndMarkIsTakenAndNotPrinted) {
@@ -743,7 +746,7 @@ TEST_F(FilterProcessTest, WhatFollowsTheEndMarkIsTakenAndNotPrinted) {
     command.input = test::Descriptor{fd};
     const ProcessResult result = runToEnd(command);
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_TRUE(result.output == printed(stream, unmarked, "1"));
+    EXPECT_THAT(Bytes(result.output), BytesAre(printed(stream, unmarked, "1")));
     EXPECT_EQ(lseek(fd, 0, SEEK_CUR), static_cast<off_t>(input.size())) << "read along with the mark";
     close(fd);
     std::filesystem::remove("/tmp/job");
@@ -759,15 +762,15 @@ TEST_F(FilterProcessTest, PlaneSizesThatWrapAreTakenAsTheirSum) {
     const ProcessResult result =
         print("", makeStream(stream).substr(0, 36) + makeJobHeaders(stream) + wrapped + "JIDG");
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_TRUE(result.output == makeJobHeaders(stream) + wrapped + "JIDG");
+    EXPECT_THAT(Bytes(result.output), BytesAre(makeJobHeaders(stream) + wrapped + "JIDG"));
 }
 
 TEST_F(FilterProcessTest, BandsWithoutDataAndBandsBeyondTheBufferPass) {
     StreamOptions stream = streamOf(3);
     stream.planeSizes = {};
-    EXPECT_TRUE(print("", makeStream(stream)).output == printed(stream, unmarked, "1 2 3"));
+    EXPECT_THAT(Bytes(print("", makeStream(stream)).output), BytesAre(printed(stream, unmarked, "1 2 3")));
     stream.planeSizes = dealtOut(3 * 1024 * 1024 + 1);
-    EXPECT_TRUE(print("", makeStream(stream)).output == printed(stream, unmarked, "1 2 3"));
+    EXPECT_THAT(Bytes(print("", makeStream(stream)).output), BytesAre(printed(stream, unmarked, "1 2 3")));
 }
 
 TEST_F(FilterProcessTest, AnAllocationThatFailsEndsTheJobInOrder) {
@@ -784,8 +787,8 @@ TEST_F(FilterProcessTest, AnAllocationThatFailsEndsTheJobInOrder) {
 #endif
     const ProcessResult result = runToEnd(command);
     EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_TRUE(result.output ==
-                makeJobHeaders(stream) + page + page.substr(0, 64) + "JIDG" + cancelRecord());
+    EXPECT_THAT(Bytes(result.output),
+                BytesAre(makeJobHeaders(stream) + page + page.substr(0, 64) + "JIDG" + cancelRecord()));
     EXPECT_THAT(logMessages(),
                 Contains("ASSERT: DriverFilter readHeaderData: Unable to allocate larger buffer"));
 }
@@ -798,7 +801,7 @@ TEST_F(FilterProcessTest, BrokenTwoSidedStreamsSendTheCancelRecordAlone) {
 
     const ProcessResult truncated = print(options, whole.substr(0, whole.size() - 200));
     EXPECT_EQ(truncated.exitStatus, 1);
-    EXPECT_EQ(truncated.output, cancelRecord());
+    EXPECT_THAT(Bytes(truncated.output), BytesAre(cancelRecord()));
     EXPECT_THAT(logMessages(), testing::IsSupersetOf(
                                    {"ASSERT: DriverFilter spoolPages: copyPageFrom:to:additionalType: failed",
                                     "DriverFilter spoolPages: Copied page 3 to file: <file 3>",
@@ -811,12 +814,12 @@ TEST_F(FilterProcessTest, BrokenTwoSidedStreamsSendTheCancelRecordAlone) {
     const ProcessResult twice =
         print(options, whole.substr(0, 36) + firstHeader + firstHeader + whole.substr(36 + 272));
     EXPECT_EQ(twice.exitStatus, 1);
-    EXPECT_EQ(twice.output, cancelRecord());
+    EXPECT_THAT(Bytes(twice.output), BytesAre(cancelRecord()));
 
     std::filesystem::remove(debugLogPath);
     const ProcessResult headless = print(options, whole.substr(0, 36) + whole.substr(36 + 120));
     EXPECT_EQ(headless.exitStatus, 1);
-    EXPECT_EQ(headless.output, cancelRecord());
+    EXPECT_THAT(Bytes(headless.output), BytesAre(cancelRecord()));
     EXPECT_THAT(
         logMessages(),
         testing::IsSupersetOf(
@@ -835,7 +838,7 @@ TEST_F(FilterProcessTest, ABandThatCannotBeReadFailsATwoSidedJobWhateverFollows)
         makeStream(stream).substr(0, 36) + makeJobHeaders(stream) + first + impossible + first + "JIDG";
     const ProcessResult result = print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), input);
     EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.output, cancelRecord());
+    EXPECT_THAT(Bytes(result.output), BytesAre(cancelRecord()));
     EXPECT_THAT(logMessages(), Contains("ASSERT: spoolPages error"));
 }
 
@@ -860,7 +863,7 @@ TEST_F(FilterProcessTest, ThePartOfAPageBeforeTheEndMarkIsDropped) {
         whole.substr(0, whole.size() - 4 - third.size()) + third.substr(0, 64 + 32 + 321) + "JIDG";
     const ProcessResult result = print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), input);
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_TRUE(result.output == printed(stream, duplex, "2 1*"));
+    EXPECT_THAT(Bytes(result.output), BytesAre(printed(stream, duplex, "2 1*")));
     EXPECT_THAT(logMessages(), Contains("DriverFilter copyPageFrom: eoj at tag: 2"));
 }
 
@@ -871,7 +874,7 @@ TEST_F(FilterProcessTest, ASpoolFileThatCannotBeMadeFailsTheJob) {
         print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(streamOf(2)));
     EXPECT_EQ(umount(spoolFolder), 0);
     EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.output, cancelRecord());
+    EXPECT_THAT(Bytes(result.output), BytesAre(cancelRecord()));
     EXPECT_THAT(logMessages(),
                 testing::IsSupersetOf({"ASSERT: DriverFilter spoolPages: cupsTempFd failed",
                                        "DriverFilter spoolPages: copied 0 pages, eoj: 0, result 0",
@@ -925,7 +928,7 @@ TEST_F(FilterProcessTest, AClosedStandardInputIsAStreamThatCannotBeRead) {
         command.input = test::Closed{};
         const ProcessResult result = runToEnd(command);
         EXPECT_EQ(result.exitStatus, 1);
-        EXPECT_EQ(result.output, cancelRecord());
+        EXPECT_THAT(Bytes(result.output), BytesAre(cancelRecord()));
         EXPECT_EQ(result.errors, "file\n");
         EXPECT_THAT(logMessages(), testing::IsSupersetOf({"ASSERT: DriverFilter readFromFD: Wanted 36 bytes, "
                                                           "got -1 bytes. Error: Bad file descriptor",
@@ -973,7 +976,7 @@ TEST_F(FilterProcessTest, AWriteThatIsCutShortIsGoneOnWith) {
     }
     close(ends[0]);
     EXPECT_EQ(process.finish().exitStatus, 0);
-    EXPECT_TRUE(output == printed(stream, unmarked, "1"));
+    EXPECT_THAT(Bytes(output), BytesAre(printed(stream, unmarked, "1")));
 }
 
 TEST_F(FilterProcessTest, ABrokenPipeIsLoggedAndDoesNotEndTheJob) {
@@ -1016,8 +1019,8 @@ TEST_F(FilterProcessTest, SigtermDoesNotEndAJobThatIsReading) {
         process.closeInput();
         const ProcessResult result = process.finish();
         EXPECT_EQ(result.exitStatus, 0);
-        EXPECT_TRUE(result.output == (duplexing == 0 ? printed(stream, unmarked, "1 2 3 4")
-                                                     : printed(stream, duplex, "4 2 1* 3")));
+        EXPECT_THAT(Bytes(result.output), BytesAre((duplexing == 0 ? printed(stream, unmarked, "1 2 3 4")
+                                                                   : printed(stream, duplex, "4 2 1* 3"))));
         expectNothingLeft();
     }
 }
@@ -1053,8 +1056,9 @@ TEST_F(FilterProcessTest, OnlyTheLastPageAndTheEndMarkDecideATwoSidedJob) {
         const ProcessResult result = process.finish();
         const bool lastPageLost = lost == 2;
         EXPECT_EQ(result.exitStatus, lastPageLost ? 1 : 0);
-        EXPECT_TRUE(result.output == (lastPageLost ? printed(stream, duplex, "4 2 1*") + cancelRecord()
-                                                   : printed(stream, duplex, "4 1* 3")));
+        EXPECT_THAT(Bytes(result.output),
+                    BytesAre((lastPageLost ? printed(stream, duplex, "4 2 1*") + cancelRecord()
+                                           : printed(stream, duplex, "4 1* 3"))));
         EXPECT_THAT(logMessages(),
                     Contains("ASSERT: DriverFilter unspoolPages (not-collated): copyPageFromPath "
                              "failed on index " +

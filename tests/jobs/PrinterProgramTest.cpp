@@ -4,6 +4,7 @@
 #include "status/ReverseRecord.h"
 #include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 
@@ -32,6 +33,8 @@
 namespace veltrin {
 namespace {
 
+using test::Bytes;
+using test::BytesAre;
 using test::Command;
 using test::ProcessResult;
 using test::readFile;
@@ -95,7 +98,8 @@ TEST_F(PrinterByHand, TakesJobAfterJob) {
     ASSERT_EQ(report["jobs"].size(), 2U);
     EXPECT_EQ(report["jobs"][1]["job"], 2);
     EXPECT_EQ(report["jobs"][1]["outcome"], "whole");
-    EXPECT_EQ(readFile(outputFile), resetRecord() + streamForPrinter() + resetRecord() + streamForPrinter());
+    EXPECT_THAT(Bytes(readFile(outputFile)),
+                BytesAre(resetRecord() + streamForPrinter() + resetRecord() + streamForPrinter()));
 }
 
 TEST_F(PrinterByHand, ReportsTheJobThatItWasInTheMiddleOf) {
@@ -538,8 +542,7 @@ TEST_F(PrinterAsBackend, TakesAFiltersJob) {
     StreamOptions options;
     options.pages = 2;
     startFilter({.stream = makeStream(options),
-                 .options = "com.apple.print.PrintSettings.PMDuplexing..n.=2 "
-                            "com.apple.print.PrintSettings.PMTotalSidesImaged..n.=2"});
+                 .options = test::JobOptions{.duplexing = 2, .sidesImaged = 2}.argument()});
     EXPECT_EQ(finishFilter().exitStatus, 0);
     printer->closeInput();
     const ProcessResult result = printer->finish();
@@ -833,12 +836,12 @@ TEST_F(PrinterAsBackend, LeavesTheFilesAloneWhileItWaits) {
     startFilter();
     EXPECT_EQ(finishFilter().exitStatus, 0);
     const std::string printed = readFile(outputFile);
-    EXPECT_EQ(printed, resetRecord() + streamForPrinter());
+    EXPECT_THAT(Bytes(printed), BytesAre(resetRecord() + streamForPrinter()));
     EXPECT_EQ(readFile(reportFile), "");
 
     startBackend({"8", "user", "title", "1", ""});
     ASSERT_TRUE(says("INFO: Waiting for another job"));
-    EXPECT_EQ(readFile(outputFile), printed);
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printed));
     first.closeInput();
     EXPECT_EQ(first.finish().exitStatus, 0);
     ASSERT_TRUE(says("INFO: Printing.\n"));
@@ -864,7 +867,7 @@ TEST_F(PrinterAsBackend, TakesScenarioAndFilesFromItsUri) {
     EXPECT_EQ(finishFilter().exitStatus, 0);
     printer->closeInput();
     EXPECT_EQ(printer->finish().exitStatus, 0);
-    EXPECT_EQ(readFile(outputFile), resetRecord() + streamForPrinter());
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + streamForPrinter()));
     EXPECT_EQ(reportedJob()["outcome"], "whole");
     EXPECT_EQ(nlohmann::json::parse(readFile(reportFile))["uri"], uri);
 }

@@ -2,6 +2,7 @@
 
 #include "tests/jobs/Jobs.h"
 #include "tests/jobs/PrivateScheduler.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/ExpectedOutput.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
@@ -22,6 +23,8 @@
 namespace veltrin {
 namespace {
 
+using test::Bytes;
+using test::BytesAre;
 using test::document;
 using test::forFilter;
 using test::forLp;
@@ -112,9 +115,7 @@ TEST(SchedulerTest, ATwoSidedJobOfTwoCopiesReachesTheDevice) {
     const ProcessResult byHand = test::run(scheduler.filterByHand(forFilter(twoSidedTwoCopies), stream));
     EXPECT_EQ(byHand.exitStatus, 0);
     EXPECT_THAT(byHand.output, Not(IsEmpty()));
-    EXPECT_TRUE(printed == byHand.output)
-        << printed.size() << " bytes were printed, " << byHand.output.size() << " by hand\n"
-        << scheduler.log();
+    EXPECT_THAT(Bytes(printed), BytesAre(byHand.output)) << scheduler.log();
     // Both ways reordered the pages: neither is the stream without its identifier.
     EXPECT_NE(printed, stream.substr(36));
     EXPECT_EQ(printed.size(), stream.size() - 36);
@@ -127,7 +128,7 @@ TEST(SchedulerTest, AOneSidedJobIsRecognisedByItsContents) {
     const int job = scheduler.submit(stream, {"-o", "media=A4"});
     scheduler.expectState(job, IPP_JSTATE_COMPLETED);
 
-    EXPECT_TRUE(readFile(device) == stream.substr(36)) << scheduler.log();
+    EXPECT_THAT(Bytes(readFile(device)), BytesAre(stream.substr(36))) << scheduler.log();
 }
 
 TEST(SchedulerTest, ATruncatedStreamStopsTheJobAndLeavesTheQueue) {
@@ -140,12 +141,12 @@ TEST(SchedulerTest, ATruncatedStreamStopsTheJobAndLeavesTheQueue) {
     })) << scheduler.log();
     scheduler.expectState(job, IPP_JSTATE_STOPPED);
 
-    EXPECT_EQ(readFile(device), test::cancelRecord());
+    EXPECT_THAT(Bytes(readFile(device)), BytesAre(test::cancelRecord()));
     EXPECT_THAT(scheduler.temporaryFiles(), IsEmpty());
     scheduler.expectIdleQueue();
     const int next = scheduler.submit(stream, forLp({"media=A4"}));
     scheduler.expectState(next, IPP_JSTATE_COMPLETED);
-    EXPECT_TRUE(readFile(device) == stream.substr(36));
+    EXPECT_THAT(Bytes(readFile(device)), BytesAre(stream.substr(36)));
 }
 
 TEST(SchedulerTest, ACancelledJobStillEndsInOrder) {

@@ -3,6 +3,7 @@
 #include "tests/jobs/BackendFixture.h"
 #include "tests/jobs/Jobs.h"
 #include "tests/jobs/PrivateScheduler.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +18,8 @@ namespace veltrin {
 namespace {
 
 using namespace std::chrono_literals;
+using test::Bytes;
+using test::BytesAre;
 using test::document;
 using test::forLp;
 using test::PrivateScheduler;
@@ -58,7 +61,8 @@ TEST_F(SlowBackendTest, AJobThatHasWaitedInVainIsTriedAgainUntilThePrinterIsFree
     scheduler.cancel(first);
     scheduler.expectState(second, IPP_JSTATE_COMPLETED);
     EXPECT_EQ(startsOfBackend(scheduler, second), 3U);
-    EXPECT_TRUE(readFile(outputFile) == printedFrom(scheduler, {"media=A4"}, stream)) << scheduler.log();
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printedFrom(scheduler, {"media=A4"}, stream)))
+        << scheduler.log();
     scheduler.expectIdleQueue(secondQueue);
 }
 

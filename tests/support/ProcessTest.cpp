@@ -1,5 +1,6 @@
 #include "tests/support/Process.h"
 
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
@@ -67,7 +68,7 @@ TEST(Process, PumpsMoreThanAPipeHoldsBothWays) {
     command.input = Text{text};
     const ProcessResult result = run(command);
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_TRUE(result.output == text);
+    EXPECT_THAT(Bytes(result.output), BytesAre(text));
 }
 
 TEST(Process, SurvivesAProgramThatReadsNothing) {

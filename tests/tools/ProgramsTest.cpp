@@ -1,6 +1,7 @@
 #include "Version.h"
 #include "driver/stream/CommandRecord.h"
 #include "driver/stream/StreamMaker.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 #include "tests/support/Process.h"
@@ -23,6 +24,8 @@
 namespace veltrin {
 namespace {
 
+using test::Bytes;
+using test::BytesAre;
 using test::Command;
 using test::ProcessResult;
 using test::readFile;
@@ -143,7 +146,7 @@ TEST(Mkstream, WritesADocumentOfOnePageByDefault) {
     const ProcessResult result = run(command(mkstream, {}));
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.errors, "");
-    EXPECT_TRUE(result.output == makeStream(StreamOptions()));
+    EXPECT_THAT(Bytes(result.output), BytesAre(makeStream(StreamOptions())));
 }
 
 TEST(Mkstream, HandsEveryOptionToTheStream) {
@@ -193,7 +196,7 @@ TEST(Mkstream, HandsEveryOptionToTheStream) {
         option.change(expected);
         const ProcessResult result = run(command(mkstream, arguments));
         EXPECT_EQ(result.exitStatus, 0) << result.errors;
-        EXPECT_TRUE(result.output == makeStream(expected)) << option.arguments.front();
+        EXPECT_THAT(Bytes(result.output), BytesAre(makeStream(expected))) << option.arguments.front();
     }
 }
 
@@ -203,7 +206,7 @@ TEST(Mkstream, WritesToAFileOverWhatWasThere) {
         const ProcessResult result = run(command(mkstream, {option, "/tmp/job.gdi"}));
         EXPECT_EQ(result.exitStatus, 0);
         EXPECT_EQ(result.output, "");
-        EXPECT_TRUE(readFile("/tmp/job.gdi") == makeStream(StreamOptions()));
+        EXPECT_THAT(Bytes(readFile("/tmp/job.gdi")), BytesAre(makeStream(StreamOptions())));
     }
 }
 
@@ -276,7 +279,7 @@ TEST(Mkstream, WritesAFileWithStandardOutputClosed) {
     closed.errors = test::Closed();
     closed.input = test::Closed();
     EXPECT_EQ(run(closed).exitStatus, 0);
-    EXPECT_TRUE(readFile("/tmp/job.gdi") == makeStream(StreamOptions()));
+    EXPECT_THAT(Bytes(readFile("/tmp/job.gdi")), BytesAre(makeStream(StreamOptions())));
 }
 
 /// A cancelled two-sided job of two pages as the printer receives it, with a name that is up to no good.
