@@ -82,22 +82,24 @@ TEST_F(ExampleBackend, TakesAOneSidedJob) {
     EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + printed(options, 0, "1 2 3")));
 }
 
-TEST_F(ExampleBackend, TakesATwoSidedJobOfLargeBlocks) {
-    for (const std::uint32_t size : {65'535U, 65'536U, 300'000U}) {
-        SCOPED_TRACE(size);
-        StreamOptions options;
-        options.pages = 4;
-        options.bandsPerPage = 1;
-        options.planeSizes = {size, 0, 0, 0};
-        startBackend();
-        startFilter({.stream = makeStream(options),
-                     .options = JobOptions{.duplexing = 2, .sidesImaged = 4}.argument()});
-        EXPECT_EQ(finishFilter().exitStatus, 0);
-        EXPECT_EQ(finishBackend().exitStatus, 0);
-        EXPECT_THAT(Bytes(readFile(outputFile)),
-                    BytesAre(resetRecord() + printed(options, jobSettingDuplex, "2(12) 1(4) 4(12) 3(4)")));
-    }
+class ExampleBackendWithBlocks : public ExampleBackend, public testing::WithParamInterface<std::uint32_t> {};
+
+TEST_P(ExampleBackendWithBlocks, TakesATwoSidedJobOfLargeBlocks) {
+    StreamOptions options;
+    options.pages = 4;
+    options.bandsPerPage = 1;
+    options.planeSizes = {GetParam(), 0, 0, 0};
+    startBackend();
+    startFilter(
+        {.stream = makeStream(options), .options = JobOptions{.duplexing = 2, .sidesImaged = 4}.argument()});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+    EXPECT_THAT(Bytes(readFile(outputFile)),
+                BytesAre(resetRecord() + printed(options, jobSettingDuplex, "2(12) 1(4) 4(12) 3(4)")));
 }
+
+INSTANTIATE_TEST_SUITE_P(Sizes, ExampleBackendWithBlocks, testing::Values(65'535, 65'536, 300'000),
+                         testing::PrintToStringParamName());
 
 TEST_F(ExampleBackend, WaitsWhileAnotherJobHasThePrinter) {
     startBackend();

@@ -1,5 +1,4 @@
 #include "driver/stream/PageStream.h"
-#include "log/DebugLog.h"
 #include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/BytesAre.h"
@@ -354,33 +353,36 @@ TEST_F(FilterAndPrinter, EndTheWaitForDeliveryWhenTheJobIsCancelled) {
     EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + printed(options, 0, "1")));
 }
 
-TEST_F(FilterAndPrinter, SendTheCancelRecordToAPrinterThatTakesNothing) {
+class FilterAndStuckPrinter : public FilterAndPrinter, public testing::WithParamInterface<bool> {};
+
+TEST_P(FilterAndStuckPrinter, SendTheCancelRecordToAPrinterThatTakesNothing) {
     const StreamOptions options = document(20);
-    for (const bool twoSidedJob : {false, true}) {
-        startPrinter("one-sided");
-        startFilter({.options = twoSidedJob ? twoSided(1, true, 20) : "", .input = test::Pipe()});
-        awaitLog("FrontendIPC readData Completed", 2);
-        printer->send(SIGSTOP);
-        filter->write(makeStream(options));
-        filter->closeInput();
-        // The reset command, and as many blocks as may be on their way.
-        ASSERT_TRUE(filter->waitUntil([] {
-            const std::vector<std::string> messages = logMessages();
-            return std::count_if(messages.begin(), messages.end(), [](const std::string &message) {
-                       return message.starts_with("FrontendIPC sendData: sending ");
-                   }) == 1 + 16;
-        }));
-        filter->send(SIGTERM);
-        EXPECT_EQ(finishFilter().exitStatus, 1);
-        printer->send(SIGCONT);
-        EXPECT_EQ(finishPrinter().exitStatus, 0);
-        EXPECT_THAT(readFile(outputFile), testing::EndsWith("JIDG" + cancelRecord()));
-        EXPECT_EQ(reportedJob()["outcome"], "cancelled");
-        EXPECT_EQ(reportedJob()["notifications"]["writePipe"], 1 + 16 + 2);
-        expectNothingLeft();
-        std::filesystem::remove(debugLogPath);
-    }
+    const bool isTwoSided = GetParam();
+    startPrinter("one-sided");
+    startFilter({.options = isTwoSided ? twoSided(1, true, 20) : "", .input = test::Pipe()});
+    awaitLog("FrontendIPC readData Completed", 2);
+    printer->send(SIGSTOP);
+    filter->write(makeStream(options));
+    filter->closeInput();
+    // The reset command, and as many blocks as may be on their way.
+    ASSERT_TRUE(filter->waitUntil([] {
+        const std::vector<std::string> messages = logMessages();
+        return std::count_if(messages.begin(), messages.end(), [](const std::string &message) {
+                   return message.starts_with("FrontendIPC sendData: sending ");
+               }) == 1 + 16;
+    }));
+    filter->send(SIGTERM);
+    EXPECT_EQ(finishFilter().exitStatus, 1);
+    printer->send(SIGCONT);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(readFile(outputFile), testing::EndsWith("JIDG" + cancelRecord()));
+    EXPECT_EQ(reportedJob()["outcome"], "cancelled");
+    EXPECT_EQ(reportedJob()["notifications"]["writePipe"], 1 + 16 + 2);
+    expectNothingLeft();
 }
+
+INSTANTIATE_TEST_SUITE_P(Sides, FilterAndStuckPrinter, testing::Bool(),
+                         [](const auto &test) { return test.param ? "TwoSided" : "OneSided"; });
 
 // ---- A backend that is not what it should be
 

@@ -3,6 +3,7 @@
 #include "log/DebugLog.h"
 #include "tests/jobs/FilterFixture.h"
 #include "tests/support/BytesAre.h"
+#include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
 #include "tests/support/PPD.h"
 #include "tests/support/PrivateTmp.h"
@@ -19,6 +20,7 @@
 #include <array>
 #include <csignal>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -39,6 +41,15 @@ using testing::ElementsAreArray;
 using testing::Not;
 
 using FilterProcessTest = test::FilterFixture;
+
+/// A job that is printed on one side and, in another test, on both.
+class OneAndTwoSidedJobs : public test::FilterFixture, public testing::WithParamInterface<int> {
+  protected:
+    const int duplexing = GetParam(); // 0 one-sided, 2 long edge
+};
+
+INSTANTIATE_TEST_SUITE_P(Sides, OneAndTwoSidedJobs, testing::Values(0, 2),
+                         [](const auto &test) { return test.param == 0 ? "OneSided" : "TwoSided"; });
 
 constexpr std::uint16_t unmarked = 0;
 constexpr std::uint16_t duplex = 0x0200;
@@ -131,63 +142,79 @@ TEST_F(FilterProcessTest, AOneSidedJobIsLoggedStepByStep) {
             "DriverFilter dealloc: ", "veltrin ending with result 0"));
 }
 
-TEST_F(FilterProcessTest, WorksWithoutAnInformationDictionaryAndSaysSoOnce) {
-    for (const bool broken : {false, true}) {
-        if (broken) {
-            test::writeFile(std::string(bundleFolder) + "/Info.plist", "no property list");
-        } else {
-            std::filesystem::remove(std::string(bundleFolder) + "/Info.plist");
-        }
-        std::filesystem::remove(debugLogPath);
-        const ProcessResult result =
-            print(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), makeStream(streamOf(4)));
-        EXPECT_EQ(result.exitStatus, 0);
-        // Two-sided without an order: the pages keep theirs.
-        EXPECT_THAT(Bytes(result.output), BytesAre(printed(streamOf(4), duplex, "1 2 3* 4")));
-        const std::vector<std::string> log = logMessages();
-        EXPECT_EQ(std::count_if(log.begin(), log.end(),
-                                [](const std::string &line) {
-                                    return line.starts_with(
-                                        "ASSERT: CUPSFilter: no information dictionary: ");
-                                }),
-                  1);
-        EXPECT_THAT(log, Contains("expectedUUID: (null)"));
+class InformationDictionary : public test::FilterFixture, public testing::WithParamInterface<bool> {};
+
+TEST_P(InformationDictionary, IsNotNeededButMissedOnce) {
+    const bool isBroken = GetParam();
+    const std::string dictionary = std::string(bundleFolder) + "/Info.plist";
+    if (isBroken) {
+        test::writeFile(dictionary, "no property list");
+    } else {
+        std::filesystem::remove(dictionary);
     }
+    const ProcessResult result =
+        print(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), makeStream(streamOf(4)));
+    EXPECT_EQ(result.exitStatus, 0);
+    // Two-sided without an order: the pages keep theirs.
+    EXPECT_THAT(Bytes(result.output), BytesAre(printed(streamOf(4), duplex, "1 2 3* 4")));
+    const std::vector<std::string> log = logMessages();
+    EXPECT_EQ(std::count_if(log.begin(), log.end(),
+                            [](const std::string &line) {
+                                return line.starts_with("ASSERT: CUPSFilter: no information dictionary: ");
+                            }),
+              1);
+    EXPECT_THAT(log, Contains("expectedUUID: (null)"));
 }
 
-TEST_F(FilterProcessTest, ATrayNamedByTheJobOverridesTrayAndMedia) {
-    struct Case {
-        std::string name;
-        std::uint8_t tray;
-        bool mapped;
-    };
+INSTANTIATE_TEST_SUITE_P(Faults, InformationDictionary, testing::Bool(),
+                         [](const auto &test) { return test.param ? "Broken" : "Missing"; });
 
-    // No status record comes without a channel, so the media of every tray is 0.
-    const std::vector<Case> cases = {
-        {"@(1)", 2, true},  {"@letters (2)", 3, true}, {"@(3)", 1, true}, {"@(12)", 3, true},
-        {"@(0)", 0, false}, {"@(4)", 0, false},        {"@()", 0, false},
-    };
-    const StreamOptions stream = [] {
-        StreamOptions options = streamOf(2);
-        options.paperTray = 9;
-        options.mediaType = 8;
-        return options;
-    }();
-    for (const Case &one : cases) {
-        StreamOptions expected = stream;
-        expected.paperTray = one.tray;
-        expected.mediaType = 0;
-        std::filesystem::remove(debugLogPath);
-        const ProcessResult result = print(JobOptions{.jobName = one.name}.argument(), makeStream(stream));
-        EXPECT_EQ(result.exitStatus, 0) << one.name;
-        EXPECT_THAT(Bytes(result.output), BytesAre(printed(expected, unmarked, "1 2"))) << one.name;
-        EXPECT_THAT(logMessages(), Contains("DriverFilter copyPageFrom: overriding tray (" +
-                                            std::to_string(one.tray) + ") and media type (0)"));
-        const std::string refusal =
-            "VeltrinReverseData priorityTrayForTargetTray: failed to properly map the tray selection!";
-        EXPECT_THAT(logMessages(), Contains(testing::EndsWith(refusal)).Times(one.mapped ? 0 : 2))
-            << one.name;
-    }
+struct TrayCase {
+    std::string name;
+    std::string jobName;
+    std::uint8_t tray;
+    bool mapped;
+};
+
+void PrintTo(const TrayCase &one, std::ostream *out) {
+    *out << one.jobName;
+}
+
+// No status record comes without a channel, so the media of every tray is 0.
+const std::vector<TrayCase> trayCases = {
+    {"Tray1", "@(1)", 2, true},          {"Tray2", "@letters (2)", 3, true}, {"Bypass", "@(3)", 1, true},
+    {"LastDigit", "@(12)", 3, true},     {"Tray0", "@(0)", 0, false},        {"Tray4", "@(4)", 0, false},
+    {"WithoutANumber", "@()", 0, false},
+};
+
+StreamOptions streamFromTrayNine() {
+    StreamOptions stream = streamOf(2);
+    stream.paperTray = 9;
+    stream.mediaType = 8;
+    return stream;
+}
+
+class TrayNamedByTheJob : public test::FilterFixture, public testing::WithParamInterface<TrayCase> {};
+
+TEST_P(TrayNamedByTheJob, OverridesTrayAndMedia) {
+    StreamOptions expected = streamFromTrayNine();
+    expected.paperTray = GetParam().tray;
+    expected.mediaType = 0;
+    const ProcessResult result =
+        print(JobOptions{.jobName = GetParam().jobName}.argument(), makeStream(streamFromTrayNine()));
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(Bytes(result.output), BytesAre(printed(expected, unmarked, "1 2")));
+    EXPECT_THAT(logMessages(), Contains("DriverFilter copyPageFrom: overriding tray (" +
+                                        std::to_string(GetParam().tray) + ") and media type (0)"));
+    const std::string refusal =
+        "VeltrinReverseData priorityTrayForTargetTray: failed to properly map the tray selection!";
+    EXPECT_THAT(logMessages(), Contains(testing::EndsWith(refusal)).Times(GetParam().mapped ? 0 : 2));
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, TrayNamedByTheJob, testing::ValuesIn(trayCases), test::nameOfCase<TrayCase>);
+
+TEST_F(FilterProcessTest, AnOrdinaryJobNameLeavesTrayAndMedia) {
+    const StreamOptions stream = streamFromTrayNine();
     for (const char *ordinary : {"letters (2)", "@(2) copy", "(2)"}) {
         const ProcessResult result = print(JobOptions{.jobName = ordinary}.argument(), makeStream(stream));
         EXPECT_THAT(Bytes(result.output), BytesAre(printed(stream, unmarked, "1 2"))) << ordinary;
@@ -212,169 +239,94 @@ const std::map<std::string, std::string> byHand = {{"VeltrinDuplexOrder", "64213
 const std::map<std::string, std::string> bypass = {{"VeltrinDuplexOrder", "642135"},
                                                    {"VeltrinDuplexBypass", "yes"}};
 
+void PrintTo(const DuplexCase &one, std::ostream *out) {
+    *out << one.pages;
+}
+
 const std::vector<DuplexCase> &duplexCases() {
     using enum CopyOrder;
+    // A case in two lines: name, configuration and what is asked for; the stream and what becomes of it.
+    // clang-format off
     static const std::vector<DuplexCase> cases = {
-        {"no pages", order642135, {.duplexing = 2}, streamOf(0), duplex, ""},
-        {"no pages and endless copies",
-         order642135,
-         {.copies = -1, .collate = true, .duplexing = 2},
-         streamOf(0),
-         duplex,
-         ""},
-        {"one page, five copies",
-         order642135,
-         {.copies = 5, .collate = true, .duplexing = 2, .sidesImaged = 5},
-         streamOf(1),
-         unmarked,
-         "1"},
-        {"two pages", order642135, {.duplexing = 2, .sidesImaged = 2}, streamOf(2), duplex, "2 1*"},
-        {"four pages", order642135, {.duplexing = 2, .sidesImaged = 4}, streamOf(4), duplex, "4 2 1* 3"},
-        {"six pages", order642135, {.duplexing = 2, .sidesImaged = 6}, streamOf(6), duplex, "6 4 2 1* 3 5"},
-        {"six pages in the other order",
-         order246135,
-         {.duplexing = 2, .sidesImaged = 6},
-         streamOf(6),
-         duplex,
-         "2 4 6 1* 3 5"},
-        {"six pages for a duplex unit's order",
-         {{"VeltrinDuplexOrder", "214365"}},
-         {.duplexing = 2, .sidesImaged = 6},
-         streamOf(6),
-         duplex,
-         "2 1 4 3* 6 5"},
-        {"no order", {}, {.duplexing = 2, .sidesImaged = 4}, streamOf(4), duplex, "1 2 3* 4"},
-        {"unknown order",
-         {{"VeltrinDuplexOrder", "123456"}},
-         {.duplexing = 2, .sidesImaged = 4},
-         streamOf(4),
-         duplex,
-         "1 2 3* 4"},
-        {"empty order",
-         {{"VeltrinDuplexOrder", ""}},
-         {.duplexing = 2, .sidesImaged = 4},
-         streamOf(4),
-         duplex,
-         "1 2 3* 4"},
-        {"short edge", order642135, {.duplexing = 3, .sidesImaged = 4}, streamOf(4), duplex, "4 2 1* 3"},
-        {"sides not told, long edge", order642135, {.duplexing = 2}, streamOf(4), duplex, "4 2 1* 3"},
-        {"sides not told, short edge: one page less, and the last one again",
-         order642135,
-         {.duplexing = 3},
-         streamOf(4),
-         duplex,
-         "4 2 1* 3"},
-        {"sides not told, short edge, odd: one page less",
-         order642135,
-         {.duplexing = 3},
-         streamOf(5),
-         duplex,
-         "4 2 1* 3"},
-        {"more sides than pages",
-         order642135,
-         {.duplexing = 2, .sidesImaged = 40},
-         streamOf(4),
-         duplex,
-         "4 2 1* 3"},
-        {"fewer sides than pages",
-         order642135,
-         {.duplexing = 2, .sidesImaged = 2},
-         streamOf(4),
-         duplex,
-         "2 1*"},
-        {"odd with the renderer's blank page",
-         order642135,
-         {.duplexing = 2, .sidesImaged = 3},
-         streamOf(3, 1, collated, true),
-         duplex,
-         "4 2 1* 3"},
-        {"odd with the blank page, two collated copies",
-         order642135,
-         {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 6},
-         streamOf(3, 2, collated, true),
-         duplex,
-         "4 2 4 2 1* 3 1 3"},
-        {"by hand", byHand, {.duplexing = 2, .sidesImaged = 4}, streamOf(4), manualDuplex, "4 2 1* 3"},
-        {"two uncollated copies in pairs",
-         order642135,
-         {.copies = 2, .duplexing = 2, .sidesImaged = 8},
-         streamOf(4, 2, pairs),
-         duplex,
-         "4 4 2 2 1* 1 3 3"},
-        {"two collated copies",
-         order642135,
-         {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 8},
-         streamOf(4, 2, collated),
-         duplex,
-         "4 2 4 2 1* 3 1 3"},
-        {"three uncollated copies",
-         order642135,
-         {.copies = 3, .duplexing = 2, .sidesImaged = 12},
-         streamOf(4, 3, pairs),
-         duplex,
-         "4 4 4 2 2 2 1* 1 1 3 3 3"},
-        {"four uncollated copies",
-         order642135,
-         {.copies = 4, .duplexing = 2, .sidesImaged = 16},
-         streamOf(4, 4, pairs),
-         duplex,
-         "4 4 4 4 2 2 2 2 1 1* 1 1 3 3 3 3"},
-        {"bypass, uncollated",
-         bypass,
-         {.copies = 4, .duplexing = 2, .sidesImaged = 16},
-         streamOf(4, 4, pairs),
-         duplex,
-         "4 4 4 4 2 2 2 2 1 1*b 1b 1b 3b 3b 3b 3b"},
-        {"bypass, collated",
-         bypass,
-         {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 8},
-         streamOf(4, 2, collated),
-         duplex,
-         "4 2 4 2 1*b 3b 1b 3b"},
-        {"more copies than pages",
-         order642135,
-         {.copies = 9, .duplexing = 2, .sidesImaged = 4},
-         streamOf(4),
-         duplex,
-         ""},
-        {"endless copies",
-         order642135,
-         {.copies = -1, .duplexing = 2, .sidesImaged = 4},
-         streamOf(4),
-         duplex,
-         ""},
-        {"endless collated copies",
-         order642135,
-         {.copies = -1, .collate = true, .duplexing = 2, .sidesImaged = 4},
-         streamOf(4),
-         duplex,
-         ""},
-        {"paper that cannot be turned",
-         order642135,
-         {.duplexing = 2, .sidesImaged = 4, .others = "media=A5"},
-         streamOf(4),
-         unmarked,
-         "1 2 3 4"},
-        {"paper type that cannot be turned",
-         order642135,
-         {.duplexing = 3, .sidesImaged = 4, .others = "PaperType=Labels"},
-         streamOf(4),
-         unmarked,
-         "1 2 3 4"},
+        {"no pages", order642135, {.duplexing = 2},
+         streamOf(0), duplex, ""},
+        {"no pages and endless copies", order642135, {.copies = -1, .collate = true, .duplexing = 2},
+         streamOf(0), duplex, ""},
+        {"one page, five copies", order642135, {.copies = 5, .collate = true, .duplexing = 2, .sidesImaged = 5},
+         streamOf(1), unmarked, "1"},
+        {"two pages", order642135, {.duplexing = 2, .sidesImaged = 2},
+         streamOf(2), duplex, "2 1*"},
+        {"four pages", order642135, {.duplexing = 2, .sidesImaged = 4},
+         streamOf(4), duplex, "4 2 1* 3"},
+        {"six pages", order642135, {.duplexing = 2, .sidesImaged = 6},
+         streamOf(6), duplex, "6 4 2 1* 3 5"},
+        {"six pages in the other order", order246135, {.duplexing = 2, .sidesImaged = 6},
+         streamOf(6), duplex, "2 4 6 1* 3 5"},
+        {"six pages for a duplex unit's order", {{"VeltrinDuplexOrder", "214365"}}, {.duplexing = 2, .sidesImaged = 6},
+         streamOf(6), duplex, "2 1 4 3* 6 5"},
+        {"no order", {}, {.duplexing = 2, .sidesImaged = 4},
+         streamOf(4), duplex, "1 2 3* 4"},
+        {"unknown order", {{"VeltrinDuplexOrder", "123456"}}, {.duplexing = 2, .sidesImaged = 4},
+         streamOf(4), duplex, "1 2 3* 4"},
+        {"empty order", {{"VeltrinDuplexOrder", ""}}, {.duplexing = 2, .sidesImaged = 4},
+         streamOf(4), duplex, "1 2 3* 4"},
+        {"short edge", order642135, {.duplexing = 3, .sidesImaged = 4},
+         streamOf(4), duplex, "4 2 1* 3"},
+        {"sides not told, long edge", order642135, {.duplexing = 2},
+         streamOf(4), duplex, "4 2 1* 3"},
+        {"sides not told, short edge: one page less, and the last one again", order642135, {.duplexing = 3},
+         streamOf(4), duplex, "4 2 1* 3"},
+        {"sides not told, short edge, odd: one page less", order642135, {.duplexing = 3},
+         streamOf(5), duplex, "4 2 1* 3"},
+        {"more sides than pages", order642135, {.duplexing = 2, .sidesImaged = 40},
+         streamOf(4), duplex, "4 2 1* 3"},
+        {"fewer sides than pages", order642135, {.duplexing = 2, .sidesImaged = 2},
+         streamOf(4), duplex, "2 1*"},
+        {"odd with the renderer's blank page", order642135, {.duplexing = 2, .sidesImaged = 3},
+         streamOf(3, 1, collated, true), duplex, "4 2 1* 3"},
+        {"odd with the blank page, two collated copies", order642135, {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 6},
+         streamOf(3, 2, collated, true), duplex, "4 2 4 2 1* 3 1 3"},
+        {"by hand", byHand, {.duplexing = 2, .sidesImaged = 4},
+         streamOf(4), manualDuplex, "4 2 1* 3"},
+        {"two uncollated copies in pairs", order642135, {.copies = 2, .duplexing = 2, .sidesImaged = 8},
+         streamOf(4, 2, pairs), duplex, "4 4 2 2 1* 1 3 3"},
+        {"two collated copies", order642135, {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 8},
+         streamOf(4, 2, collated), duplex, "4 2 4 2 1* 3 1 3"},
+        {"three uncollated copies", order642135, {.copies = 3, .duplexing = 2, .sidesImaged = 12},
+         streamOf(4, 3, pairs), duplex, "4 4 4 2 2 2 1* 1 1 3 3 3"},
+        {"four uncollated copies", order642135, {.copies = 4, .duplexing = 2, .sidesImaged = 16},
+         streamOf(4, 4, pairs), duplex, "4 4 4 4 2 2 2 2 1 1* 1 1 3 3 3 3"},
+        {"bypass, uncollated", bypass, {.copies = 4, .duplexing = 2, .sidesImaged = 16},
+         streamOf(4, 4, pairs), duplex, "4 4 4 4 2 2 2 2 1 1*b 1b 1b 3b 3b 3b 3b"},
+        {"bypass, collated", bypass, {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 8},
+         streamOf(4, 2, collated), duplex, "4 2 4 2 1*b 3b 1b 3b"},
+        {"more copies than pages", order642135, {.copies = 9, .duplexing = 2, .sidesImaged = 4},
+         streamOf(4), duplex, ""},
+        {"endless copies", order642135, {.copies = -1, .duplexing = 2, .sidesImaged = 4},
+         streamOf(4), duplex, ""},
+        {"endless collated copies", order642135, {.copies = -1, .collate = true, .duplexing = 2, .sidesImaged = 4},
+         streamOf(4), duplex, ""},
+        {"paper that cannot be turned", order642135, {.duplexing = 2, .sidesImaged = 4, .others = "media=A5"},
+         streamOf(4), unmarked, "1 2 3 4"},
+        {"paper type that cannot be turned", order642135, {.duplexing = 3, .sidesImaged = 4, .others = "PaperType=Labels"},
+         streamOf(4), unmarked, "1 2 3 4"},
     };
+    // clang-format on
     return cases;
 }
 
-TEST_F(FilterProcessTest, TwoSidedJobsAreReorderedMarkedAndRepeated) {
-    for (const DuplexCase &one : duplexCases()) {
-        configure(one.keys);
-        const ProcessResult result = print(one.job.argument(), makeStream(one.stream));
-        EXPECT_EQ(result.exitStatus, 0) << one.name;
-        EXPECT_THAT(Bytes(result.output), BytesAre(printed(one.stream, one.jobSetting, one.pages)))
-            << one.name;
-        EXPECT_EQ(result.errors, "file\n") << one.name;
-    }
+class TwoSidedJobs : public test::FilterFixture, public testing::WithParamInterface<DuplexCase> {};
+
+TEST_P(TwoSidedJobs, AreReorderedMarkedAndRepeated) {
+    configure(GetParam().keys);
+    const ProcessResult result = print(GetParam().job.argument(), makeStream(GetParam().stream));
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(Bytes(result.output),
+                BytesAre(printed(GetParam().stream, GetParam().jobSetting, GetParam().pages)));
+    EXPECT_EQ(result.errors, "file\n");
 }
+
+INSTANTIATE_TEST_SUITE_P(Cases, TwoSidedJobs, testing::ValuesIn(duplexCases()), test::nameOfCase<DuplexCase>);
 
 TEST_F(FilterProcessTest, BitsThatTheRendererHasSetInTheJobFileHeaderStay) {
     configure(byHand);
@@ -621,7 +573,11 @@ struct BrokenCase {
     std::vector<std::string> log; // what the log must hold, among other lines
 };
 
-TEST_F(FilterProcessTest, BrokenOneSidedStreamsEndWithMarkAndCancelRecord) {
+void PrintTo(const BrokenCase &one, std::ostream *out) {
+    *out << one.input.size() << " bytes";
+}
+
+std::vector<BrokenCase> brokenOneSidedStreams() {
     const StreamOptions stream = streamOf(2);
     const std::string whole = makeStream(stream);
     const std::string identifier = whole.substr(0, 36);
@@ -636,7 +592,7 @@ TEST_F(FilterProcessTest, BrokenOneSidedStreamsEndWithMarkAndCancelRecord) {
     const std::string negative("\x80\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
     const std::string huge("\x10\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
 
-    const std::vector<BrokenCase> cases = {
+    return {
         {"empty",
          "",
          cancelRecord(),
@@ -709,16 +665,21 @@ TEST_F(FilterProcessTest, BrokenOneSidedStreamsEndWithMarkAndCancelRecord) {
          headers + first + second.substr(0, 64) + end,
          {"ASSERT: DriverFilter copyPageFrom: failed to read header and data"}},
     };
-    for (const BrokenCase &one : cases) {
-        std::filesystem::remove(debugLogPath);
-        const ProcessResult result = print("", one.input);
-        EXPECT_EQ(result.exitStatus, 1) << one.name;
-        EXPECT_THAT(Bytes(result.output), BytesAre(one.output)) << one.name;
-        EXPECT_EQ(result.errors, "file\n") << one.name;
-        EXPECT_THAT(logMessages(), testing::IsSupersetOf(one.log)) << one.name;
-        EXPECT_EQ(logMessages().back(), "veltrin ending with result 1") << one.name;
-    }
 }
+
+class BrokenOneSidedStreams : public test::FilterFixture, public testing::WithParamInterface<BrokenCase> {};
+
+TEST_P(BrokenOneSidedStreams, EndWithMarkAndCancelRecord) {
+    const ProcessResult result = print("", GetParam().input);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(Bytes(result.output), BytesAre(GetParam().output));
+    EXPECT_EQ(result.errors, "file\n");
+    EXPECT_THAT(logMessages(), testing::IsSupersetOf(GetParam().log));
+    EXPECT_EQ(logMessages().back(), "veltrin ending with result 1");
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, BrokenOneSidedStreams, testing::ValuesIn(brokenOneSidedStreams()),
+                         test::nameOfCase<BrokenCase>);
 
 TEST_F(FilterProcessTest, StrayHeadersAreCopiedAndStreamsNeedNotBeginWithAPageHeader) {
     const StreamOptions stream = streamOf(1);
@@ -793,40 +754,45 @@ TEST_F(FilterProcessTest, AnAllocationThatFailsEndsTheJobInOrder) {
                 Contains("ASSERT: DriverFilter readHeaderData: Unable to allocate larger buffer"));
 }
 
-TEST_F(FilterProcessTest, BrokenTwoSidedStreamsSendTheCancelRecordAlone) {
-    configure(order642135);
-    const StreamOptions stream = streamOf(4);
-    const std::string whole = makeStream(stream);
-    const std::string options = JobOptions{.duplexing = 2, .sidesImaged = 4}.argument();
-
-    const ProcessResult truncated = print(options, whole.substr(0, whole.size() - 200));
-    EXPECT_EQ(truncated.exitStatus, 1);
-    EXPECT_THAT(Bytes(truncated.output), BytesAre(cancelRecord()));
-    EXPECT_THAT(logMessages(), testing::IsSupersetOf(
-                                   {"ASSERT: DriverFilter spoolPages: copyPageFrom:to:additionalType: failed",
-                                    "DriverFilter spoolPages: Copied page 3 to file: <file 3>",
-                                    "DriverFilter spoolPages: path 3 = <file 3>",
-                                    "DriverFilter spoolPages: copied 4 pages, eoj: 0, result 0",
-                                    "ASSERT: spoolPages error", "DriverFilter run: exiting with result 0"}));
-
-    std::filesystem::remove(debugLogPath);
+std::vector<BrokenCase> brokenTwoSidedStreams() {
+    const std::string whole = makeStream(streamOf(4));
+    const std::string identifier = whole.substr(0, 36);
     const std::string firstHeader = whole.substr(36, 120);
-    const ProcessResult twice =
-        print(options, whole.substr(0, 36) + firstHeader + firstHeader + whole.substr(36 + 272));
-    EXPECT_EQ(twice.exitStatus, 1);
-    EXPECT_THAT(Bytes(twice.output), BytesAre(cancelRecord()));
-
-    std::filesystem::remove(debugLogPath);
-    const ProcessResult headless = print(options, whole.substr(0, 36) + whole.substr(36 + 120));
-    EXPECT_EQ(headless.exitStatus, 1);
-    EXPECT_THAT(Bytes(headless.output), BytesAre(cancelRecord()));
-    EXPECT_THAT(
-        logMessages(),
-        testing::IsSupersetOf(
-            {"DriverFilter spoolPages: copies: 1, sidesImaged: 0, origPaths: 0, pathCount: 0, collate: NO, "
-             "hasGDIBlankPage: NO",
-             "DriverFilter spoolPages: copied 0 pages, eoj: 0, result 0", "ASSERT: spoolPages error"}));
+    return {
+        {"inside the last page",
+         whole.substr(0, whole.size() - 200),
+         cancelRecord(),
+         {"ASSERT: DriverFilter spoolPages: copyPageFrom:to:additionalType: failed",
+          "DriverFilter spoolPages: Copied page 3 to file: <file 3>",
+          "DriverFilter spoolPages: path 3 = <file 3>",
+          "DriverFilter spoolPages: copied 4 pages, eoj: 0, result 0", "ASSERT: spoolPages error",
+          "DriverFilter run: exiting with result 0"}},
+        {"two job file headers",
+         identifier + firstHeader + firstHeader + whole.substr(36 + 272),
+         cancelRecord(),
+         {}},
+        {"without the first header",
+         identifier + whole.substr(36 + 120),
+         cancelRecord(),
+         {"DriverFilter spoolPages: copies: 1, sidesImaged: 0, origPaths: 0, pathCount: 0, collate: NO, "
+          "hasGDIBlankPage: NO",
+          "DriverFilter spoolPages: copied 0 pages, eoj: 0, result 0", "ASSERT: spoolPages error"}},
+    };
 }
+
+class BrokenTwoSidedStreams : public test::FilterFixture, public testing::WithParamInterface<BrokenCase> {};
+
+TEST_P(BrokenTwoSidedStreams, SendTheCancelRecordAlone) {
+    configure(order642135);
+    const ProcessResult result =
+        print(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), GetParam().input);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(Bytes(result.output), BytesAre(GetParam().output));
+    EXPECT_THAT(logMessages(), testing::IsSupersetOf(GetParam().log));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, BrokenTwoSidedStreams, testing::ValuesIn(brokenTwoSidedStreams()),
+                         test::nameOfCase<BrokenCase>);
 
 TEST_F(FilterProcessTest, ABandThatCannotBeReadFailsATwoSidedJobWhateverFollows) {
     configure(order642135);
@@ -842,16 +808,12 @@ TEST_F(FilterProcessTest, ABandThatCannotBeReadFailsATwoSidedJobWhateverFollows)
     EXPECT_THAT(logMessages(), Contains("ASSERT: spoolPages error"));
 }
 
-TEST_F(FilterProcessTest, TheSecondHeaderIsNotReadOnceTheFirstHasFailed) {
-    for (const int duplexing : {0, 2}) {
-        std::filesystem::remove(debugLogPath);
-        const ProcessResult result = print(JobOptions{.duplexing = duplexing}.argument(),
-                                           makeStream(streamOf(1)).substr(0, 36) + "PIDGBIDG");
-        EXPECT_EQ(result.exitStatus, 1);
-        EXPECT_THAT(logMessages(), Contains("ASSERT: DriverFilter readHeader: Unknown header tag (PIDG)"));
-        EXPECT_THAT(logMessages(),
-                    Not(Contains("ASSERT: DriverFilter readHeader: Unknown header tag (BIDG)")));
-    }
+TEST_P(OneAndTwoSidedJobs, TheSecondHeaderIsNotReadOnceTheFirstHasFailed) {
+    const ProcessResult result = print(JobOptions{.duplexing = duplexing}.argument(),
+                                       makeStream(streamOf(1)).substr(0, 36) + "PIDGBIDG");
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(logMessages(), Contains("ASSERT: DriverFilter readHeader: Unknown header tag (PIDG)"));
+    EXPECT_THAT(logMessages(), Not(Contains("ASSERT: DriverFilter readHeader: Unknown header tag (BIDG)")));
 }
 
 TEST_F(FilterProcessTest, ThePartOfAPageBeforeTheEndMarkIsDropped) {
@@ -896,20 +858,16 @@ void expectErrorUntilSigterm(const Command &command) {
     EXPECT_EQ(countOf(result.errors, commError), static_cast<long>(linesOf(result.errors).size()) - 1);
 }
 
-TEST_F(FilterProcessTest, AClosedStandardOutputRepeatsTheErrorUntilSigterm) {
-    for (const int duplexing : {0, 2}) {
-        std::filesystem::remove(debugLogPath);
-        Command command =
-            this->command(JobOptions{.duplexing = duplexing}.argument(), makeStream(streamOf(2)));
-        command.output = test::Closed{};
-        expectErrorUntilSigterm(command);
-        expectNothingLeft();
-        // Neither the log nor a spool file has taken the place of standard output.
-        EXPECT_THAT(logMessages(),
-                    Contains("ASSERT: DriverFilter writeToFD: Unable to write all of data. Wanted 120 "
-                             "bytes, got -1 bytes"));
-        EXPECT_EQ(test::readFile(debugLogPath).find("GDIJ"), std::string::npos);
-    }
+TEST_P(OneAndTwoSidedJobs, AClosedStandardOutputRepeatsTheErrorUntilSigterm) {
+    Command command = this->command(JobOptions{.duplexing = duplexing}.argument(), makeStream(streamOf(2)));
+    command.output = test::Closed{};
+    expectErrorUntilSigterm(command);
+    expectNothingLeft();
+    // Neither the log nor a spool file has taken the place of standard output.
+    EXPECT_THAT(logMessages(),
+                Contains("ASSERT: DriverFilter writeToFD: Unable to write all of data. Wanted 120 "
+                         "bytes, got -1 bytes"));
+    EXPECT_EQ(test::readFile(debugLogPath).find("GDIJ"), std::string::npos);
 }
 
 TEST_F(FilterProcessTest, AFullStandardOutputRepeatsTheErrorUntilSigterm) {
@@ -921,19 +879,16 @@ TEST_F(FilterProcessTest, AFullStandardOutputRepeatsTheErrorUntilSigterm) {
                                                       "ASSERT: sendPages error"}));
 }
 
-TEST_F(FilterProcessTest, AClosedStandardInputIsAStreamThatCannotBeRead) {
-    for (const int duplexing : {0, 2}) {
-        std::filesystem::remove(debugLogPath);
-        Command command = this->command(JobOptions{.duplexing = duplexing}.argument(), "");
-        command.input = test::Closed{};
-        const ProcessResult result = runToEnd(command);
-        EXPECT_EQ(result.exitStatus, 1);
-        EXPECT_THAT(Bytes(result.output), BytesAre(cancelRecord()));
-        EXPECT_EQ(result.errors, "file\n");
-        EXPECT_THAT(logMessages(), testing::IsSupersetOf({"ASSERT: DriverFilter readFromFD: Wanted 36 bytes, "
-                                                          "got -1 bytes. Error: Bad file descriptor",
-                                                          "ASSERT: read uuid error"}));
-    }
+TEST_P(OneAndTwoSidedJobs, AClosedStandardInputIsAStreamThatCannotBeRead) {
+    Command command = this->command(JobOptions{.duplexing = duplexing}.argument(), "");
+    command.input = test::Closed{};
+    const ProcessResult result = runToEnd(command);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(Bytes(result.output), BytesAre(cancelRecord()));
+    EXPECT_EQ(result.errors, "file\n");
+    EXPECT_THAT(logMessages(), testing::IsSupersetOf({"ASSERT: DriverFilter readFromFD: Wanted 36 bytes, "
+                                                      "got -1 bytes. Error: Bad file descriptor",
+                                                      "ASSERT: read uuid error"}));
 }
 
 /// Whether the process has yet to take this signal.
@@ -1003,72 +958,70 @@ TEST_F(FilterProcessTest, AFullTemporaryDirectoryRepeatsTheErrorUntilSigterm) {
     EXPECT_EQ(umount(spoolFolder), 0);
 }
 
-TEST_F(FilterProcessTest, SigtermDoesNotEndAJobThatIsReading) {
+TEST_P(OneAndTwoSidedJobs, SigtermDoesNotEndAJobThatIsReading) {
     configure(order642135);
-    for (const int duplexing : {0, 2}) {
-        const StreamOptions stream = streamOf(4);
-        const std::string input = makeStream(stream);
-        Command command = this->command(JobOptions{.duplexing = duplexing, .sidesImaged = 4}.argument(), "");
-        command.input = test::Pipe{};
-        std::filesystem::remove(debugLogPath);
-        test::Process process(command);
-        process.write(input.substr(0, input.size() / 2));
-        EXPECT_TRUE(process.waitUntil([] { return hasLogged("DriverFilter copyPageFrom: done with page"); }));
-        process.send(SIGTERM);
-        process.write(input.substr(input.size() / 2));
-        process.closeInput();
-        const ProcessResult result = process.finish();
-        EXPECT_EQ(result.exitStatus, 0);
-        EXPECT_THAT(Bytes(result.output), BytesAre((duplexing == 0 ? printed(stream, unmarked, "1 2 3 4")
-                                                                   : printed(stream, duplex, "4 2 1* 3"))));
-        expectNothingLeft();
-    }
+    const StreamOptions stream = streamOf(4);
+    const std::string input = makeStream(stream);
+    Command command = this->command(JobOptions{.duplexing = duplexing, .sidesImaged = 4}.argument(), "");
+    command.input = test::Pipe{};
+    test::Process process(command);
+    process.write(input.substr(0, input.size() / 2));
+    EXPECT_TRUE(process.waitUntil([] { return hasLogged("DriverFilter copyPageFrom: done with page"); }));
+    process.send(SIGTERM);
+    process.write(input.substr(input.size() / 2));
+    process.closeInput();
+    const ProcessResult result = process.finish();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(Bytes(result.output), BytesAre((duplexing == 0 ? printed(stream, unmarked, "1 2 3 4")
+                                                               : printed(stream, duplex, "4 2 1* 3"))));
+    expectNothingLeft();
 }
 
-TEST_F(FilterProcessTest, OnlyTheLastPageAndTheEndMarkDecideATwoSidedJob) {
+class LostPages : public test::FilterFixture, public testing::WithParamInterface<int> {};
+
+TEST_P(LostPages, FailATwoSidedJobOnlyIfTheyAreTheLast) {
     // A page that fails while others follow: its spool file is gone by the time it is to be sent.
     configure(order642135);
     const StreamOptions stream = streamOf(4);
     const std::string input = makeStream(stream);
-    for (const int lost : {1, 2}) { // sent in the order 4 2 1 3
-        Command command = this->command(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), "");
-        command.input = test::Pipe{};
-        std::filesystem::remove(debugLogPath);
-        test::Process process(command);
-        process.write(input.substr(0, input.size() - 4));
-        std::vector<std::string> files;
-        EXPECT_TRUE(process.waitUntil([&] {
-            if (!std::filesystem::exists(debugLogPath)) {
-                return false;
+    const int lost = GetParam(); // sent in the order 4 2 1 3
+    Command command = this->command(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), "");
+    command.input = test::Pipe{};
+    test::Process process(command);
+    process.write(input.substr(0, input.size() - 4));
+    std::vector<std::string> files;
+    EXPECT_TRUE(process.waitUntil([&] {
+        if (!std::filesystem::exists(debugLogPath)) {
+            return false;
+        }
+        files.clear();
+        for (const std::string &line : linesOf(test::readFile(debugLogPath))) {
+            if (const auto at = line.find("to file: "); at != std::string::npos) {
+                files.push_back(line.substr(at + 9));
             }
-            files.clear();
-            for (const std::string &line : linesOf(test::readFile(debugLogPath))) {
-                if (const auto at = line.find("to file: "); at != std::string::npos) {
-                    files.push_back(line.substr(at + 9));
-                }
-            }
-            return files.size() == 4;
-        }));
-        ASSERT_EQ(files.size(), 4U);
-        std::filesystem::remove(files[static_cast<std::size_t>(lost)]);
-        process.write("JIDG");
-        process.closeInput();
-        const ProcessResult result = process.finish();
-        const bool lastPageLost = lost == 2;
-        EXPECT_EQ(result.exitStatus, lastPageLost ? 1 : 0);
-        EXPECT_THAT(Bytes(result.output),
-                    BytesAre((lastPageLost ? printed(stream, duplex, "4 2 1*") + cancelRecord()
-                                           : printed(stream, duplex, "4 1* 3"))));
-        EXPECT_THAT(logMessages(),
-                    Contains("ASSERT: DriverFilter unspoolPages (not-collated): copyPageFromPath "
-                             "failed on index " +
-                             std::string(lastPageLost ? "3" : "1")));
-        EXPECT_THAT(logMessages(),
-                    Contains("ASSERT: DriverFilter copyPageFromPath: unable to open file: <file " +
-                             std::to_string(lost) + ">"));
-        expectNothingLeft();
-    }
+        }
+        return files.size() == 4;
+    }));
+    ASSERT_EQ(files.size(), 4U);
+    std::filesystem::remove(files[static_cast<std::size_t>(lost)]);
+    process.write("JIDG");
+    process.closeInput();
+    const ProcessResult result = process.finish();
+    const bool lastPageLost = lost == 2;
+    EXPECT_EQ(result.exitStatus, lastPageLost ? 1 : 0);
+    EXPECT_THAT(Bytes(result.output),
+                BytesAre((lastPageLost ? printed(stream, duplex, "4 2 1*") + cancelRecord()
+                                       : printed(stream, duplex, "4 1* 3"))));
+    EXPECT_THAT(logMessages(), Contains("ASSERT: DriverFilter unspoolPages (not-collated): copyPageFromPath "
+                                        "failed on index " +
+                                        std::string(lastPageLost ? "3" : "1")));
+    EXPECT_THAT(logMessages(), Contains("ASSERT: DriverFilter copyPageFromPath: unable to open file: <file " +
+                                        std::to_string(lost) + ">"));
+    expectNothingLeft();
 }
+
+INSTANTIATE_TEST_SUITE_P(Pages, LostPages, testing::Values(1, 2),
+                         [](const auto &test) { return test.param == 2 ? "Last" : "NotLast"; });
 
 TEST_F(FilterProcessTest, TheLogMayComeOnInMidJob) {
     std::filesystem::remove(debugMarkerPath);

@@ -5,6 +5,7 @@
 #include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/BytesAre.h"
+#include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
 
@@ -24,6 +25,7 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -59,16 +61,19 @@ std::string streamForPrinter() {
 
 class PrinterByHand : public test::PrinterFixture {};
 
-TEST_F(PrinterByHand, SaysGoodbyeWhenItIsToEnd) {
-    for (const int signal : {SIGTERM, SIGINT}) {
-        startPrinter("one-sided", {});
-        printer->send(signal);
-        EXPECT_EQ(finishPrinter().exitStatus, 0);
-        EXPECT_THAT(notifications(), ElementsAre("> backend-alive", "> backend-byebye"));
-        const nlohmann::json expected = {{"uri", uri}, {"jobs", nlohmann::json::array()}};
-        EXPECT_EQ(nlohmann::json::parse(readFile(reportFile)), expected);
-    }
+class PrinterWithSignal : public PrinterByHand, public testing::WithParamInterface<int> {};
+
+TEST_P(PrinterWithSignal, SaysGoodbyeWhenItIsToEnd) {
+    startPrinter("one-sided", {});
+    printer->send(GetParam());
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(notifications(), ElementsAre("> backend-alive", "> backend-byebye"));
+    const nlohmann::json expected = {{"uri", uri}, {"jobs", nlohmann::json::array()}};
+    EXPECT_EQ(nlohmann::json::parse(readFile(reportFile)), expected);
 }
+
+INSTANTIATE_TEST_SUITE_P(Signals, PrinterWithSignal, testing::Values(SIGTERM, SIGINT),
+                         [](const auto &test) { return test.param == SIGTERM ? "SIGTERM" : "SIGINT"; });
 
 TEST_F(PrinterByHand, IsHeardByWhoeverWaitsForIt) {
     test::BusClient host(uri + ".frontend");
@@ -275,30 +280,27 @@ TEST_F(PrinterByHand, RefusesMistakes) {
         std::string message;
     };
 
-    const std::string help = "Try 'veltrin-printer --help'.\n";
-    for (const Mistake &mistake : std::vector<Mistake>{
-             {{"--jobs=1"}, 2, "veltrin-printer: wants one device URI\n" + help},
-             {{uri, "another"}, 2, "veltrin-printer: wants one device URI\n" + help},
-             {{"--jobs=0", uri}, 2, "veltrin-printer: --jobs does not take '0'\n" + help},
-             {{"--jobs=many", uri}, 2, "veltrin-printer: --jobs does not take 'many'\n" + help},
-             {{"--scenario=/tmp/none.json", uri},
-              1,
-              "veltrin-printer: /tmp/none.json: No such file or directory\n"},
-             {{"--scenario=/tmp/bad.json", uri},
-              1,
-              "veltrin-printer: /tmp/bad.json: printer.model must be a whole number from 0 to 3\n"},
-             {{"--scenario=none", uri},
-              1,
-              "veltrin-printer: there is no scenario \"none\", but busy-port, cover-open, duplex, "
-              "empty-tray, fast, goodbye, little-memory, low-toner, never-answers, service-call\n"},
-             {{""}, 2, "veltrin-printer: wants one device URI\n" + help},
-             {{"--report=/tmp/none/report", uri},
-              1,
-              "veltrin-printer: /tmp/none/report: No such file or directory\n"},
-             {{"--output=/tmp", uri}, 1, "veltrin-printer: /tmp: Is a directory\n"}}) {
+    // A mistake in one line.
+    // clang-format off
+    const std::vector<Mistake> mistakes = {
+        {{"--jobs=1"}, 2, "wants one device URI"},
+        {{""}, 2, "wants one device URI"},
+        {{uri, "another"}, 2, "wants one device URI"},
+        {{"--jobs=0", uri}, 2, "--jobs does not take '0'"},
+        {{"--jobs=many", uri}, 2, "--jobs does not take 'many'"},
+        {{"--scenario=/tmp/none.json", uri}, 1, "/tmp/none.json: No such file or directory"},
+        {{"--scenario=/tmp/bad.json", uri}, 1, "/tmp/bad.json: printer.model must be a whole number from 0 to 3"},
+        {{"--scenario=none", uri}, 1, "there is no scenario \"none\", but busy-port, cover-open, duplex, empty-tray, "
+                                      "fast, goodbye, little-memory, low-toner, never-answers, service-call"},
+        {{"--report=/tmp/none/report", uri}, 1, "/tmp/none/report: No such file or directory"},
+        {{"--output=/tmp", uri}, 1, "/tmp: Is a directory"},
+    };
+    // clang-format on
+    for (const Mistake &mistake : mistakes) {
         const ProcessResult result = run(printerCommand(mistake.arguments));
+        const std::string help = mistake.exitStatus == 2 ? "Try 'veltrin-printer --help'.\n" : "";
         EXPECT_EQ(result.exitStatus, mistake.exitStatus);
-        EXPECT_EQ(result.errors, mistake.message);
+        EXPECT_EQ(result.errors, "veltrin-printer: " + mistake.message + "\n" + help);
         EXPECT_EQ(result.output, "");
     }
 }
@@ -489,6 +491,10 @@ struct UriCase {
     bool duplexUnit;
 };
 
+void PrintTo(const UriCase &one, std::ostream *out) {
+    *out << one.uri;
+}
+
 class PrinterAsBackend : public test::PrinterFixture {
   protected:
     static inline const std::vector<std::string> jobArguments = {"7", "user", "title", "1", ""};
@@ -587,7 +593,7 @@ INSTANTIATE_TEST_SUITE_P(
                     UriCase{"TwoSidedInAScenario", "veltrin-printer:/lx-520n?scenario=low-toner", 2, true},
                     UriCase{"OfTheScenario", "veltrin-printer:/lx-410n?scenario=duplex", 2, true},
                     UriCase{"Unlisted", "veltrin-printer:/another", 0, false}),
-    [](const testing::TestParamInfo<UriCase> &test) { return test.param.name; });
+    test::nameOfCase<UriCase>);
 
 TEST_F(PrinterAsBackend, GoesOnWhenNobodyReadsItsMessagesAndCallsThatNoCancellation) {
     std::array<int, 2> ends{};
