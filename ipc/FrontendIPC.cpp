@@ -1,5 +1,6 @@
 #include "ipc/FrontendIPC.h"
 
+#include "ipc/ChannelVocabulary.h"
 #include "log/DebugLog.h"
 #include "platform/SchedulerJob.h"
 
@@ -12,14 +13,6 @@ namespace veltrin {
 namespace {
 
 using namespace std::chrono_literals;
-
-// Objects of the notifications, the channel's vocabulary. The odd spelling is what backends listen for.
-constexpr const char *frontendAlive = "fronted-alive";
-constexpr const char *frontendByebye = "frontend-byebye";
-constexpr const char *backendAlive = "backend-alive";
-constexpr const char *backendByebye = "backend-byebye";
-constexpr const char *readPipe = "readPipe";
-constexpr const char *writePipe = "writePipe";
 
 constexpr std::chrono::microseconds waitingTurn = 300ms;
 constexpr std::chrono::microseconds commandTurn = 100ms;
@@ -35,7 +28,8 @@ constexpr const char *readWaitsForBackend = "FrontendIPC waiting for backend ali
 } // namespace
 
 FrontendIPC::FrontendIPC(const std::string &portName, FrontendIPCDelegate *owner)
-    : frontendServerName(portName + ".frontend"), backendServerName(portName + ".backend"), delegate(owner) {}
+    : frontendServerName(portName + channel::frontendSuffix),
+      backendServerName(portName + channel::backendSuffix), delegate(owner) {}
 
 std::unique_ptr<FrontendIPC> FrontendIPC::initWithPortName(const std::string &portName,
                                                            FrontendIPCDelegate *delegate, double /*timeout*/,
@@ -66,9 +60,9 @@ bool FrontendIPC::announce(platform::Platform &platform, std::function<bool()> i
         return false;
     }
     center->startObserving(
-        frontendServerName, {backendAlive, backendByebye},
+        frontendServerName, {channel::backendAlive, channel::backendByebye},
         [this](const platform::Notification &notification) { handleNotification(notification); });
-    static_cast<void>(postNotificationCommand(frontendAlive));
+    static_cast<void>(postNotificationCommand(channel::frontendAlive));
     if (!waitForBackend(sendWaitsForBackend)) {
         stop();
         return false;
@@ -119,7 +113,7 @@ bool FrontendIPC::readData(std::optional<std::vector<std::byte>> &record) {
     try {
         Sent sent = Sent::backendLeft;
         while (sent == Sent::backendLeft && waitForBackend(readWaitsForBackend) && !isStopped) {
-            sent = postNotificationCommand(readPipe);
+            sent = postNotificationCommand(channel::readPipe);
         }
         if (sent != Sent::backendLeft) {
             if (awaitReply()) {
@@ -158,7 +152,7 @@ bool FrontendIPC::waitForDelivery() {
 
 void FrontendIPC::stop() {
     isStopped = true;
-    while (postNotificationCommand(frontendByebye) == Sent::backendLeft) {
+    while (postNotificationCommand(channel::frontendByebye) == Sent::backendLeft) {
     }
 }
 
@@ -180,19 +174,19 @@ void FrontendIPC::handleNotification(const platform::Notification &notification)
 }
 
 void FrontendIPC::handleCommand(const platform::Notification &notification) {
-    if (notification.object == readPipe) {
+    if (notification.object == channel::readPipe) {
         if (!isStopped) {
             const std::span<const std::byte> data = notification.data.value_or(std::span<const std::byte>());
             recvData.assign(data.begin(), data.end());
             isDataArrived = true;
         }
-    } else if (notification.object == backendAlive) {
+    } else if (notification.object == channel::backendAlive) {
         CPSDebugLog("FrontendIPC::handleNotification:backend-alive");
         isBackendAlive = true;
         if (delegate != nullptr && !isStopped) {
             center->performLater([this] { delegate->ipcReady(*this); });
         }
-    } else if (notification.object == backendByebye) {
+    } else if (notification.object == channel::backendByebye) {
         isBackendAlive = false;
         CPSDebugLog("FrontendIPC::handleNotification:backend-byebye");
     }
@@ -214,7 +208,7 @@ FrontendIPC::Sent FrontendIPC::postNotificationCommand(const std::string &comman
 
 FrontendIPC::Sent FrontendIPC::postNotificationSendData(std::span<const std::byte> block) {
     try {
-        if (!center->post(backendServerName, writePipe, block)) {
+        if (!center->post(backendServerName, channel::writePipe, block)) {
             if (isBackendAlive) {
                 center->turn(0us); // to hear of it
             }

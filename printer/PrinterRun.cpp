@@ -1,5 +1,7 @@
 #include "printer/PrinterRun.h"
 
+#include "ipc/ChannelVocabulary.h"
+
 #include <signal.h>
 
 #include <algorithm>
@@ -81,7 +83,8 @@ void PrinterRun::sayGoodbye() {
     if (center && center->isConnected()) {
         tell("> backend-byebye");
         try {
-            static_cast<void>(center->post(wishes.uri + ".frontend", "backend-byebye", std::nullopt));
+            static_cast<void>(
+                center->post(wishes.uri + channel::frontendSuffix, channel::backendByebye, std::nullopt));
         } catch (const platform::NotificationError &) {
         }
     }
@@ -143,13 +146,13 @@ PrinterRun::Opening PrinterRun::open(std::string &problem) {
         return Opening::impossible;
     }
     try {
-        const std::string name = wishes.uri + ".backend";
+        const std::string name = wishes.uri + channel::backendSuffix;
         if (!center->claim(name)) {
             problem = "another printer or backend serves \"" + wishes.uri + "\"";
             center.reset();
             return Opening::occupied;
         }
-        center->startObserving(name, {"fronted-alive", "frontend-byebye", true},
+        center->startObserving(name, {channel::frontendAlive, channel::frontendByebye, true},
                                [this](const platform::Notification &notification) {
                                    hearsAnything = true;
                                    printer.take(notification, now());
@@ -183,9 +186,9 @@ void PrinterRun::post(const PostNotification &notification) {
         return;
     }
     try {
-        if (!center->post(wishes.uri + ".frontend", notification.object, notification.data)) {
+        if (!center->post(wishes.uri + channel::frontendSuffix, notification.object, notification.data)) {
             tell("! not delivered: the host has gone");
-        } else if (notification.object == "backend-alive" && !announced) {
+        } else if (notification.object == channel::backendAlive && !announced) {
             announced = now();
         }
     } catch (const platform::NotificationError &error) {
@@ -212,8 +215,8 @@ void PrinterRun::turn() {
 // ---- Hints for whoever waits in vain
 
 void PrinterRun::overheard(const std::string &name) {
-    constexpr std::string_view toBackend = ".backend";
-    if (name == wishes.uri + ".frontend") {
+    constexpr std::string_view toBackend = channel::backendSuffix;
+    if (name == wishes.uri + channel::frontendSuffix) {
         hearsAnything = true;
     } else if (name.ends_with(toBackend) && strangeHosts.size() < strangeHostLimit &&
                strangeHosts.insert(name).second) {

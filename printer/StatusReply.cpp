@@ -1,5 +1,7 @@
 #include "printer/StatusReply.h"
 
+#include "ipc/ChannelVocabulary.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -10,7 +12,7 @@ std::optional<StatusReply> statusReply(const std::vector<ReplyRule> &rules, std:
                                        const ReverseRecord &record) {
     std::vector<std::byte> bytes(sizeof record);
     std::memcpy(bytes.data(), &record, sizeof record);
-    StatusReply reply{"readPipe", bytes, {}};
+    StatusReply reply{channel::readPipe, bytes, {}};
 
     const auto rule = std::find_if(rules.begin(), rules.end(), [request](const ReplyRule &candidate) {
         return request >= candidate.first && request <= candidate.last;
@@ -40,7 +42,7 @@ std::optional<StatusReply> statusReply(const std::vector<ReplyRule> &rules, std:
         std::reverse(reply.data->begin(), reply.data->begin() + reverseRecordTag.size());
         break;
     case ReplyFault::wrongObject:
-        reply.object = "writePipe";
+        reply.object = channel::writePipe;
         break;
     }
     return reply;

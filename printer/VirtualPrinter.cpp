@@ -1,5 +1,6 @@
 #include "printer/VirtualPrinter.h"
 
+#include "ipc/ChannelVocabulary.h"
 #include "printer/StatusReply.h"
 #include "printer/StatusView.h"
 
@@ -61,31 +62,31 @@ void VirtualPrinter::take(const platform::Notification &notification, PrinterTim
     tell("< " +
          describe(object, notification.data ? std::optional(notification.data->size()) : std::nullopt));
 
-    if (object == "frontend-byebye") {
+    if (object == channel::frontendByebye) {
         if (job) {
             ++job->report.notifications[object];
         }
         endJob();
         return;
     }
-    if (object == "fronted-alive") {
+    if (object == channel::frontendAlive) {
         endJob(); // of a host that is no more
     }
     if (!job) {
         beginJob();
     }
     ++job->report.notifications[object];
-    if (object == "fronted-alive") {
+    if (object == channel::frontendAlive) {
         hostAnnounced();
-    } else if (object == "readPipe") {
+    } else if (object == channel::readPipe) {
         statusRequested();
-    } else if (object == "writePipe" && notification.data) {
+    } else if (object == channel::writePipe && notification.data) {
         takeData(*notification.data, now);
     }
 }
 
 void VirtualPrinter::announce() {
-    plan(time, PostNotification{"backend-alive", std::nullopt});
+    plan(time, PostNotification{channel::backendAlive, std::nullopt});
 }
 
 void VirtualPrinter::reconnected(PrinterTime now) {
@@ -97,7 +98,7 @@ void VirtualPrinter::reconnected(PrinterTime now) {
 
 void VirtualPrinter::hostAnnounced() {
     if (scenario.announcement && isPresent()) {
-        plan(time + *scenario.announcement, PostNotification{"backend-alive", std::nullopt});
+        plan(time + *scenario.announcement, PostNotification{channel::backendAlive, std::nullopt});
     }
 }
 
@@ -274,7 +275,7 @@ std::optional<ChannelDeed> VirtualPrinter::takeDeed() {
     deeds.erase(deeds.begin());
     if (const auto *post = std::get_if<PostNotification>(&deed)) {
         tell("> " + describe(post->object, post->data ? std::optional(post->data->size()) : std::nullopt));
-        if (job && post->object == "readPipe") {
+        if (job && post->object == channel::readPipe) {
             ++job->report.replies;
         }
     }
@@ -316,7 +317,8 @@ void VirtualPrinter::happen(const ResizeMemory &memory, const Timeline::Entry &e
 void VirtualPrinter::happen(const Leave & /*leave*/, const Timeline::Entry &entry) {
     hasLeft = entry.begins;
     if (!hasVanished) {
-        plan(time, PostNotification{entry.begins ? "backend-byebye" : "backend-alive", std::nullopt});
+        plan(time,
+             PostNotification{entry.begins ? channel::backendByebye : channel::backendAlive, std::nullopt});
     }
 }
 
