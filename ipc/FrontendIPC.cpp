@@ -25,6 +25,25 @@ constexpr int replyTurns = 20;
 constexpr const char *sendWaitsForBackend = "FrontendIPC sendData: waiting for backend alive...";
 constexpr const char *readWaitsForBackend = "FrontendIPC waiting for backend alive...";
 
+/// Runs a step of the channel and returns whether it went through. What it throws ends here, and `report`
+/// logs it.
+template <typename Step, typename Report>
+bool goesThrough(Step step, Report report) {
+    try {
+        step();
+        return true;
+    } catch (const std::exception &exception) {
+        report(exception);
+        return false;
+    }
+}
+
+/// The same, with the line that is logged whatever is thrown.
+template <typename Step>
+bool goesThrough(Step step, const char *line) {
+    return goesThrough(step, [line](const std::exception &) { CPSDebugLog("%s", line); });
+}
+
 } // namespace
 
 FrontendIPC::FrontendIPC(const std::string &portName, FrontendIPCDelegate *owner)
@@ -37,12 +56,12 @@ std::unique_ptr<FrontendIPC> FrontendIPC::initWithPortName(const std::string &po
                                                            std::function<bool()> isCancelled) {
     CPSDebugLog("FrontendIPC initWithPortName: port name is: %s", portName.c_str());
     std::unique_ptr<FrontendIPC> ipc(new FrontendIPC(portName, delegate));
-    try {
-        if (!ipc->announce(platform, std::move(isCancelled))) {
-            return nullptr;
-        }
-    } catch (const std::exception &exception) {
-        CPSDebugLog("FrontendIPC initWithPortName: %s", exception.what());
+    bool announced = false;
+    goesThrough([&] { announced = ipc->announce(platform, std::move(isCancelled)); },
+                [](const std::exception &exception) {
+                    CPSDebugLog("FrontendIPC initWithPortName: %s", exception.what());
+                });
+    if (!announced) {
         return nullptr;
     }
     return ipc;
@@ -90,27 +109,23 @@ bool FrontendIPC::waitForBackend(const char *line) {
 }
 
 bool FrontendIPC::sendData(std::span<const std::byte> block) {
-    try {
-        Sent sent = Sent::backendLeft;
-        while (sent == Sent::backendLeft) {
-            if (!waitForBackend(sendWaitsForBackend) || isStopped) {
-                return false;
-            }
+    Sent sent = Sent::backendLeft;
+    const auto send = [&] {
+        while (sent == Sent::backendLeft && waitForBackend(sendWaitsForBackend) && !isStopped) {
             sent = postNotificationSendData(block);
         }
-        CPSDebugLog("FrontendIPC sendData: sending %d bytes to backend", static_cast<int>(block.size()));
-        return sent == Sent::yes;
-    } catch (const std::exception &) {
-        CPSDebugLog("FrontendIPC sendData: Catch Exception!");
-        return false;
-    }
+        if (sent != Sent::backendLeft) {
+            CPSDebugLog("FrontendIPC sendData: sending %d bytes to backend", static_cast<int>(block.size()));
+        }
+    };
+    return goesThrough(send, "FrontendIPC sendData: Catch Exception!") && sent == Sent::yes;
 }
 
 bool FrontendIPC::readData(std::optional<std::vector<std::byte>> &record) {
     CPSDebugLog("FrontendIPC readData");
     record.reset();
     isDataArrived = false;
-    try {
+    const auto readRecord = [&] {
         Sent sent = Sent::backendLeft;
         while (sent == Sent::backendLeft && waitForBackend(readWaitsForBackend) && !isStopped) {
             sent = postNotificationCommand(channel::readPipe);
@@ -123,8 +138,8 @@ bool FrontendIPC::readData(std::optional<std::vector<std::byte>> &record) {
             }
         }
         CPSDebugLog("FrontendIPC readData Completed");
-    } catch (const std::exception &) {
-        CPSDebugLog("FrontendIPC readData: Catch Exception!");
+    };
+    if (!goesThrough(readRecord, "FrontendIPC readData: Catch Exception!")) {
         record.reset();
     }
     return record.has_value();
@@ -142,12 +157,10 @@ bool FrontendIPC::awaitReply() {
 }
 
 bool FrontendIPC::waitForDelivery() {
-    try {
-        return center->waitForDelivery();
-    } catch (const std::exception &) {
-        CPSDebugLog("FrontendIPC waitForDelivery: Catch Exception!");
-        return false;
-    }
+    bool delivered = false;
+    return goesThrough([&] { delivered = center->waitForDelivery(); },
+                       "FrontendIPC waitForDelivery: Catch Exception!") &&
+           delivered;
 }
 
 void FrontendIPC::stop() {
@@ -165,12 +178,11 @@ bool FrontendIPC::eojAck() const {
 }
 
 void FrontendIPC::handleNotification(const platform::Notification &notification) {
-    try {
+    const auto handle = [&] {
         CPSDebugLog("FrontendIPC::handleNotification");
         handleCommand(notification);
-    } catch (const std::exception &) {
-        CPSDebugLog("FrontendIPC handleNotification: Catch Exception!");
-    }
+    };
+    goesThrough(handle, "FrontendIPC handleNotification: Catch Exception!");
 }
 
 void FrontendIPC::handleCommand(const platform::Notification &notification) {
@@ -193,33 +205,35 @@ void FrontendIPC::handleCommand(const platform::Notification &notification) {
 }
 
 FrontendIPC::Sent FrontendIPC::postNotificationCommand(const std::string &command) {
-    try {
-        if (!center->post(backendServerName, command, std::nullopt)) {
+    bool posted = false;
+    const auto post = [&] {
+        posted = center->post(backendServerName, command, std::nullopt);
+        if (posted) {
+            center->turnAfterPost(commandTurn);
+        } else {
             center->turn(0us); // to hear of it
-            return Sent::backendLeft;
         }
-        center->turnAfterPost(commandTurn);
-        return Sent::yes;
-    } catch (const std::exception &) {
-        CPSDebugLog("FrontendIPC postNotificationCommand: Catch Exception!");
+    };
+    if (!goesThrough(post, "FrontendIPC postNotificationCommand: Catch Exception!")) {
         return Sent::no;
     }
+    return posted ? Sent::yes : Sent::backendLeft;
 }
 
 FrontendIPC::Sent FrontendIPC::postNotificationSendData(std::span<const std::byte> block) {
-    try {
-        if (!center->post(backendServerName, channel::writePipe, block)) {
-            if (isBackendAlive) {
-                center->turn(0us); // to hear of it
-            }
-            return Sent::backendLeft;
+    bool posted = false;
+    const auto post = [&] {
+        posted = center->post(backendServerName, channel::writePipe, block);
+        if (posted) {
+            center->turnAfterPost(dataTurn);
+        } else if (isBackendAlive) {
+            center->turn(0us); // to hear of it
         }
-        center->turnAfterPost(dataTurn);
-        return Sent::yes;
-    } catch (const std::exception &) {
-        CPSDebugLog("FrontendIPC postNotificationSendData: Catch Exception!");
+    };
+    if (!goesThrough(post, "FrontendIPC postNotificationSendData: Catch Exception!")) {
         return Sent::no;
     }
+    return posted ? Sent::yes : Sent::backendLeft;
 }
 
 } // namespace veltrin
