@@ -1,11 +1,13 @@
 #include "printer/LineOutput.h"
 
+#include "platform/WriteAll.h"
+
 #include <poll.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstddef>
+#include <span>
 
 namespace veltrin::printer {
 
@@ -38,13 +40,15 @@ void LineOutput::write() {
 
 void LineOutput::writeWhole(std::string_view lines) {
     while (failure == 0 && !lines.empty()) {
-        const ssize_t written = ::write(fd, lines.data(), lines.size());
-        if (written >= 0) {
-            lines.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno == EAGAIN) {
+        lines.remove_prefix(platform::writeAll(fd, std::as_bytes(std::span(lines))));
+        if (lines.empty()) {
+            return;
+        }
+        // Whoever gave us the descriptor may have made it one that does not wait.
+        if (errno == EAGAIN) {
             pollfd room{fd, POLLOUT, 0};
             poll(&room, 1, -1);
-        } else if (errno != EINTR) {
+        } else {
             failure = errno;
         }
     }

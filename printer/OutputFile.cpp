@@ -1,5 +1,7 @@
 #include "printer/OutputFile.h"
 
+#include "platform/WriteAll.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -24,13 +26,8 @@ void OutputFile::drop() {
 }
 
 void OutputFile::write(std::span<const std::byte> bytes) {
-    while (fd != -1 && failure == 0 && !bytes.empty()) {
-        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written >= 0) {
-            bytes = bytes.subspan(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            failure = errno;
-        }
+    if (fd != -1 && failure == 0 && platform::writeAll(fd, bytes) != bytes.size()) {
+        failure = errno;
     }
 }
 

@@ -1,5 +1,7 @@
 #include "platform/linux/SealedMemory.h"
 
+#include "platform/WriteAll.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -14,18 +16,6 @@ namespace {
 
 constexpr int requiredSeals = F_SEAL_WRITE | F_SEAL_GROW | F_SEAL_SHRINK;
 
-bool writeAll(int descriptor, std::span<const std::byte> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
-        if (written >= 0) {
-            bytes = bytes.subspan(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
 } // namespace
 
 int makeSealedMemory(std::span<const std::byte> bytes) {
@@ -33,7 +23,7 @@ int makeSealedMemory(std::span<const std::byte> bytes) {
     if (descriptor == -1) {
         return -errno;
     }
-    if (!writeAll(descriptor, bytes) || fcntl(descriptor, F_ADD_SEALS, requiredSeals) != 0) {
+    if (writeAll(descriptor, bytes) != bytes.size() || fcntl(descriptor, F_ADD_SEALS, requiredSeals) != 0) {
         const int error = errno;
         close(descriptor);
         return -error;

@@ -2,6 +2,7 @@
 #include "driver/stream/StreamMaker.h"
 #include "platform/CommandLine.h"
 #include "platform/StandardDescriptors.h"
+#include "platform/WriteAll.h"
 
 #include <fcntl.h>
 #include <getopt.h>
@@ -209,13 +210,8 @@ class BlockWriter {
     }
 
     bool flush() {
-        for (std::size_t written = 0; written < block.size();) {
-            const ssize_t result = write(fd, block.data() + written, block.size() - written);
-            if (result >= 0) {
-                written += static_cast<std::size_t>(result);
-            } else if (errno != EINTR) {
-                return false;
-            }
+        if (platform::writeAll(fd, block) != block.size()) {
+            return false;
         }
         block.clear();
         return true;
