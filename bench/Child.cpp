@@ -31,9 +31,9 @@ void drain(int fd) {
 
 } // namespace
 
-Child::Child(std::string programPath, const std::vector<std::string> &arguments, Sink sink,
+Child::Child(std::string theProgram, const std::vector<std::string> &arguments, Sink sink,
              const std::string &sinkPath)
-    : program(std::move(programPath)) {
+    : program(std::move(theProgram)) {
     std::vector<char *> argv;
     for (const std::string &argument : arguments) {
         argv.push_back(const_cast<char *>(argument.c_str())); // posix_spawn changes none of them

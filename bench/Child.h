@@ -25,7 +25,7 @@ struct Measurement {
 /// cannot be started or does not exit with 0: a figure of a failed run is worth nothing.
 class Child {
   public:
-    Child(std::string programPath, const std::vector<std::string> &arguments, Sink sink,
+    Child(std::string program, const std::vector<std::string> &arguments, Sink sink,
           const std::string &sinkPath);
 
     Child(const Child &) = delete;

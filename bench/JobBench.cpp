@@ -27,7 +27,7 @@ InputFile inputOf(const WorkDirectory &directory, std::uint64_t size, std::uint3
 
 class JobBench {
   public:
-    JobBench(std::uint64_t jobSize, int repetitions) : size(jobSize), runs(repetitions) {}
+    JobBench(std::uint64_t theSize, int theRuns) : size(theSize), runs(theRuns) {}
 
     void run() {
         setenv("DEVICE_URI", "file:///dev/null", 1);

@@ -12,7 +12,7 @@
 
 namespace veltrin {
 
-CUPSFilter::CUPSFilter(platform::Platform &ofProcess) : platform(ofProcess) {}
+CUPSFilter::CUPSFilter(platform::Platform &thePlatform) : platform(thePlatform) {}
 
 CUPSFilter::~CUPSFilter() {
     if (sourceFD > STDERR_FILENO) {

@@ -46,16 +46,17 @@ bool goesThrough(Step step, const char *line) {
 
 } // namespace
 
-FrontendIPC::FrontendIPC(const std::string &portName, FrontendIPCDelegate *owner)
+FrontendIPC::FrontendIPC(const std::string &portName)
     : frontendServerName(portName + channel::frontendSuffix),
-      backendServerName(portName + channel::backendSuffix), delegate(owner) {}
+      backendServerName(portName + channel::backendSuffix) {}
 
 std::unique_ptr<FrontendIPC> FrontendIPC::initWithPortName(const std::string &portName,
                                                            FrontendIPCDelegate *delegate, double /*timeout*/,
                                                            platform::Platform &platform,
                                                            std::function<bool()> isCancelled) {
     CPSDebugLog("FrontendIPC initWithPortName: port name is: %s", portName.c_str());
-    std::unique_ptr<FrontendIPC> ipc(new FrontendIPC(portName, delegate));
+    std::unique_ptr<FrontendIPC> ipc(new FrontendIPC(portName));
+    ipc->delegate = delegate;
     bool announced = false;
     goesThrough([&] { announced = ipc->announce(platform, std::move(isCancelled)); },
                 [](const std::exception &exception) {

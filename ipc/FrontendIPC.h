@@ -66,7 +66,7 @@ class FrontendIPC {
     /// since the backend has left or said goodbye, of which the turns tell.
     enum class Sent { yes, no, backendLeft };
 
-    FrontendIPC(const std::string &portName, FrontendIPCDelegate *owner);
+    explicit FrontendIPC(const std::string &portName);
 
     [[nodiscard]] bool announce(platform::Platform &platform, std::function<bool()> isCancelled);
     [[nodiscard]] bool waitForBackend(const char *line);
@@ -78,7 +78,7 @@ class FrontendIPC {
 
     std::string frontendServerName; // where the filter listens
     std::string backendServerName;  // where it posts
-    FrontendIPCDelegate *delegate;
+    FrontendIPCDelegate *delegate = nullptr;
     std::vector<std::byte> recvData; // the last reply to "readPipe"
     bool isDataArrived = false;      // a reply has come in since the current `readData` began
     bool isBackendAlive = false;

@@ -44,7 +44,7 @@ std::string lookUp(platform::Bundle &bundle, LocalizedText text) {
 
 } // namespace
 
-VeltrinReverseData::VeltrinReverseData(platform::Bundle &texts) : bundle(texts) {}
+VeltrinReverseData::VeltrinReverseData(platform::Bundle &theBundle) : bundle(theBundle) {}
 
 bool VeltrinReverseData::setData(std::span<const std::byte> data) {
     if (!isRecord(data)) {

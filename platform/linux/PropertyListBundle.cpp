@@ -166,8 +166,8 @@ std::optional<std::map<std::string, std::string>> readDictionary(const std::file
 
 } // namespace
 
-PropertyListBundle::PropertyListBundle(std::vector<std::filesystem::path> whereToLook, Report toReport)
-    : directories(std::move(whereToLook)), report(std::move(toReport)) {}
+PropertyListBundle::PropertyListBundle(std::vector<std::filesystem::path> theDirectories, Report theReport)
+    : directories(std::move(theDirectories)), report(std::move(theReport)) {}
 
 void PropertyListBundle::loadInfoDictionary() {
     if (std::exchange(infoDictionaryLoaded, true)) {

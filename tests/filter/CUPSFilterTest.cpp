@@ -519,10 +519,11 @@ TEST_F(CUPSFilterTest, ProcessEntryRunsAndReleasesTheFilter) {
         OpenFilter::runSucceeds = one.runSucceeds;
         log.clear();
         arguments = test::Arguments({"queue", "1", "user", "title", "1", ""});
-        EXPECT_EQ(
-            filterMain(arguments.count(), arguments.vector(), platform,
-                       [](platform::Platform &ofProcess) { return std::make_unique<OpenFilter>(ofProcess); }),
-            one.status);
+        EXPECT_EQ(filterMain(arguments.count(), arguments.vector(), platform,
+                             [](platform::Platform &thePlatform) {
+                                 return std::make_unique<OpenFilter>(thePlatform);
+                             }),
+                  one.status);
         EXPECT_EQ(OpenFilter::events, one.events);
         EXPECT_EQ(log.messages().front(), "veltrin starting");
         EXPECT_EQ(log.messages().back(), "veltrin ending with result " + std::to_string(one.status));

@@ -8,7 +8,7 @@ namespace veltrin::test {
 
 class FakeNotificationCenter::Connection final : public platform::NotificationCenter {
   public:
-    explicit Connection(FakeNotificationCenter &connectedTo) : center(connectedTo) {}
+    explicit Connection(FakeNotificationCenter &theCenter) : center(theCenter) {}
 
     ~Connection() override { center.later.clear(); }
 

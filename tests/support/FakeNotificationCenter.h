@@ -28,7 +28,7 @@ class FakeNotificationCenter {
         bool operator==(const Post &) const = default;
     };
 
-    explicit FakeNotificationCenter(FakeClock &virtualClock) : clock(virtualClock) {}
+    explicit FakeNotificationCenter(FakeClock &theClock) : clock(theClock) {}
 
     [[nodiscard]] std::unique_ptr<platform::NotificationCenter>
     connect(platform::NotificationCenterClient connectingClient, std::string &problem);
