@@ -35,7 +35,7 @@ class Platform {
 };
 
 /// The platform that this build is made for. `report` takes one line for the diagnostic log: why a file of
-/// the bundle cannot be used.
+/// the bundle, or an entry of one, cannot be used.
 [[nodiscard]] std::unique_ptr<Platform> makePlatform(std::function<void(const std::string &line)> report =
                                                          [](const std::string &) {});
 

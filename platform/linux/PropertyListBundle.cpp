@@ -4,11 +4,14 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cwchar>
 #include <fstream>
+#include <locale>
 #include <memory>
 #include <string_view>
 #include <system_error>
@@ -100,37 +103,43 @@ std::optional<std::string> visibleText(plist_t value) {
 }
 
 /// Whether a text may be passed on as UTF-8 and as a C string, which the parser leaves to its caller:
-/// well-formed (no overlong form, no half of a surrogate pair, nothing above U+10FFFF) and without a zero
-/// byte.
+/// well-formed and without a zero byte.
 bool isPlainUtf8(std::string_view text) {
-    while (!text.empty()) {
-        const auto lead = static_cast<unsigned char>(text.front());
-        const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-        if (lead == 0 || (lead >= 0x80 && lead < 0xC2) || lead > 0xF4 || text.size() < length) {
-            return false;
-        }
-        std::uint32_t character = length == 1 ? lead : lead & (0x7FU >> length);
-        for (const char continuation : text.substr(1, length - 1)) {
-            const auto byte = static_cast<unsigned char>(continuation);
-            if ((byte & 0xC0U) != 0x80) {
-                return false;
-            }
-            character = character << 6 | (byte & 0x3FU);
-        }
-        const bool overlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
-        const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
-        if (overlong || surrogate || character > 0x10FFFF) {
-            return false;
-        }
-        text.remove_prefix(length);
-    }
-    return true;
+    using Decoder = std::codecvt<char32_t, char8_t, std::mbstate_t>;
+    const std::u8string bytes(text.begin(), text.end());
+    std::u32string characters(bytes.size(), U'\0'); // no more of them than bytes
+    const char8_t *read = nullptr;
+    char32_t *decoded = nullptr;
+    std::mbstate_t state{};
+    const auto result = std::use_facet<Decoder>(std::locale::classic())
+                            .in(state, bytes.data(), bytes.data() + bytes.size(), read, characters.data(),
+                                characters.data() + characters.size(), decoded);
+    // Not every version of the standard library takes half of a surrogate pair for an error.
+    const auto isNoText = [](char32_t character) {
+        return character == 0 || (character >= 0xD800 && character <= 0xDFFF);
+    };
+    return result == Decoder::ok && std::none_of(characters.data(), decoded, isNoText);
 }
 
-/// Reads a property list whose root is a dictionary: the entries whose values have a text form. Nothing with
-/// `problem` set where there is none to be had.
-std::optional<std::map<std::string, std::string>> readDictionary(const std::filesystem::path &path,
-                                                                 TextForm textOf, std::string &problem) {
+/// A key as the log can show it, for it may be no text.
+std::string shown(std::string_view key) {
+    std::string text(key);
+    std::replace_if(
+        text.begin(), text.end(), [](char byte) { return byte < ' ' || byte > '~'; }, '?');
+    return text;
+}
+
+/// The entries of a dictionary whose values have a text form, and the keys, in a form for the log, of those
+/// whose text is none.
+struct Dictionary {
+    std::map<std::string, std::string> table;
+    std::vector<std::string> unusable;
+};
+
+/// Reads a property list whose root is a dictionary. Nothing with `problem` set where there is none to be
+/// had.
+std::optional<Dictionary> readDictionary(const std::filesystem::path &path, TextForm textOf,
+                                         std::string &problem) {
     const std::optional<std::string> contents = readSmallFile(path, problem);
     if (!contents) {
         return std::nullopt;
@@ -142,7 +151,7 @@ std::optional<std::map<std::string, std::string>> readDictionary(const std::file
         return std::nullopt;
     }
 
-    std::map<std::string, std::string> table;
+    Dictionary dictionary;
     plist_dict_iter iterator = nullptr;
     plist_dict_new_iter(root, &iterator);
     const std::unique_ptr<void, decltype(&std::free)> iteratorOwner(iterator, std::free);
@@ -152,14 +161,16 @@ std::optional<std::map<std::string, std::string>> readDictionary(const std::file
         plist_dict_next_item(root, iterator, &key, &value);
         const std::unique_ptr<char, decltype(&std::free)> keyOwner(key, std::free);
         if (key == nullptr || value == nullptr) {
-            return table;
+            return dictionary;
         }
-        if (std::optional<std::string> text = textOf(value)) {
-            if (!isPlainUtf8(key) || !isPlainUtf8(*text)) {
-                problem = "holds text that is not UTF-8";
-                return std::nullopt;
-            }
-            table.insert_or_assign(key, std::move(*text));
+        std::optional<std::string> text = textOf(value);
+        if (!text) {
+            continue;
+        }
+        if (isPlainUtf8(key) && isPlainUtf8(*text)) {
+            dictionary.table.insert_or_assign(key, std::move(*text));
+        } else {
+            dictionary.unusable.push_back(shown(key));
         }
     }
 }
@@ -180,8 +191,9 @@ void PropertyListBundle::loadInfoDictionary() {
             continue;
         }
         std::string problem;
-        if (auto table = readDictionary(path, configurationValue, problem)) {
-            infoDictionary = std::move(*table);
+        if (auto dictionary = readDictionary(path, configurationValue, problem)) {
+            infoDictionary = std::move(dictionary->table);
+            reportUnusable(path, dictionary->unusable);
         } else {
             infoProblem = path.string() + " " + problem;
         }
@@ -230,16 +242,27 @@ bool PropertyListBundle::loadStringTable(const std::filesystem::path &path) {
         return false;
     }
     std::string problem;
-    std::optional<Table> table = readDictionary(path, visibleText, problem);
-    if (!table) {
-        const std::string line = "no string table: " + path.string() + " " + problem;
-        if (reported.insert(line).second) {
-            report(line);
-        }
+    auto dictionary = readDictionary(path, visibleText, problem);
+    if (!dictionary) {
+        reportOnce("no string table: " + path.string() + " " + problem);
         return false;
     }
-    stringTables.push_back(std::move(*table));
+    stringTables.push_back(std::move(dictionary->table));
+    reportUnusable(path, dictionary->unusable);
     return true;
+}
+
+void PropertyListBundle::reportUnusable(const std::filesystem::path &path,
+                                        const std::vector<std::string> &keys) {
+    for (const std::string &key : keys) {
+        reportOnce("no entry \"" + key + "\": " + path.string() + " holds text there that is not UTF-8");
+    }
+}
+
+void PropertyListBundle::reportOnce(const std::string &line) {
+    if (reported.insert(line).second) {
+        report(line);
+    }
 }
 
 std::string PropertyListBundle::localizedStringForKey(const std::string &key,

@@ -19,7 +19,8 @@ class PropertyListBundle final : public Bundle {
     /// Takes one line for the diagnostic log.
     using Report = std::function<void(const std::string &line)>;
 
-    /// `report` is told once of each string table that is there and cannot be used.
+    /// `report` is told once of each string table that is there and cannot be used, and of each entry of a
+    /// file whose key or text is not UTF-8. Such an entry counts as missing.
     explicit PropertyListBundle(
         std::vector<std::filesystem::path> directories, Report report = [](const std::string &) {});
 
@@ -35,6 +36,8 @@ class PropertyListBundle final : public Bundle {
     void loadInfoDictionary();
     void loadStringTables();
     bool loadStringTable(const std::filesystem::path &path);
+    void reportUnusable(const std::filesystem::path &path, const std::vector<std::string> &keys);
+    void reportOnce(const std::string &line);
 
     std::vector<std::filesystem::path> directories;
     Report report;

@@ -2,6 +2,7 @@
 
 #include "tests/support/Files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -136,10 +137,21 @@ TEST_F(PropertyListBundleTest, WhatIsNoFileIsNoDictionaryAndIsNotWaitedFor) {
     EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist is not a file");
 }
 
-TEST_F(PropertyListBundleTest, ADictionaryThatIsNotUTF8IsNone) {
-    writeInfo(beside, dictionaryOf(entry("VeltrinDuplexOrder", "f\xFCr")));
-    EXPECT_EQ(bundle.objectForInfoDictionaryKey("VeltrinDuplexOrder"), std::nullopt);
-    EXPECT_EQ(bundle.infoDictionaryProblem(), "/tmp/beside/Info.plist holds text that is not UTF-8");
+TEST_F(PropertyListBundleTest, AnEntryThatIsNotUTF8IsMissingAndReportedOnce) {
+    writeInfo(beside, dictionaryOf(entry("First", "x") + entry("VeltrinDuplexOrder", "f\xFCr") +
+                                   "<key>f\xFCr</key><true/>" + entry("Last", "y")));
+    std::vector<std::string> reports;
+    PropertyListBundle reporting({beside}, [&reports](const std::string &line) { reports.push_back(line); });
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(reporting.objectForInfoDictionaryKey("VeltrinDuplexOrder"), std::nullopt);
+        EXPECT_EQ(reporting.objectForInfoDictionaryKey("f\xFCr"), std::nullopt);
+        EXPECT_EQ(reporting.objectForInfoDictionaryKey("First"), "x");
+        EXPECT_EQ(reporting.objectForInfoDictionaryKey("Last"), "y");
+        EXPECT_EQ(reporting.infoDictionaryProblem(), std::nullopt);
+    }
+    const std::string rest = "\": /tmp/beside/Info.plist holds text there that is not UTF-8";
+    EXPECT_THAT(reports, testing::UnorderedElementsAre("no entry \"VeltrinDuplexOrder" + rest,
+                                                       "no entry \"f?r" + rest));
 }
 
 TEST_F(PropertyListBundleTest, AFileBeyondReasonIsNotRead) {

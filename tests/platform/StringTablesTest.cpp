@@ -278,30 +278,88 @@ TEST_F(StringTablesTest, ADamagedTableIsNoTable) {
         {"a key without a text", inPlaceOf("<string>Bereit</string>", "")},
         {"an unknown entity", inPlaceOf("Bereit", "&bereit;")},
         {"an unknown element", inPlaceOf("<string>Bereit</string>", "<text>Bereit</text>")},
-        {"Latin-1", inPlaceOf("zuletzt", "f\xFCr")},
-        {"a stray continuation byte", inPlaceOf("zuletzt", "\x80")},
-        {"an overlong form of two bytes", inPlaceOf("zuletzt", "\xC1\x81")},
-        {"an overlong form of three bytes", inPlaceOf("zuletzt", "\xE0\x81\x81")},
-        {"an overlong form of four bytes", inPlaceOf("zuletzt", "\xF0\x80\x81\x81")},
-        {"half of a surrogate pair", inPlaceOf("zuletzt", "&#xD800;")},
-        {"above the last character", inPlaceOf("zuletzt", "\xF4\x90\x80\x80")},
-        {"a lead byte without a meaning", inPlaceOf("zuletzt", "\xF8\x88\x80\x80")},
-        {"a character that breaks off", inPlaceOf("zuletzt", "\xE2\x82")},
-        {"a key that is not UTF-8", inPlaceOf("Last", "\xFF")},
-        {"a zero byte", inPlaceOf("zuletzt", std::string("zu\0letzt", 8))},
     };
-    const std::string refused = "no string table: " + tablePath(first, "de").string();
-    const std::string notADictionary = refused + " is not an XML property list with a dictionary";
-    const std::string notUTF8 = refused + " holds text that is not UTF-8";
+    const std::string refused = "no string table: " + tablePath(first, "de").string() +
+                                " is not an XML property list with a dictionary";
     writeTable("en", entry("Ready", "English"));
     for (const auto &[name, contents] : damages) {
         writeFile(tablePath(first, "de"), contents);
         EXPECT_EQ(ready("de"), "English") << name;
-        EXPECT_THAT(reports, ElementsAre(testing::AnyOf(notADictionary, notUTF8))) << name;
+        EXPECT_THAT(reports, ElementsAre(refused)) << name;
     }
     writeFile(tablePath(first, "de"), good);
     EXPECT_EQ(ready("de"), "Bereit");
     EXPECT_THAT(reports, IsEmpty());
+}
+
+const std::vector<std::pair<std::string, std::string>> notUTF8 = {
+    {"Latin-1", "f\xFCr"},
+    {"a stray continuation byte", "a\x80z"},
+    {"an overlong form of two bytes", "\xC1\x81"},
+    {"an overlong form of three bytes", "\xE0\x81\x81"},
+    {"an overlong form of four bytes", "\xF0\x80\x81\x81"},
+    {"half of a surrogate pair", "\xED\xA0\x80"},
+    {"a surrogate pair", "\xED\xA0\xBD\xED\xB8\x80"},
+    {"half of a surrogate pair by its number", "&#xD800;"},
+    {"above the last character", "\xF4\x90\x80\x80"},
+    {"a lead byte without a meaning", "\xF8\x88\x80\x80"},
+    {"two bytes that break off", "zuletzt \xC3"},
+    {"three bytes that break off", "zuletzt \xE2\x82"},
+    {"four bytes that break off", "zuletzt \xF0\x9F\x98"},
+    {"a character that breaks off before another", "\xE2\x82z"},
+    {"a zero byte", std::string("zu\0letzt", 8)},
+};
+
+TEST_F(StringTablesTest, TextThatIsNotUTF8CostsItsEntryAlone) {
+    writeTable("en", entry("Ready", "English"));
+    const std::string path = tablePath(first, "de").string();
+    for (const auto &[name, bytes] : notUTF8) {
+        writeTable("de", entry("First", "zuerst") + entry("Other", bytes) + entry("Ready", "Bereit"));
+        EXPECT_EQ(ready("de"), "Bereit") << name;
+        EXPECT_THAT(reports,
+                    ElementsAre("no entry \"Other\": " + path + " holds text there that is not UTF-8"))
+            << name;
+
+        writeTable("de", entry("Ready", bytes) + entry("Last", "zuletzt"));
+        EXPECT_EQ(ready("de"), "English") << name;
+        EXPECT_THAT(reports,
+                    ElementsAre("no entry \"Ready\": " + path + " holds text there that is not UTF-8"))
+            << name;
+        PropertyListBundle bundle({first});
+        bundle.setPreferredLanguage("de");
+        EXPECT_EQ(bundle.localizedStringForKey("Last", ""), "zuletzt") << name;
+    }
+}
+
+TEST_F(StringTablesTest, AKeyThatIsNotUTF8CostsItsEntryAlone) {
+    writeTable("de", entry("f\xFCr", "Bereit") + entry("Ready", "Bereit") + entry("\xE2\x82", "zuletzt"));
+    EXPECT_EQ(ready("de"), "Bereit");
+    const std::string rest = "\": " + tablePath(first, "de").string() + " holds text there that is not UTF-8";
+    EXPECT_THAT(reports, testing::UnorderedElementsAre("no entry \"f?r" + rest, "no entry \"\?\?" + rest));
+    PropertyListBundle bundle({first});
+    bundle.setPreferredLanguage("de");
+    EXPECT_EQ(bundle.localizedStringForKey("f\xFCr", "default"), "default");
+}
+
+TEST_F(StringTablesTest, CharactersAtTheEdgesOfUTF8Count) {
+    for (const std::string text :
+         {"\x01", "\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
+          "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "\xEF\xBB\xBF"}) {
+        writeTable("de", entry("Ready", text));
+        EXPECT_EQ(ready("de"), text);
+        EXPECT_THAT(reports, IsEmpty());
+    }
+}
+
+TEST_F(StringTablesTest, AnEntryThatIsNotUTF8IsReportedOnce) {
+    writeTable("de", entry("Ready", "\xFF"));
+    PropertyListBundle bundle({first}, [this](const std::string &line) { reports.push_back(line); });
+    for (int i = 0; i < 3; ++i) {
+        bundle.setPreferredLanguage("de_DE.UTF-8");
+        EXPECT_EQ(bundle.localizedStringForKey("Ready", "default"), "default");
+        EXPECT_EQ(bundle.localizedStringForKey("Ready", "default"), "default");
+    }
+    EXPECT_EQ(reports.size(), 1U);
 }
 
 TEST_F(StringTablesTest, BehindADamagedTableTheInstalledOneCounts) {
