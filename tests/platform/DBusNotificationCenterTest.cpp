@@ -625,6 +625,7 @@ class TurnAfterPost : public DBusNotificationCenterTest {
         backend.call(destination, notificationPath(frontendName),
                      notificationArguments(frontendName, object));
         backend.waitForBus();
+        letArrive(*frontend);
     }
 
     std::unique_ptr<End> frontend = makeFrontend();
