@@ -7,7 +7,6 @@
 #include "tests/jobs/PrivateScheduler.h"
 #include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
-#include "tests/support/PrivateBus.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -76,9 +75,6 @@ TEST_F(BackendTest, TheDocumentsOfAJobAreOneBackendsWork) {
 }
 
 TEST_F(BackendTest, ASecondQueueOfThePrinterWaitsAndThenPrints) {
-    if (!test::busKnowsProcesses()) {
-        GTEST_SKIP() << "this dbus-broker has a process namespace of its own: dbus-daemon holds it";
-    }
     const std::string uri = uriOf(coverOpen("4"));
     PrivateScheduler scheduler(uri);
     scheduler.addQueue(secondQueue, uri);
@@ -108,9 +104,6 @@ TEST_F(BackendTest, ASecondQueueOfThePrinterWaitsAndThenPrints) {
 }
 
 TEST_F(BackendTest, OfSeveralQueuesThatWaitEachGetsItsTurn) {
-    if (!test::busKnowsProcesses()) {
-        GTEST_SKIP() << "this dbus-broker has a process namespace of its own: dbus-daemon holds it";
-    }
     const std::string uri = uriOf(coverOpen("2"));
     PrivateScheduler scheduler(uri);
     scheduler.addQueue(secondQueue, uri);

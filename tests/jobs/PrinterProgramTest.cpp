@@ -793,9 +793,6 @@ TEST_F(PrinterAsBackend, AsksForAnotherTryWhereThePrinterWasBusyAllTheTime) {
 }
 
 TEST_F(PrinterAsBackend, LeavesTheFilterOfAnotherJobToItsOwnBackend) {
-    if (!test::busKnowsProcesses()) {
-        GTEST_SKIP() << "this dbus-broker has a process namespace of its own: dbus-daemon holds it";
-    }
     test::Process first(backendCommand());
     ASSERT_TRUE(first.waitUntil([&] { return first.errors().find("listening") != std::string::npos; }));
     startBackend({"8", "user", "title", "1", ""});
@@ -812,9 +809,6 @@ TEST_F(PrinterAsBackend, LeavesTheFilterOfAnotherJobToItsOwnBackend) {
 }
 
 TEST_F(PrinterAsBackend, IsNotHeardByTheFilterOfAnotherJob) {
-    if (!test::busKnowsProcesses()) {
-        GTEST_SKIP() << "this dbus-broker has a process namespace of its own: dbus-daemon holds it";
-    }
     startFilter({.id = "8"});
     awaitLog("FrontendIPC sendData: waiting for backend alive...");
     test::Process first(backendCommand());

@@ -6,10 +6,8 @@
 #include <systemd/sd-bus.h>
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,6 +20,7 @@
 #include <cstring>
 #include <filesystem>
 #include <thread>
+#include <utility>
 
 namespace veltrin::test {
 
@@ -94,10 +93,48 @@ bool answers(const std::string &address) {
     return hasAnswered;
 }
 
-/// fork() that makes the child the first process of its own: whatever it starts is killed by the system when
-/// it ends, even what stands still, and has ended when it has.
-pid_t forkAsFirstProcess() {
-    return static_cast<pid_t>(syscall(SYS_clone, CLONE_NEWPID | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+/// Runs a program that starts others, under a keeper: a child process that waits for SIGTERM or for the end
+/// of the test, however that ends, and then kills the program and whatever it has started, even what stands
+/// still. It has ended when they have. `execute` replaces its process by the program. Returns the keeper,
+/// whose only child the program is.
+template <typename Execute>
+pid_t forkUnderKeeper(Execute execute) {
+    const pid_t test = getpid();
+    const pid_t keeper = fork();
+    if (keeper != 0) {
+        return keeper;
+    }
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &before);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    prctl(PR_SET_CHILD_SUBREAPER, 1); // what the program leaves behind comes to the keeper
+    if (getppid() != test) {
+        _exit(EXIT_FAILURE); // the test has ended before the system was told to say so
+    }
+    const pid_t program = fork();
+    if (program == -1) {
+        _exit(EXIT_FAILURE);
+    }
+    // In a group of its own, by which all of it is killed; whichever of the two comes first makes it.
+    setpgid(program, 0);
+    if (program == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        sigprocmask(SIG_SETMASK, &before, nullptr);
+        execute();
+        _exit(EXIT_FAILURE);
+    }
+    close_range(0, ~0U, 0); // nobody is to wait for this process to close anything
+    sigset_t end;
+    int signal = 0;
+    sigemptyset(&end);
+    sigaddset(&end, SIGTERM);
+    sigwait(&end, &signal);
+    ::kill(-program, SIGKILL);
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
+    _exit(EXIT_SUCCESS);
 }
 
 /// The only child of a process; -1 where it has none.
@@ -175,24 +212,22 @@ void PrivateBus::startBroker(const std::string &configurationFile) {
     const int listening = boundSocket(socketPath, SOCK_STREAM);
     std::filesystem::permissions(socketPath, std::filesystem::perms(0777));
     ASSERT_EQ(listen(listening, SOMAXCONN), 0);
-    const pid_t launcher = forkAsFirstProcess();
-    ASSERT_NE(launcher, -1) << std::strerror(errno);
-    if (launcher == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
+    keeper = forkUnderKeeper([&] {
         setenv("LISTEN_FDS", "1", 1);
         setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
         dup2(fcntl(listening, F_DUPFD, firstGivenDescriptor + 1), firstGivenDescriptor);
         close_range(firstGivenDescriptor + 1, ~0U, 0);
         execlp("dbus-broker-launch", "dbus-broker-launch", "--scope", "system", "--config-file",
                configurationFile.c_str(), nullptr);
-        _exit(EXIT_FAILURE);
-    }
-    processes.push_back(launcher);
+    });
+    ASSERT_NE(keeper, -1) << std::strerror(errno);
     close(listening);
     ASSERT_TRUE(answers("unix:path=" + socketPath)) << "dbus-broker-launch could not be started";
+    const pid_t launcher = childOf(keeper);
+    ASSERT_NE(launcher, -1);
     const pid_t broker = childOf(launcher);
     ASSERT_NE(broker, -1);
-    processes.push_back(broker);
+    processes = {launcher, broker};
 }
 
 PrivateBus::~PrivateBus() {
@@ -202,11 +237,14 @@ PrivateBus::~PrivateBus() {
 }
 
 void PrivateBus::kill() {
-    if (!processes.empty()) {
+    if (keeper != -1) {
+        ::kill(keeper, SIGTERM);
+        waitpid(std::exchange(keeper, -1), nullptr, 0);
+    } else if (!processes.empty()) {
         ::kill(processes.front(), SIGKILL);
         waitpid(processes.front(), nullptr, 0);
-        processes.clear();
     }
+    processes.clear();
 }
 
 void PrivateBus::freeze() const {

@@ -15,12 +15,6 @@ enum class BusKind { daemon, broker };
 /// dbus-daemon.
 [[nodiscard]] BusKind busKind();
 
-/// Whether that bus can name the processes of its connections. A dbus-broker of the tests cannot, being the
-/// first process of its own, so that it ends with its test; a system's can.
-[[nodiscard]] inline bool busKnowsProcesses() {
-    return busKind() == BusKind::daemon;
-}
-
 /// A message bus of the test's own, in the private /tmp, which stands for the system bus as long as the
 /// object lives. A bus that cannot be started fails the running test.
 class PrivateBus {
@@ -77,6 +71,7 @@ class PrivateBus {
 
     std::string directory;
     std::vector<pid_t> processes;
+    pid_t keeper = -1; // ends several processes together; -1 where there is one
 };
 
 /// The most memory a process has used since its start or since its mark was last reset, in bytes.
