@@ -99,6 +99,7 @@ TEST_F(BackendTest, ASecondQueueOfThePrinterWaitsAndThenPrints) {
     ASSERT_EQ(reportedDocuments().size(), 1);
     EXPECT_EQ(reportedDocuments()[0]["outcome"], "whole");
     EXPECT_THAT(scheduler.log(), Not(HasSubstr("Job held")));
+    EXPECT_THAT(scheduler.log(), Not(HasSubstr("stopped with status"))) << "each at the first go";
     scheduler.expectIdleQueue();
     scheduler.expectIdleQueue(secondQueue);
 }
