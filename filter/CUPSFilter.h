@@ -85,7 +85,7 @@ class CUPSFilter {
 
     std::map<std::string, std::string> optionsDict;
 
-    /// Nothing where the environment has no DEVICE_URI.
+    /// Nothing where the environment has no DEVICE_URI, or an empty one.
     std::optional<DeviceURI> uri;
 
     /// The input page stream: standard input, or the file of the seventh argument.
@@ -117,7 +117,7 @@ class CUPSFilter {
     /// Whether the paper that the job asks for can be printed on both sides.
     [[nodiscard]] bool canDuplexPaperSize() const;
 
-    /// Path of the PPD copy that CUPS made for this process; empty without one.
+    /// Path of the PPD copy, or link to the PPD, that CUPS made for this process; empty without one.
     std::string ppdFile;
     std::unique_ptr<ppd_file_t, PPDCloser> ppd;
     bool dictionaryProblemLogged = false;

@@ -54,7 +54,7 @@ bool CUPSFilter::findPPD() {
 void CUPSFilter::openPPD() {
     if (!ppdFile.empty()) {
         ppd.reset(ppdOpenFile(ppdFile.c_str()));
-        // CUPS has made this copy for us, anew at every call, and leaves its removal to us.
+        // CUPS has made this copy or link for us, anew at every call, and leaves its removal to us.
         unlink(ppdFile.c_str());
     }
     if (ppd == nullptr) {

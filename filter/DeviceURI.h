@@ -5,8 +5,8 @@
 
 namespace veltrin {
 
-/// The queue's device URI, kept exactly as it was given. It may hold a password: it never goes to standard
-/// error.
+/// The queue's device URI, kept exactly as it was given. It may hold a password: the debug log
+/// alone shows it whole.
 class DeviceURI {
   public:
     explicit DeviceURI(std::string absoluteString) : text(std::move(absoluteString)) {}

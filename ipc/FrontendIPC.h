@@ -42,8 +42,9 @@ class FrontendIPC {
     [[nodiscard]] bool sendData(std::span<const std::byte> block);
 
     /// Asks the backend for one status record of the printer and waits up to 20 turns of 0.3 seconds for it.
-    /// True with the record in `record`, or false with nothing in it. Replies are not matched to requests: it
-    /// is the latest that came in after this call began.
+    /// While the backend is away it first waits for its return as `sendData` does. True with the record in
+    /// `record`, or false with nothing in it. Replies are not matched to requests: it is the latest that came
+    /// in after this call began.
     [[nodiscard]] bool readData(std::optional<std::vector<std::byte>> &record);
 
     /// Waits until the backend has taken every block, so that a job is not called printed before; ends early

@@ -26,8 +26,8 @@ class Bundle {
     virtual void setPreferredLanguage(const std::string &language) = 0;
 
     /// The text under `key` in the string table of the preferred language, else in the English one, else
-    /// `defaultText`, else (where that is empty) the key itself. A value that is not a text, or an empty one,
-    /// is none.
+    /// `defaultText`, else (where that is empty) the key itself. A value that is not a text, or one that
+    /// shows nothing, is none.
     [[nodiscard]] virtual std::string localizedStringForKey(const std::string &key,
                                                             const std::string &defaultText) = 0;
 };

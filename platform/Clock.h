@@ -6,8 +6,9 @@
 
 namespace veltrin::platform {
 
-/// The system's time and its waits. Everything in the filter that reads or passes time goes through here, so
-/// that a wait of half a minute can run in a test without half a minute going by.
+/// The system's time and its waits. Everything in the filter that reads or passes time goes through here or
+/// through the turns of a notification center, so that a wait of half a minute can run in a test without half
+/// a minute going by.
 class Clock {
   public:
     Clock() = default;

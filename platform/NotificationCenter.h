@@ -40,10 +40,11 @@ class NotificationError : public std::runtime_error {
 
 /// The system's service of named notifications between processes, as one end of a channel sees it.
 ///
-/// Everything happens on the calling thread: notifications come in, and queued functions run, only while that
-/// thread turns its run loop (`turn`, `turnAfterPost`) or waits inside `post` and `waitForDelivery`.
+/// Everything happens on the calling thread: queued functions run only while that thread turns its run loop
+/// (`turn`, `turnAfterPost`), and notifications come in only then and while it waits inside `claim`, `post`
+/// and `waitForDelivery`.
 ///
-/// The channel catches what these methods throw; nobody else has to do with them.
+/// Whoever is an end of the channel catches what these methods throw; nobody else has to do with them.
 class NotificationCenter {
   public:
     using Observer = std::function<void(const Notification &)>;

@@ -12,8 +12,9 @@
 namespace veltrin::platform {
 
 /// A bundle kept as XML property lists in plain directories: `Info.plist` and
-/// `<language>.lproj/Localizable.strings`. The first directory that has a file wins. Files are read when
-/// first asked for and kept.
+/// `<language>.lproj/Localizable.strings`. The first directory that has an `Info.plist` wins, even if it is
+/// damaged; of each string table the first that can be used. Files are read when first asked for and kept,
+/// string tables until a language is chosen again.
 class PropertyListBundle final : public Bundle {
   public:
     /// Takes one line for the diagnostic log.
