@@ -1,5 +1,6 @@
 #include "bench/PlainCalls.h"
 
+#include "platform/linux/BusHandles.h"
 #include "platform/linux/NotificationMessage.h"
 #include "platform/linux/SealedMemory.h"
 

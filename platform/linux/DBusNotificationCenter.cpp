@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <thread>
 #include <utility>
@@ -39,21 +38,6 @@ constexpr std::size_t inboxLimit = 2 * DBusNotificationCenter::window;
 /// What is posted to a peer that takes nothing even when the job is cancelled: the end-of-job mark and the
 /// command records, in bytes.
 constexpr std::size_t smallBlock = 16;
-
-constexpr const char *busName = "org.freedesktop.DBus";
-constexpr const char *busPath = "/org/freedesktop/DBus";
-
-std::string textOf(int error) {
-    return std::strerror(std::abs(error));
-}
-
-/// Whether a message comes from the given sender, as the bus itself says. The library hands on whatever has
-/// the right form: a signal sent to us alone by somebody else, or a reply to a call that it was not the
-/// receiver of.
-bool isFrom(sd_bus_message *message, const char *expected) {
-    const char *sender = sd_bus_message_get_sender(message);
-    return sender != nullptr && std::strcmp(sender, expected) == 0;
-}
 
 /// Whether a negative error number is a shortage inside this process or this machine that passes.
 bool isPassingShortage(int error) {
@@ -99,16 +83,6 @@ class Flag {
 
 } // namespace
 
-bool isTrustedUser(uid_t peer, uid_t own, std::optional<uid_t> scheduler) {
-    return peer == 0 || peer == own || (own == 0 && peer == scheduler);
-}
-
-bool DBusNotificationCenter::acceptsTrustedUser(uid_t user) {
-    const passwd *scheduler = getpwnam(VELTRIN_SCHEDULER_USER);
-    return isTrustedUser(user, geteuid(),
-                         scheduler != nullptr ? std::optional(scheduler->pw_uid) : std::nullopt);
-}
-
 // ---- The connection
 
 std::unique_ptr<DBusNotificationCenter> DBusNotificationCenter::connect(NotificationCenterClient client,
@@ -137,7 +111,7 @@ std::unique_ptr<DBusNotificationCenter> DBusNotificationCenter::connect(Notifica
         }
     }
     if (result < 0) {
-        problem = "cannot connect to the system bus: " + textOf(result);
+        problem = "cannot connect to the system bus: " + busErrorText(result);
         return nullptr;
     }
     std::unique_ptr<DBusNotificationCenter> center(
@@ -146,7 +120,7 @@ std::unique_ptr<DBusNotificationCenter> DBusNotificationCenter::connect(Notifica
     result = sd_bus_add_filter(raw, &slot, received, center.get());
     center->filter.reset(slot);
     if (result < 0) {
-        problem = "cannot listen on the system bus: " + textOf(result);
+        problem = "cannot listen on the system bus: " + busErrorText(result);
         return nullptr;
     }
     return center;
@@ -193,7 +167,7 @@ bool DBusNotificationCenter::processBus() {
         return true;
     }
     if (result < 0) {
-        loseBus(textOf(result));
+        loseBus(busErrorText(result));
     } else if (sd_bus_is_open(bus.get()) <= 0) {
         loseBus("it closed the connection");
     }
@@ -206,7 +180,7 @@ void DBusNotificationCenter::waitForBus(Time until) {
     if (isBusLost) {
         std::this_thread::sleep_until(until);
     } else if (const int result = pollBus(bus.get(), until); result < 0 && !isPassingShortage(result)) {
-        loseBus(textOf(result));
+        loseBus(busErrorText(result));
     }
 }
 
@@ -228,7 +202,7 @@ void DBusNotificationCenter::startObserving(const std::string &name, const PeerC
     sd_bus_slot *slot = nullptr;
     matchError.reset();
     int result = sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nullptr, matchAnswered, this);
-    observation.emplace(Observation{name, path, peerCommands, std::move(observer), Slot(slot)});
+    observation.emplace(Observation{name, path, peerCommands, std::move(observer), BusSlot(slot)});
     const Time deadline = steady_clock::now() + connectionLimit;
     while (result >= 0 && !matchError) {
         if (isBusLost || steady_clock::now() >= deadline) {
@@ -240,7 +214,7 @@ void DBusNotificationCenter::startObserving(const std::string &name, const PeerC
     if (result < 0 || *matchError != 0) {
         observation.reset();
         throw NotificationError("cannot observe \"" + name +
-                                "\": " + textOf(result < 0 ? result : *matchError));
+                                "\": " + busErrorText(result < 0 ? result : *matchError));
     }
 }
 
@@ -268,7 +242,7 @@ bool DBusNotificationCenter::claim(const std::string &name) {
                      ? -ENOTCONN
                      : sd_bus_call_method_async(bus.get(), &raw, busName, busPath, busName, "RequestName",
                                                 claimAnswered, this, "su", claimed.c_str(), doNotQueue);
-    const Slot slot(raw);
+    const BusSlot slot(raw);
     const Time deadline = steady_clock::now() + connectionLimit;
     while (result >= 0 && !isClaimGranted) {
         if (isBusLost || steady_clock::now() >= deadline) {
@@ -278,7 +252,7 @@ bool DBusNotificationCenter::claim(const std::string &name) {
         }
     }
     if (result < 0) {
-        throw NotificationError("cannot ask for \"" + name + "\": " + textOf(result));
+        throw NotificationError("cannot ask for \"" + name + "\": " + busErrorText(result));
     }
     return *isClaimGranted;
 }
@@ -356,7 +330,7 @@ void DBusNotificationCenter::inquire(Sender &sender) {
         sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
     sender.departure.reset(slot);
     if (result < 0) {
-        refuseSender(sender, "the bus cannot be asked who it is: " + textOf(result));
+        refuseSender(sender, "the bus cannot be asked who it is: " + busErrorText(result));
     } else {
         askForUser(sender);
     }
@@ -376,7 +350,7 @@ void DBusNotificationCenter::ask(Sender &sender, const char *question, sd_bus_me
                                                 &sender, "s", sender.uniqueName.c_str());
     sender.inquiry.reset(slot);
     if (result < 0) {
-        refuseSender(sender, "the bus cannot be asked who it is: " + textOf(result));
+        refuseSender(sender, "the bus cannot be asked who it is: " + busErrorText(result));
     }
 }
 
@@ -515,7 +489,7 @@ bool DBusNotificationCenter::deliverMessage(const Incoming &incoming) {
     if (const int result =
             sd_bus_message_get_expect_reply(message) > 0 ? sd_bus_reply_method_return(message, "") : 0;
         result < 0 && !isBusLost) {
-        client.report("cannot answer " + incoming.sender + ": " + textOf(result));
+        client.report("cannot answer " + incoming.sender + ": " + busErrorText(result));
     }
     if (incoming.standing == Standing::peersFarewell) {
         endWaiting();
@@ -776,7 +750,7 @@ bool DBusNotificationCenter::post(const std::string &name, const std::string &ob
             break;
         }
         if (!isPassingShortage(result) || client.isCancelled()) {
-            throw NotificationError("cannot post: " + textOf(result));
+            throw NotificationError("cannot post: " + busErrorText(result));
         }
         processBus();
         waitForBus(steady_clock::now() + shortagePause);

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "platform/NotificationCenter.h"
+#include "platform/linux/BusHandles.h"
 #include "platform/linux/NotificationMessage.h"
+#include "platform/linux/TrustedUser.h"
 
 #include <systemd/sd-bus.h>
 
@@ -21,10 +23,6 @@
 
 namespace veltrin::platform {
 
-/// Whether an end takes part with a peer of this user: root, or the end's own user; an end of root also takes
-/// the user that the scheduler runs filters as. Nothing stands for a scheduler's user that does not exist.
-[[nodiscard]] bool isTrustedUser(uid_t peer, uid_t own, std::optional<uid_t> scheduler);
-
 /// Notifications on the system message bus; docs/channel.md describes their form. Both ends of a channel use
 /// this class.
 ///
@@ -42,8 +40,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     /// Connects to the system bus (DBUS_SYSTEM_BUS_ADDRESS, if set). Null with `problem` set where it cannot
     /// be reached or does not let us in within 5 seconds. `acceptsUser` says whose notifications are taken.
     [[nodiscard]] static std::unique_ptr<DBusNotificationCenter>
-    connect(NotificationCenterClient client, std::string &problem,
-            UserCheck acceptsUser = acceptsTrustedUser);
+    connect(NotificationCenterClient client, std::string &problem, UserCheck acceptsUser = mayTakePart);
 
     ~DBusNotificationCenter() override;
 
@@ -64,23 +61,12 @@ class DBusNotificationCenter final : public NotificationCenter {
   private:
     using Time = std::chrono::steady_clock::time_point;
 
-    struct BusRelease {
-        void operator()(sd_bus *open) const { sd_bus_close_unref(open); } // drops what is unsent
-    };
-
-    struct SlotRelease {
-        void operator()(sd_bus_slot *slot) const { sd_bus_slot_unref(slot); }
-    };
-
-    using Bus = std::unique_ptr<sd_bus, BusRelease>;
-    using Slot = std::unique_ptr<sd_bus_slot, SlotRelease>;
-
     struct Observation {
         std::string name;
         std::string path;
         PeerCommands peerCommands;
         Observer observer;
-        Slot match;
+        BusSlot match;
     };
 
     enum class Verdict { pending, accepted, refused };
@@ -90,8 +76,8 @@ class DBusNotificationCenter final : public NotificationCenter {
         DBusNotificationCenter &center;
         std::string uniqueName;
         Verdict verdict = Verdict::pending;
-        Slot departure;      // the match for its leaving the bus
-        Slot inquiry;        // the question for its user or its process
+        BusSlot departure;   // the match for its leaving the bus
+        BusSlot inquiry;     // the question for its user or its process
         std::string refusal; // why it is refused
     };
 
@@ -115,7 +101,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     struct Call {
         DBusNotificationCenter &center;
         bool carriesBlock;
-        Slot slot;
+        BusSlot slot;
     };
 
     /// What the turn after a post looks for: room for the next block, a command's reply, or nothing, since
@@ -123,8 +109,6 @@ class DBusNotificationCenter final : public NotificationCenter {
     enum class Post { block, command, answeredCommand, unanswerable };
 
     DBusNotificationCenter(Bus openBus, NotificationCenterClient owner, UserCheck check);
-
-    static bool acceptsTrustedUser(uid_t user);
 
     // Callbacks of the library. They only note what happened; observers run outside of them.
     static int received(sd_bus_message *message, void *center, sd_bus_error *error) noexcept;
@@ -185,7 +169,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     NotificationCenterClient client;
     UserCheck acceptsUser;
     Bus bus; // everything below holds on to it, so it goes last
-    Slot filter;
+    BusSlot filter;
     bool isBusLost = false;
 
     std::optional<Observation> observation;

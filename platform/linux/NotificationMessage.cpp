@@ -1,5 +1,7 @@
 #include "platform/linux/NotificationMessage.h"
 
+#include "platform/linux/BusHandles.h"
+
 #include <unistd.h>
 
 #include <cstring>

@@ -6,7 +6,6 @@
 #include <systemd/sd-bus.h>
 
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -21,12 +20,6 @@ inline constexpr const char *notificationMember = "Posted";
 /// From this size on (in bytes) a block travels in a sealed memory file, else inside the message. From about
 /// here a file is faster; above 32 MiB a message would cost its sender the connection.
 inline constexpr std::size_t memoryFileThreshold = std::size_t{64} * 1024;
-
-struct BusMessageRelease {
-    void operator()(sd_bus_message *message) const { sd_bus_message_unref(message); }
-};
-
-using BusMessage = std::unique_ptr<sd_bus_message, BusMessageRelease>;
 
 /// A notification as it came in; `notification.data` points into the message or into `memory`.
 struct ReceivedNotification {

@@ -1,7 +1,9 @@
 #include "platform/linux/DBusNotificationCenter.h"
 
+#include "platform/linux/BusHandles.h"
 #include "platform/linux/NotificationPath.h"
 #include "platform/linux/SealedMemory.h"
+#include "platform/linux/TrustedUser.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/PrivateBus.h"
 
@@ -1773,9 +1775,8 @@ int keepErrorName(sd_bus_message *message, void *name, sd_bus_error * /*error*/)
 
 /// Takes in what the bus has to say to everything sent before. False where the bus has cut the connection.
 bool waitForBus(sd_bus *bus) {
-    constexpr const char *busName = "org.freedesktop.DBus";
-    const bool isConnected = sd_bus_call_method(bus, busName, "/org/freedesktop/DBus", busName, "GetId",
-                                                nullptr, nullptr, "") >= 0;
+    const bool isConnected =
+        sd_bus_call_method(bus, busName, busPath, busName, "GetId", nullptr, nullptr, "") >= 0;
     while (sd_bus_process(bus, nullptr) > 0) {
     }
     return isConnected;
