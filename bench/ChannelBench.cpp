@@ -6,7 +6,7 @@
 #include "bench/PlainCalls.h"
 #include "bench/Table.h"
 #include "driver/stream/PageStream.h"
-#include "platform/linux/DBusNotificationCenter.h"
+#include "platform/linux/CallWindow.h"
 #include "tests/support/PrivateBus.h"
 
 #include <algorithm>
@@ -93,10 +93,7 @@ class ChannelBench {
         const double blocks = 2.0 * bands;
         const Pair times = inTurns(
             runs, [&] { return print(input).seconds; },
-            [&] {
-                return timePlainCalls(bands, sizeof(BandHeader), bandSize,
-                                      platform::DBusNotificationCenter::window);
-            });
+            [&] { return timePlainCalls(bands, sizeof(BandHeader), bandSize, platform::CallWindow::size); });
         const double block = (times.subject - empty) / blocks;
         const double plain = times.reference / blocks;
         printRow("channel, bands of " + name + " / plain calls", milliseconds(block, 3),

@@ -33,7 +33,7 @@ constexpr auto shortagePause = 10ms;
 
 /// More than a peer that keeps to the window ever has on its way; whoever sends more without waiting for the
 /// replies is refused.
-constexpr std::size_t inboxLimit = 2 * DBusNotificationCenter::window;
+constexpr std::size_t inboxLimit = 2 * CallWindow::size;
 
 /// What is posted to a peer that takes nothing even when the job is cancelled: the end-of-job mark and the
 /// command records, in bytes.
@@ -66,6 +66,10 @@ int pollBus(sd_bus *bus, steady_clock::time_point until) {
 std::string nameOf(uid_t user) {
     const passwd *entry = getpwuid(user);
     return entry != nullptr ? entry->pw_name : std::to_string(user);
+}
+
+PostKind kindOf(const std::optional<std::span<const std::byte>> &data) {
+    return data ? PostKind::block : PostKind::command;
 }
 
 class Flag {
@@ -127,7 +131,8 @@ std::unique_ptr<DBusNotificationCenter> DBusNotificationCenter::connect(Notifica
 }
 
 DBusNotificationCenter::DBusNotificationCenter(Bus openBus, NotificationCenterClient owner, UserCheck check)
-    : client(std::move(owner)), acceptsUser(std::move(check)), bus(std::move(openBus)) {}
+    : client(std::move(owner)), acceptsUser(std::move(check)), bus(std::move(openBus)),
+      calls({.report = client.report}) {}
 
 DBusNotificationCenter::~DBusNotificationCenter() {
     const Time deadline = steady_clock::now() + drainLimit;
@@ -143,7 +148,7 @@ void DBusNotificationCenter::loseBus(const std::string &reason) {
         return;
     }
     client.report("the system bus is lost: " + reason);
-    abandonCalls();
+    calls.abandonCalls();
     if (!peer.empty()) {
         inbox.push_back({peer, nullptr}); // nothing will be heard of it any more
     }
@@ -521,7 +526,7 @@ DBusNotificationCenter::Standing DBusNotificationCenter::standingOf(const Incomi
     }
     peer.clear();
     hasPeerLeft = true;
-    abandonCalls();
+    calls.abandonCalls();
     return hasPeerSaidFarewell ? Standing::ofNobody : Standing::peersFarewell;
 }
 
@@ -552,9 +557,9 @@ DBusNotificationCenter::Standing DBusNotificationCenter::standingOfMessage(const
         return Standing::ofNobody;
     }
     if (becomesPeer) {
-        abandonCalls(); // nobody can say any more that they were printed
+        calls.abandonCalls(); // nobody can say any more that they were printed
         if (observation->peerCommands.presentComesFirst) {
-            isBlockLost = isCommandLost = false; // the next peer is not to answer for the one before
+            calls.forgetLosses(); // the next peer is not to answer for the one before
         }
         peer = sender;
         hasPeerLeft = false;
@@ -674,18 +679,7 @@ void DBusNotificationCenter::turn(std::chrono::microseconds length) {
 }
 
 void DBusNotificationCenter::turnAfterPost(std::chrono::microseconds length) {
-    turnUntil(length, [this] {
-        switch (lastPost) {
-        case Post::block:
-            return calls.size() < window;
-        case Post::answeredCommand:
-            return true;
-        case Post::command:
-        case Post::unanswerable:
-            break;
-        }
-        return false;
-    });
+    turnUntil(length, [this] { return calls.isLastPostDone(); });
 }
 
 /// A turn that also ends when the condition holds and everything that has come in already is looked at.
@@ -735,12 +729,12 @@ bool DBusNotificationCenter::post(const std::string &name, const std::string &ob
         throw NotificationError("a name or object cannot be carried by the system bus");
     }
     const bool isPeerGone = hasPeerSaidFarewell;
-    turnWhile([this] { return calls.size() >= window && !peer.empty() && !hasPeerSaidFarewell; });
+    turnWhile([this] { return !calls.hasRoom() && !peer.empty() && !hasPeerSaidFarewell; });
     if (data && hasPeerSaidFarewell && !isPeerGone && !peer.empty()) {
         return false; // it is not to be sent more until it is back
     }
     // A bus that is filled with the data of a cancelled job would drop what matters then, the cancel record.
-    if (data && data->size() > smallBlock && calls.size() >= window && client.isCancelled()) {
+    if (data && data->size() > smallBlock && !calls.hasRoom() && client.isCancelled()) {
         throw NotificationError("the job is cancelled and the peer takes nothing");
     }
     while (true) {
@@ -756,7 +750,7 @@ bool DBusNotificationCenter::post(const std::string &name, const std::string &ob
         waitForBus(steady_clock::now() + shortagePause);
     }
     turnWhile([this] { return hasUnsent(); });
-    if (takeLoss(data.has_value())) {
+    if (calls.takeLoss(kindOf(data))) {
         throw NotificationError("an earlier notification was not delivered");
     }
     requireReceiver(false);
@@ -789,7 +783,7 @@ void DBusNotificationCenter::requireReceiver(bool withData) const {
 /// Hands one message to the library. Returns 0 or more, or the negative error number.
 int DBusNotificationCenter::trySend(const std::string &name, const std::string &object,
                                     std::optional<std::span<const std::byte>> data) {
-    lastPost = Post::unanswerable;
+    calls.expectNoAnswer();
     const std::string path = notificationPath(name);
     sd_bus_message *raw = nullptr;
     int result = peer.empty() ? sd_bus_message_new_signal(bus.get(), &raw, path.c_str(),
@@ -805,64 +799,15 @@ int DBusNotificationCenter::trySend(const std::string &name, const std::string &
     }
     // With a full window only the end mark, cancel record and goodbye of a cancelled job come here, and
     // commands to a peer that has said its farewell.
-    if (peer.empty() || calls.size() >= window) {
+    if (peer.empty() || !calls.hasRoom()) {
         return sd_bus_send(bus.get(), raw, nullptr); // wants no reply
     }
-    Call &call = calls.emplace_back(Call{*this, data.has_value(), nullptr});
-    sd_bus_slot *slot = nullptr;
-    // Without a time limit: a printer out of paper may hold its backend up for hours.
-    result = sd_bus_call_async(bus.get(), &slot, raw, answered, &call, UINT64_MAX);
-    if (result < 0) {
-        calls.pop_back();
-        return result;
-    }
-    call.slot.reset(slot);
-    lastPost = data ? Post::block : Post::command;
-    return result;
-}
-
-int DBusNotificationCenter::answered(sd_bus_message *reply, void *call, sd_bus_error * /*error*/) noexcept {
-    const Call *finished = static_cast<Call *>(call);
-    DBusNotificationCenter &center = finished->center;
-    if (const sd_bus_error *error = sd_bus_message_get_error(reply)) {
-        center.client.report(std::string("a notification was not delivered: ") + error->name + ": " +
-                             (error->message != nullptr ? error->message : ""));
-        center.noteLoss(finished->carriesBlock);
-    } else if (!isFrom(reply, center.peer.c_str())) {
-        center.client.report("a notification was answered by somebody else than its receiver");
-        center.noteLoss(finished->carriesBlock);
-    }
-    if (center.lastPost == Post::command && finished == &center.calls.back()) {
-        center.lastPost = Post::answeredCommand;
-    }
-    center.calls.remove_if([finished](const Call &other) { return &other == finished; });
-    return 1;
-}
-
-/// Gives up on the replies that are still to come: these calls count as undelivered.
-void DBusNotificationCenter::abandonCalls() {
-    for (const Call &call : calls) {
-        noteLoss(call.carriesBlock);
-    }
-    calls.clear();
-    lastPost = Post::unanswerable;
-}
-
-void DBusNotificationCenter::noteLoss(bool ofBlock) {
-    (ofBlock ? isBlockLost : isCommandLost) = true;
-}
-
-bool DBusNotificationCenter::takeLoss(bool ofBlock) {
-    return std::exchange(ofBlock ? isBlockLost : isCommandLost, false);
-}
-
-bool DBusNotificationCenter::hasUnansweredBlocks() const {
-    return std::any_of(calls.begin(), calls.end(), [](const Call &call) { return call.carriesBlock; });
+    return calls.send(bus.get(), raw, kindOf(data));
 }
 
 bool DBusNotificationCenter::waitForDelivery() {
-    turnWhile([this] { return hasUnansweredBlocks(); });
-    return !takeLoss(true);
+    turnWhile([this] { return calls.hasUnansweredBlocks(); });
+    return !calls.takeLoss(PostKind::block);
 }
 
 } // namespace veltrin::platform

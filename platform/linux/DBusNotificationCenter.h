@@ -2,6 +2,7 @@
 
 #include "platform/NotificationCenter.h"
 #include "platform/linux/BusHandles.h"
+#include "platform/linux/CallWindow.h"
 #include "platform/linux/NotificationMessage.h"
 #include "platform/linux/TrustedUser.h"
 
@@ -13,7 +14,6 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -33,9 +33,6 @@ namespace veltrin::platform {
 class DBusNotificationCenter final : public NotificationCenter {
   public:
     using UserCheck = std::function<bool(uid_t)>;
-
-    /// So many calls may be unanswered at a time.
-    static constexpr std::size_t window = 16;
 
     /// Connects to the system bus (DBUS_SYSTEM_BUS_ADDRESS, if set). Null with `problem` set where it cannot
     /// be reached or does not let us in within 5 seconds. `acceptsUser` says whose notifications are taken.
@@ -97,17 +94,6 @@ class DBusNotificationCenter final : public NotificationCenter {
         Standing standing = Standing::unknown;
     };
 
-    /// A call that the peer has not answered yet.
-    struct Call {
-        DBusNotificationCenter &center;
-        bool carriesBlock;
-        BusSlot slot;
-    };
-
-    /// What the turn after a post looks for: room for the next block, a command's reply, or nothing, since
-    /// the post was no call or its reply has been given up.
-    enum class Post { block, command, answeredCommand, unanswerable };
-
     DBusNotificationCenter(Bus openBus, NotificationCenterClient owner, UserCheck check);
 
     // Callbacks of the library. They only note what happened; observers run outside of them.
@@ -117,7 +103,6 @@ class DBusNotificationCenter final : public NotificationCenter {
     static int nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_error *error) noexcept;
     static int userToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
     static int processToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
-    static int answered(sd_bus_message *reply, void *call, sd_bus_error *error) noexcept;
 
     int receive(sd_bus_message *message);
     Sender &senderNamed(const std::string &uniqueName);
@@ -159,12 +144,8 @@ class DBusNotificationCenter final : public NotificationCenter {
     [[nodiscard]] bool canCarry(const std::string &text);
     [[nodiscard]] int trySend(const std::string &name, const std::string &object,
                               std::optional<std::span<const std::byte>> data);
-    void abandonCalls();
-    void noteLoss(bool ofBlock);
-    [[nodiscard]] bool takeLoss(bool ofBlock);
     void loseBus(const std::string &reason);
     [[nodiscard]] bool hasUnsent() const;
-    [[nodiscard]] bool hasUnansweredBlocks() const;
 
     NotificationCenterClient client;
     UserCheck acceptsUser;
@@ -186,10 +167,7 @@ class DBusNotificationCenter final : public NotificationCenter {
 
     /// Names and objects of posts that the bus is known to carry: a handful, which every block needs.
     std::set<std::string> carriable;
-    std::list<Call> calls;
-    Post lastPost = Post::unanswerable;
-    bool isBlockLost = false;   // and no post has said so yet
-    bool isCommandLost = false; // likewise
+    CallWindow calls;
 
     std::vector<std::function<void()>> later;
 };
