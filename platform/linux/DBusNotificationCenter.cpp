@@ -19,17 +19,11 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
-constexpr auto connectionLimit = 5s;
-constexpr auto drainLimit = 2s;
-
 /// How long a post waits for the bus to tell who has announced itself.
 constexpr auto introductionLimit = 1s;
 
 /// How long a wait for the peer may go on before it looks at the job's cancellation again.
 constexpr auto cancellationInterval = 100ms;
-
-/// How long to pause when the system is short of something.
-constexpr auto shortagePause = 10ms;
 
 /// More than a peer that keeps to the window ever has on its way; whoever sends more without waiting for the
 /// replies is refused.
@@ -38,29 +32,6 @@ constexpr std::size_t inboxLimit = 2 * CallWindow::size;
 /// What is posted to a peer that takes nothing even when the job is cancelled: the end-of-job mark and the
 /// command records, in bytes.
 constexpr std::size_t smallBlock = 16;
-
-/// Whether a negative error number is a shortage inside this process or this machine that passes.
-bool isPassingShortage(int error) {
-    switch (-error) {
-    case EAGAIN:
-    case EMFILE:
-    case ENFILE:
-    case ENOBUFS:
-    case ENOMEM:
-    case ETOOMANYREFS:
-        return true;
-    default:
-        return false;
-    }
-}
-
-/// Polls the bus until `until` or something happens. Returns a negative error number where that is
-/// impossible.
-int pollBus(sd_bus *bus, steady_clock::time_point until) {
-    const auto remaining = std::chrono::duration_cast<std::chrono::microseconds>(until - steady_clock::now());
-    const int result = sd_bus_wait(bus, static_cast<std::uint64_t>(std::max(remaining, 0us).count()));
-    return result == -EINTR ? 0 : result;
-}
 
 /// The user's name, or the number of one who has none.
 std::string nameOf(uid_t user) {
@@ -92,36 +63,13 @@ class Flag {
 std::unique_ptr<DBusNotificationCenter> DBusNotificationCenter::connect(NotificationCenterClient client,
                                                                         std::string &problem,
                                                                         UserCheck acceptsUser) {
-    const Time deadline = steady_clock::now() + connectionLimit;
-    sd_bus *raw = nullptr;
-    int result = 0;
-    // The bus's socket refuses for a moment while too many others are waiting there.
-    while ((result = sd_bus_open_system(&raw)) == -EAGAIN && steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(shortagePause);
-    }
-    Bus bus(raw);
-    while (result >= 0 && sd_bus_is_ready(raw) <= 0) {
-        if (steady_clock::now() >= deadline) {
-            problem = "the system bus did not let us in within 5 seconds";
-            return nullptr;
-        }
-        result = sd_bus_process(raw, nullptr);
-        if (result >= 0 && sd_bus_is_open(raw) <= 0) {
-            problem = "the system bus closed the connection before it let us in";
-            return nullptr;
-        }
-        if (result == 0) {
-            result = pollBus(raw, deadline);
-        }
-    }
-    if (result < 0) {
-        problem = "cannot connect to the system bus: " + busErrorText(result);
+    std::unique_ptr<DBusNotificationCenter> center(
+        new DBusNotificationCenter(std::move(client), std::move(acceptsUser)));
+    if (!center->connection.open(problem)) {
         return nullptr;
     }
-    std::unique_ptr<DBusNotificationCenter> center(
-        new DBusNotificationCenter(std::move(bus), std::move(client), std::move(acceptsUser)));
     sd_bus_slot *slot = nullptr;
-    result = sd_bus_add_filter(raw, &slot, received, center.get());
+    const int result = sd_bus_add_filter(center->connection.get(), &slot, received, center.get());
     center->filter.reset(slot);
     if (result < 0) {
         problem = "cannot listen on the system bus: " + busErrorText(result);
@@ -130,62 +78,19 @@ std::unique_ptr<DBusNotificationCenter> DBusNotificationCenter::connect(Notifica
     return center;
 }
 
-DBusNotificationCenter::DBusNotificationCenter(Bus openBus, NotificationCenterClient owner, UserCheck check)
-    : client(std::move(owner)), acceptsUser(std::move(check)), bus(std::move(openBus)),
+DBusNotificationCenter::DBusNotificationCenter(NotificationCenterClient owner, UserCheck check)
+    : client(std::move(owner)), acceptsUser(std::move(check)),
+      connection({.report = client.report, .whenLost = [this] { noteLossOfBus(); }}),
       calls({.report = client.report}) {}
 
 DBusNotificationCenter::~DBusNotificationCenter() {
-    const Time deadline = steady_clock::now() + drainLimit;
-    while (hasUnsent() && steady_clock::now() < deadline) {
-        if (!processBus()) {
-            waitForBus(deadline);
-        }
-    }
+    connection.drain();
 }
 
-void DBusNotificationCenter::loseBus(const std::string &reason) {
-    if (std::exchange(isBusLost, true)) {
-        return;
-    }
-    client.report("the system bus is lost: " + reason);
+void DBusNotificationCenter::noteLossOfBus() {
     calls.abandonCalls();
     if (!peer.empty()) {
         inbox.push_back({peer, nullptr}); // nothing will be heard of it any more
-    }
-    sd_bus_close(bus.get());
-}
-
-/// Whether a post waits in the library's own queue.
-bool DBusNotificationCenter::hasUnsent() const {
-    std::uint64_t queued = 0;
-    return !isBusLost && sd_bus_get_n_queued_write(bus.get(), &queued) >= 0 && queued > 0;
-}
-
-/// Lets the library do one thing that is due: send, or take in one message. Returns false when nothing is.
-bool DBusNotificationCenter::processBus() {
-    if (isBusLost) {
-        return false;
-    }
-    const int result = sd_bus_process(bus.get(), nullptr);
-    if (isPassingShortage(result)) {
-        std::this_thread::sleep_for(shortagePause);
-        return true;
-    }
-    if (result < 0) {
-        loseBus(busErrorText(result));
-    } else if (sd_bus_is_open(bus.get()) <= 0) {
-        loseBus("it closed the connection");
-    }
-    return result > 0;
-}
-
-/// Waits until `until` or until `processBus` has something to do. A lost bus is waited for all the same:
-/// whoever waits counts on the time going by.
-void DBusNotificationCenter::waitForBus(Time until) {
-    if (isBusLost) {
-        std::this_thread::sleep_until(until);
-    } else if (const int result = pollBus(bus.get(), until); result < 0 && !isPassingShortage(result)) {
-        loseBus(busErrorText(result));
     }
 }
 
@@ -193,10 +98,10 @@ void DBusNotificationCenter::waitForBus(Time until) {
 
 void DBusNotificationCenter::startObserving(const std::string &name, const PeerCommands &peerCommands,
                                             Observer observer) {
-    if (isBusLost) {
+    if (connection.isLost()) {
         throw NotificationError("the system bus is lost");
     }
-    if (!canCarryText(bus.get(), name)) {
+    if (!connection.canCarry(name)) {
         throw NotificationError("the name \"" + name + "\" cannot be carried by the system bus");
     }
     const std::string path = notificationPath(name);
@@ -204,78 +109,28 @@ void DBusNotificationCenter::startObserving(const std::string &name, const PeerC
     // signals.
     const std::string rule = std::string("type='signal',interface='") + notificationInterface + "',member='" +
                              notificationMember + "'" + (client.overheard ? "" : ",path='" + path + "'");
-    sd_bus_slot *slot = nullptr;
-    matchError.reset();
-    int result = sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nullptr, matchAnswered, this);
-    observation.emplace(Observation{name, path, peerCommands, std::move(observer), BusSlot(slot)});
-    const Time deadline = steady_clock::now() + connectionLimit;
-    while (result >= 0 && !matchError) {
-        if (isBusLost || steady_clock::now() >= deadline) {
-            result = -ETIMEDOUT;
-        } else if (!processBus()) {
-            waitForBus(deadline);
-        }
-    }
-    if (result < 0 || *matchError != 0) {
+    observation.emplace(Observation{name, path, peerCommands, std::move(observer)});
+    if (const int error = connection.match(rule); error != 0) {
         observation.reset();
-        throw NotificationError("cannot observe \"" + name +
-                                "\": " + busErrorText(result < 0 ? result : *matchError));
+        throw NotificationError("cannot observe \"" + name + "\": " + busErrorText(error));
     }
-}
-
-int DBusNotificationCenter::matchAnswered(sd_bus_message *reply, void *center,
-                                          sd_bus_error * /*error*/) noexcept {
-    const int error = sd_bus_message_get_errno(reply);
-    static_cast<DBusNotificationCenter *>(center)->matchError =
-        error != 0 || isFrom(reply, busName) ? error : EPERM;
-    return 1;
 }
 
 void DBusNotificationCenter::stopObserving() noexcept {
     observation.reset();
+    connection.endMatch();
 }
 
-/// A name of the bus stands for the claim: the bus gives it to one connection at a time, of those that its
-/// policy lets own it, and takes it back when that one is gone, however it ends.
+/// A name of the bus stands for the claim.
 bool DBusNotificationCenter::claim(const std::string &name) {
-    constexpr std::uint32_t doNotQueue = 4;
     const std::string path = notificationPath(name);
-    const std::string claimed = notificationInterface + ("." + path.substr(path.rfind('/') + 1));
-    sd_bus_slot *raw = nullptr;
-    isClaimGranted.reset();
-    int result = isBusLost
-                     ? -ENOTCONN
-                     : sd_bus_call_method_async(bus.get(), &raw, busName, busPath, busName, "RequestName",
-                                                claimAnswered, this, "su", claimed.c_str(), doNotQueue);
-    const BusSlot slot(raw);
-    const Time deadline = steady_clock::now() + connectionLimit;
-    while (result >= 0 && !isClaimGranted) {
-        if (isBusLost || steady_clock::now() >= deadline) {
-            result = -ETIMEDOUT;
-        } else if (!processBus()) {
-            waitForBus(deadline);
-        }
-    }
-    if (result < 0) {
+    bool isGranted = false;
+    if (const int result =
+            connection.claim(notificationInterface + ("." + path.substr(path.rfind('/') + 1)), isGranted);
+        result < 0) {
         throw NotificationError("cannot ask for \"" + name + "\": " + busErrorText(result));
     }
-    return *isClaimGranted;
-}
-
-int DBusNotificationCenter::claimAnswered(sd_bus_message *reply, void *center,
-                                          sd_bus_error * /*error*/) noexcept {
-    constexpr std::uint32_t granted = 1;
-    constexpr std::uint32_t heldAlready = 4;
-    DBusNotificationCenter &asking = *static_cast<DBusNotificationCenter *>(center);
-    std::uint32_t answer = granted;
-    const sd_bus_error *error = sd_bus_message_get_error(reply);
-    if (error != nullptr || !isFrom(reply, busName) || sd_bus_message_read(reply, "u", &answer) <= 0) {
-        asking.client.report(
-            std::string("cannot make sure that nobody else is a backend of the same printer: ") +
-            (error != nullptr && error->message != nullptr ? error->message : "a strange answer"));
-    }
-    asking.isClaimGranted = answer == granted || answer == heldAlready;
-    return 1;
+    return isGranted;
 }
 
 int DBusNotificationCenter::received(sd_bus_message *message, void *center,
@@ -332,7 +187,7 @@ void DBusNotificationCenter::inquire(Sender &sender) {
                              sender.uniqueName + "'";
     sd_bus_slot *slot = nullptr;
     const int result =
-        sd_bus_add_match_async(bus.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
+        sd_bus_add_match_async(connection.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
     sender.departure.reset(slot);
     if (result < 0) {
         refuseSender(sender, "the bus cannot be asked who it is: " + busErrorText(result));
@@ -351,8 +206,8 @@ void DBusNotificationCenter::askForProcess(Sender &sender) {
 
 void DBusNotificationCenter::ask(Sender &sender, const char *question, sd_bus_message_handler_t take) {
     sd_bus_slot *slot = nullptr;
-    const int result = sd_bus_call_method_async(bus.get(), &slot, busName, busPath, busName, question, take,
-                                                &sender, "s", sender.uniqueName.c_str());
+    const int result = sd_bus_call_method_async(connection.get(), &slot, busName, busPath, busName, question,
+                                                take, &sender, "s", sender.uniqueName.c_str());
     sender.inquiry.reset(slot);
     if (result < 0) {
         refuseSender(sender, "the bus cannot be asked who it is: " + busErrorText(result));
@@ -493,7 +348,7 @@ bool DBusNotificationCenter::deliverMessage(const Incoming &incoming) {
     // Only now: the reply says that the block has been taken.
     if (const int result =
             sd_bus_message_get_expect_reply(message) > 0 ? sd_bus_reply_method_return(message, "") : 0;
-        result < 0 && !isBusLost) {
+        result < 0 && !connection.isLost()) {
         client.report("cannot answer " + incoming.sender + ": " + busErrorText(result));
     }
     if (incoming.standing == Standing::peersFarewell) {
@@ -612,12 +467,13 @@ void DBusNotificationCenter::endWaiting(const std::string &sender) {
 /// what is posted next must not go to a peer that is known to be no more. The observer hears of it in turns,
 /// as ever.
 void DBusNotificationCenter::heedNews() {
-    for (std::size_t messages = 0; messages < inboxLimit && processBus(); ++messages) {
+    for (std::size_t messages = 0; messages < inboxLimit && connection.process(); ++messages) {
     }
     const Time deadline = steady_clock::now() + introductionLimit;
-    while (isAnnouncerUnknown() && !isBusLost && !client.isCancelled() && steady_clock::now() < deadline) {
-        if (!processBus()) {
-            waitForBus(std::min(deadline, steady_clock::now() + cancellationInterval));
+    while (isAnnouncerUnknown() && !connection.isLost() && !client.isCancelled() &&
+           steady_clock::now() < deadline) {
+        if (!connection.process()) {
+            connection.waitUntil(std::min(deadline, steady_clock::now() + cancellationInterval));
         }
     }
     for (std::size_t place = 0; place < inbox.size();) {
@@ -693,11 +549,11 @@ void DBusNotificationCenter::turnUntil(std::chrono::microseconds length, Conditi
         if (deliverNext()) {
             return;
         }
-        if (!processBus()) {
+        if (!connection.process()) {
             if (isOver()) {
                 return;
             }
-            waitForBus(end);
+            connection.waitUntil(end);
         }
     } while (steady_clock::now() < end);
 }
@@ -709,9 +565,9 @@ void DBusNotificationCenter::performLater(std::function<void()> function) {
 /// Turns the bus while the condition holds, the bus is there and the job is not cancelled.
 template <typename Condition>
 void DBusNotificationCenter::turnWhile(Condition isToBeWaitedFor) {
-    while (isToBeWaitedFor() && !isBusLost && !client.isCancelled()) {
-        if (!deliverNext() && !processBus()) {
-            waitForBus(steady_clock::now() + cancellationInterval);
+    while (isToBeWaitedFor() && !connection.isLost() && !client.isCancelled()) {
+        if (!deliverNext() && !connection.process()) {
+            connection.waitUntil(steady_clock::now() + cancellationInterval);
         }
     }
 }
@@ -721,11 +577,11 @@ void DBusNotificationCenter::turnWhile(Condition isToBeWaitedFor) {
 bool DBusNotificationCenter::post(const std::string &name, const std::string &object,
                                   std::optional<std::span<const std::byte>> data) {
     heedNews();
-    if (!isBusLost && isFarewellUntold()) {
+    if (!connection.isLost() && isFarewellUntold()) {
         return false;
     }
     requireReceiver(data.has_value());
-    if (!canCarry(name) || !canCarry(object)) {
+    if (!connection.canCarry(name) || !connection.canCarry(object)) {
         throw NotificationError("a name or object cannot be carried by the system bus");
     }
     const bool isPeerGone = hasPeerSaidFarewell;
@@ -743,13 +599,12 @@ bool DBusNotificationCenter::post(const std::string &name, const std::string &ob
         if (result >= 0) {
             break;
         }
-        if (!isPassingShortage(result) || client.isCancelled()) {
+        if (!BusConnection::isPassingShortage(result) || client.isCancelled()) {
             throw NotificationError("cannot post: " + busErrorText(result));
         }
-        processBus();
-        waitForBus(steady_clock::now() + shortagePause);
+        connection.waitOutShortage();
     }
-    turnWhile([this] { return hasUnsent(); });
+    turnWhile([this] { return connection.hasUnsent(); });
     if (calls.takeLoss(kindOf(data))) {
         throw NotificationError("an earlier notification was not delivered");
     }
@@ -757,18 +612,8 @@ bool DBusNotificationCenter::post(const std::string &name, const std::string &ob
     return true;
 }
 
-bool DBusNotificationCenter::canCarry(const std::string &text) {
-    if (!carriable.contains(text)) {
-        if (!canCarryText(bus.get(), text)) {
-            return false;
-        }
-        carriable.insert(text);
-    }
-    return true;
-}
-
 void DBusNotificationCenter::requireReceiver(bool withData) const {
-    if (isBusLost) {
+    if (connection.isLost()) {
         throw NotificationError("the system bus is lost");
     }
     if (peer.empty() && hasPeerLeft) {
@@ -786,10 +631,11 @@ int DBusNotificationCenter::trySend(const std::string &name, const std::string &
     calls.expectNoAnswer();
     const std::string path = notificationPath(name);
     sd_bus_message *raw = nullptr;
-    int result = peer.empty() ? sd_bus_message_new_signal(bus.get(), &raw, path.c_str(),
-                                                          notificationInterface, notificationMember)
-                              : sd_bus_message_new_method_call(bus.get(), &raw, peer.c_str(), path.c_str(),
-                                                               notificationInterface, notificationMember);
+    int result = peer.empty()
+                     ? sd_bus_message_new_signal(connection.get(), &raw, path.c_str(), notificationInterface,
+                                                 notificationMember)
+                     : sd_bus_message_new_method_call(connection.get(), &raw, peer.c_str(), path.c_str(),
+                                                      notificationInterface, notificationMember);
     const BusMessage message(raw);
     if (result >= 0) {
         result = appendNotification(raw, name, object, data);
@@ -800,9 +646,9 @@ int DBusNotificationCenter::trySend(const std::string &name, const std::string &
     // With a full window only the end mark, cancel record and goodbye of a cancelled job come here, and
     // commands to a peer that has said its farewell.
     if (peer.empty() || !calls.hasRoom()) {
-        return sd_bus_send(bus.get(), raw, nullptr); // wants no reply
+        return sd_bus_send(connection.get(), raw, nullptr); // wants no reply
     }
-    return calls.send(bus.get(), raw, kindOf(data));
+    return calls.send(connection.get(), raw, kindOf(data));
 }
 
 bool DBusNotificationCenter::waitForDelivery() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/NotificationCenter.h"
+#include "platform/linux/BusConnection.h"
 #include "platform/linux/BusHandles.h"
 #include "platform/linux/CallWindow.h"
 #include "platform/linux/NotificationMessage.h"
@@ -17,7 +18,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -46,7 +46,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     void stopObserving() noexcept override;
     [[nodiscard]] bool claim(const std::string &name) override;
 
-    [[nodiscard]] bool isConnected() const override { return !isBusLost; }
+    [[nodiscard]] bool isConnected() const override { return !connection.isLost(); }
 
     [[nodiscard]] bool post(const std::string &name, const std::string &object,
                             std::optional<std::span<const std::byte>> data) override;
@@ -56,14 +56,13 @@ class DBusNotificationCenter final : public NotificationCenter {
     [[nodiscard]] bool waitForDelivery() override;
 
   private:
-    using Time = std::chrono::steady_clock::time_point;
+    using Time = BusConnection::Time;
 
     struct Observation {
         std::string name;
         std::string path;
         PeerCommands peerCommands;
         Observer observer;
-        BusSlot match;
     };
 
     enum class Verdict { pending, accepted, refused };
@@ -94,12 +93,10 @@ class DBusNotificationCenter final : public NotificationCenter {
         Standing standing = Standing::unknown;
     };
 
-    DBusNotificationCenter(Bus openBus, NotificationCenterClient owner, UserCheck check);
+    DBusNotificationCenter(NotificationCenterClient owner, UserCheck check);
 
     // Callbacks of the library. They only note what happened; observers run outside of them.
     static int received(sd_bus_message *message, void *center, sd_bus_error *error) noexcept;
-    static int matchAnswered(sd_bus_message *reply, void *center, sd_bus_error *error) noexcept;
-    static int claimAnswered(sd_bus_message *reply, void *center, sd_bus_error *error) noexcept;
     static int nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_error *error) noexcept;
     static int userToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
     static int processToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
@@ -116,8 +113,6 @@ class DBusNotificationCenter final : public NotificationCenter {
 
     void overhear(sd_bus_message *message) const;
 
-    bool processBus();
-    void waitForBus(Time until);
     [[nodiscard]] Verdict verdictOn(const std::string &sender) const;
     bool deliverNext();
     bool deliver(const Incoming &incoming);
@@ -141,21 +136,16 @@ class DBusNotificationCenter final : public NotificationCenter {
     template <typename Condition>
     void turnWhile(Condition isToBeWaitedFor);
     void requireReceiver(bool withData) const;
-    [[nodiscard]] bool canCarry(const std::string &text);
     [[nodiscard]] int trySend(const std::string &name, const std::string &object,
                               std::optional<std::span<const std::byte>> data);
-    void loseBus(const std::string &reason);
-    [[nodiscard]] bool hasUnsent() const;
+    void noteLossOfBus();
 
     NotificationCenterClient client;
     UserCheck acceptsUser;
-    Bus bus; // everything below holds on to it, so it goes last
+    BusConnection connection; // everything below holds on to it, so it goes last
     BusSlot filter;
-    bool isBusLost = false;
 
     std::optional<Observation> observation;
-    std::optional<int> matchError; // the bus's answer to the match: an error number, 0 where it is in place
-    std::optional<bool> isClaimGranted;    // the bus's answer to the claim
     std::map<std::string, Sender> senders; // by unique name
     std::deque<Incoming> inbox;
     std::deque<Incoming> waiting; // announcements of others while the peer that is there comes first
@@ -165,8 +155,6 @@ class DBusNotificationCenter final : public NotificationCenter {
     bool hasPeerLeft = false;
     bool hasPeerSaidFarewell = false;
 
-    /// Names and objects of posts that the bus is known to carry: a handful, which every block needs.
-    std::set<std::string> carriable;
     CallWindow calls;
 
     std::vector<std::function<void()>> later;
