@@ -2,9 +2,6 @@
 
 #include "platform/linux/NotificationPath.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -32,12 +29,6 @@ constexpr std::size_t inboxLimit = 2 * CallWindow::size;
 /// What is posted to a peer that takes nothing even when the job is cancelled: the end-of-job mark and the
 /// command records, in bytes.
 constexpr std::size_t smallBlock = 16;
-
-/// The user's name, or the number of one who has none.
-std::string nameOf(uid_t user) {
-    const passwd *entry = getpwuid(user);
-    return entry != nullptr ? entry->pw_name : std::to_string(user);
-}
 
 PostKind kindOf(const std::optional<std::span<const std::byte>> &data) {
     return data ? PostKind::block : PostKind::command;
@@ -78,9 +69,17 @@ std::unique_ptr<DBusNotificationCenter> DBusNotificationCenter::connect(Notifica
     return center;
 }
 
-DBusNotificationCenter::DBusNotificationCenter(NotificationCenterClient owner, UserCheck check)
-    : client(std::move(owner)), acceptsUser(std::move(check)),
+DBusNotificationCenter::DBusNotificationCenter(NotificationCenterClient owner, UserCheck acceptsUser)
+    : client(std::move(owner)),
       connection({.report = client.report, .whenLost = [this] { noteLossOfBus(); }}),
+      senders({.connection = connection,
+               .acceptsUser = std::move(acceptsUser),
+               .objectionTo = client.objectionTo,
+               .report = client.report,
+               .whenGone =
+                   [this](const std::string &sender) {
+                       inbox.push_back({sender, nullptr});
+                   }}),
       calls({.report = client.report}) {}
 
 DBusNotificationCenter::~DBusNotificationCenter() {
@@ -152,8 +151,8 @@ int DBusNotificationCenter::receive(sd_bus_message *message) {
         overhear(message);
         return 0;
     }
-    if (const Sender &known = senderNamed(sender); known.verdict == Verdict::refused) {
-        answerWithError(message, SD_BUS_ERROR_ACCESS_DENIED, known.refusal);
+    if (senders.inquire(sender) == Verdict::refused) {
+        answerWithError(message, SD_BUS_ERROR_ACCESS_DENIED, senders.refusalOf(sender));
     } else if (inbox.size() >= inboxLimit) {
         refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "it comes too fast");
     } else {
@@ -171,123 +170,6 @@ void DBusNotificationCenter::overhear(sd_bus_message *message) const {
     }
 }
 
-DBusNotificationCenter::Sender &DBusNotificationCenter::senderNamed(const std::string &uniqueName) {
-    const auto [entry, isNew] = senders.try_emplace(uniqueName, Sender{*this, uniqueName, {}, {}, {}, {}});
-    if (isNew) {
-        inquire(entry->second);
-    }
-    return entry->second;
-}
-
-/// Asks the bus for the sender's user, and to be told when the sender leaves. In this order: a sender that
-/// leaves in between has no user any more, and one that leaves later is reported.
-void DBusNotificationCenter::inquire(Sender &sender) {
-    const std::string rule = std::string("type='signal',sender='") + busName + "',path='" + busPath +
-                             "',interface='" + busName + "',member='NameOwnerChanged',arg0='" +
-                             sender.uniqueName + "'";
-    sd_bus_slot *slot = nullptr;
-    const int result =
-        sd_bus_add_match_async(connection.get(), &slot, rule.c_str(), nameOwnerChanged, nullptr, &sender);
-    sender.departure.reset(slot);
-    if (result < 0) {
-        refuseSender(sender, "the bus cannot be asked who it is: " + busErrorText(result));
-    } else {
-        askForUser(sender);
-    }
-}
-
-void DBusNotificationCenter::askForUser(Sender &sender) {
-    ask(sender, "GetConnectionUnixUser", userToldOf);
-}
-
-void DBusNotificationCenter::askForProcess(Sender &sender) {
-    ask(sender, "GetConnectionUnixProcessID", processToldOf);
-}
-
-void DBusNotificationCenter::ask(Sender &sender, const char *question, sd_bus_message_handler_t take) {
-    sd_bus_slot *slot = nullptr;
-    const int result = sd_bus_call_method_async(connection.get(), &slot, busName, busPath, busName, question,
-                                                take, &sender, "s", sender.uniqueName.c_str());
-    sender.inquiry.reset(slot);
-    if (result < 0) {
-        refuseSender(sender, "the bus cannot be asked who it is: " + busErrorText(result));
-    }
-}
-
-void DBusNotificationCenter::refuseSender(Sender &sender, const std::string &reason) const {
-    sender.verdict = Verdict::refused;
-    sender.refusal = reason;
-    client.report("refused " + sender.uniqueName + ": " + reason);
-}
-
-int DBusNotificationCenter::userToldOf(sd_bus_message *reply, void *sender,
-                                       sd_bus_error * /*error*/) noexcept {
-    Sender &asked = *static_cast<Sender *>(sender);
-    if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
-        asked.center.judgeUser(asked, reply);
-    } else {
-        asked.center.askForUser(asked); // somebody else has answered in the bus's place
-    }
-    return 1;
-}
-
-int DBusNotificationCenter::processToldOf(sd_bus_message *reply, void *sender,
-                                          sd_bus_error * /*error*/) noexcept {
-    Sender &asked = *static_cast<Sender *>(sender);
-    if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
-        asked.center.judgeProcess(asked, reply);
-    } else {
-        asked.center.askForProcess(asked);
-    }
-    return 1;
-}
-
-void DBusNotificationCenter::judgeUser(Sender &sender, sd_bus_message *reply) {
-    std::uint32_t user = 0;
-    if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sd_bus_message_read(reply, "u", &user) <= 0) {
-        refuseSender(sender, "the bus does not tell its user");
-    } else if (!acceptsUser(user)) {
-        refuseSender(sender,
-                     "the user " + nameOf(user) + " may not take part with the user " + nameOf(geteuid()));
-    } else if (client.objectionTo) {
-        askForProcess(sender);
-    } else {
-        sender.verdict = Verdict::accepted;
-    }
-}
-
-/// A process that the bus cannot name, in another namespace say, is heard: its user is a trusted one.
-void DBusNotificationCenter::judgeProcess(Sender &sender, sd_bus_message *reply) {
-    std::uint32_t process = 0;
-    std::string objection;
-    if (sd_bus_message_is_method_error(reply, nullptr) == 0 &&
-        sd_bus_message_read(reply, "u", &process) > 0) {
-        objection = client.objectionTo(static_cast<pid_t>(process));
-    }
-    if (objection.empty()) {
-        sender.verdict = Verdict::accepted;
-    } else {
-        refuseSender(sender, objection);
-    }
-}
-
-int DBusNotificationCenter::nameOwnerChanged(sd_bus_message *message, void *sender,
-                                             sd_bus_error * /*error*/) noexcept {
-    const char *newOwner = nullptr;
-    if (isFrom(message, busName) && sd_bus_message_read(message, "sss", nullptr, nullptr, &newOwner) > 0 &&
-        *newOwner == '\0') {
-        const Sender &gone = *static_cast<Sender *>(sender);
-        gone.center.inbox.push_back({gone.uniqueName, nullptr});
-    }
-    return 0;
-}
-
-/// Nothing is expected any more of a sender that has left the bus.
-DBusNotificationCenter::Verdict DBusNotificationCenter::verdictOn(const std::string &sender) const {
-    const auto known = senders.find(sender);
-    return known != senders.end() ? known->second.verdict : Verdict::refused;
-}
-
 /// Delivers the first of what has come in, of those whose sender is known by now. Returns whether the
 /// observer was called.
 bool DBusNotificationCenter::deliverNext() {
@@ -295,7 +177,7 @@ bool DBusNotificationCenter::deliverNext() {
         return false;
     }
     for (std::size_t place = 0; place < inbox.size();) {
-        if (verdictOn(inbox[place].sender) == Verdict::pending) {
+        if (senders.verdictOn(inbox[place].sender) == Verdict::pending) {
             ++place;
             continue;
         }
@@ -319,10 +201,9 @@ bool DBusNotificationCenter::deliver(const Incoming &incoming) {
     if (!incoming.message) {
         return deliverDeparture(incoming);
     }
-    if (verdictOn(incoming.sender) == Verdict::refused) {
-        const auto sender = senders.find(incoming.sender);
+    if (senders.verdictOn(incoming.sender) == Verdict::refused) {
         answerWithError(incoming.message.get(), SD_BUS_ERROR_ACCESS_DENIED,
-                        sender != senders.end() ? sender->second.refusal : "");
+                        senders.refusalOf(incoming.sender));
         return false;
     }
     return deliverMessage(incoming);
@@ -358,7 +239,7 @@ bool DBusNotificationCenter::deliverMessage(const Incoming &incoming) {
 }
 
 bool DBusNotificationCenter::deliverDeparture(const Incoming &incoming) {
-    senders.erase(incoming.sender);
+    senders.forget(incoming.sender);
     if (incoming.standing != Standing::peersFarewell || !observation) {
         return false;
     }
@@ -371,7 +252,7 @@ bool DBusNotificationCenter::deliverDeparture(const Incoming &incoming) {
 
 DBusNotificationCenter::Standing DBusNotificationCenter::standingOf(const Incoming &incoming) {
     if (incoming.message) {
-        return verdictOn(incoming.sender) == Verdict::accepted
+        return senders.verdictOn(incoming.sender) == Verdict::accepted
                    ? standingOfMessage(incoming.sender, incoming.message.get())
                    : Standing::ofNobody;
     }
@@ -434,7 +315,7 @@ DBusNotificationCenter::Standing DBusNotificationCenter::standingOfMessage(const
 bool DBusNotificationCenter::mustWait(const Incoming &incoming) const {
     if (!observation || !observation->peerCommands.presentComesFirst || !incoming.message ||
         incoming.standing != Standing::unknown || incoming.sender == peer ||
-        verdictOn(incoming.sender) != Verdict::accepted) {
+        senders.verdictOn(incoming.sender) != Verdict::accepted) {
         return false;
     }
     const bool isPeerThere = !peer.empty() && !hasPeerSaidFarewell;
@@ -483,7 +364,8 @@ void DBusNotificationCenter::heedNews() {
             inbox.erase(inbox.begin() + static_cast<std::ptrdiff_t>(place));
             continue;
         }
-        if (incoming.standing == Standing::unknown && verdictOn(incoming.sender) != Verdict::pending) {
+        if (incoming.standing == Standing::unknown &&
+            senders.verdictOn(incoming.sender) != Verdict::pending) {
             incoming.standing = standingOf(incoming);
         }
         ++place;
@@ -493,7 +375,7 @@ void DBusNotificationCenter::heedNews() {
 /// Whether somebody has announced itself of whom the bus has yet to tell the user.
 bool DBusNotificationCenter::isAnnouncerUnknown() const {
     return observation && std::any_of(inbox.begin(), inbox.end(), [this](const Incoming &incoming) {
-               return incoming.message && verdictOn(incoming.sender) == Verdict::pending &&
+               return incoming.message && senders.verdictOn(incoming.sender) == Verdict::pending &&
                       objectOf(incoming.message.get()) == observation->peerCommands.announcement;
            });
 }

@@ -5,6 +5,7 @@
 #include "platform/linux/BusHandles.h"
 #include "platform/linux/CallWindow.h"
 #include "platform/linux/NotificationMessage.h"
+#include "platform/linux/SenderTrust.h"
 #include "platform/linux/TrustedUser.h"
 
 #include <systemd/sd-bus.h>
@@ -15,7 +16,6 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -65,17 +65,7 @@ class DBusNotificationCenter final : public NotificationCenter {
         Observer observer;
     };
 
-    enum class Verdict { pending, accepted, refused };
-
-    /// Somebody on the bus who has sent a notification.
-    struct Sender {
-        DBusNotificationCenter &center;
-        std::string uniqueName;
-        Verdict verdict = Verdict::pending;
-        BusSlot departure;   // the match for its leaving the bus
-        BusSlot inquiry;     // the question for its user or its process
-        std::string refusal; // why it is refused
-    };
+    using Verdict = SenderTrust::Verdict;
 
     /// What an incoming notification is to the channel. Found out once for each, in the order of their
     /// coming, at the latest when it is delivered.
@@ -93,27 +83,13 @@ class DBusNotificationCenter final : public NotificationCenter {
         Standing standing = Standing::unknown;
     };
 
-    DBusNotificationCenter(NotificationCenterClient owner, UserCheck check);
+    DBusNotificationCenter(NotificationCenterClient owner, UserCheck acceptsUser);
 
     // Callbacks of the library. They only note what happened; observers run outside of them.
     static int received(sd_bus_message *message, void *center, sd_bus_error *error) noexcept;
-    static int nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_error *error) noexcept;
-    static int userToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
-    static int processToldOf(sd_bus_message *reply, void *sender, sd_bus_error *error) noexcept;
-
     int receive(sd_bus_message *message);
-    Sender &senderNamed(const std::string &uniqueName);
-    void inquire(Sender &sender);
-    void askForUser(Sender &sender);
-    void askForProcess(Sender &sender);
-    void ask(Sender &sender, const char *question, sd_bus_message_handler_t take);
-    void refuseSender(Sender &sender, const std::string &reason) const;
-    void judgeUser(Sender &sender, sd_bus_message *reply);
-    void judgeProcess(Sender &sender, sd_bus_message *reply);
-
     void overhear(sd_bus_message *message) const;
 
-    [[nodiscard]] Verdict verdictOn(const std::string &sender) const;
     bool deliverNext();
     bool deliver(const Incoming &incoming);
     bool deliverMessage(const Incoming &incoming);
@@ -141,12 +117,11 @@ class DBusNotificationCenter final : public NotificationCenter {
     void noteLossOfBus();
 
     NotificationCenterClient client;
-    UserCheck acceptsUser;
     BusConnection connection; // everything below holds on to it, so it goes last
     BusSlot filter;
 
     std::optional<Observation> observation;
-    std::map<std::string, Sender> senders; // by unique name
+    SenderTrust senders;
     std::deque<Incoming> inbox;
     std::deque<Incoming> waiting; // announcements of others while the peer that is there comes first
     bool isDelivering = false;
