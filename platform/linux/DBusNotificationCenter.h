@@ -2,22 +2,19 @@
 
 #include "platform/NotificationCenter.h"
 #include "platform/linux/BusConnection.h"
-#include "platform/linux/BusHandles.h"
 #include "platform/linux/CallWindow.h"
-#include "platform/linux/NotificationMessage.h"
+#include "platform/linux/Inbox.h"
 #include "platform/linux/SenderTrust.h"
 #include "platform/linux/TrustedUser.h"
-
-#include <systemd/sd-bus.h>
 
 #include <sys/types.h>
 
 #include <chrono>
 #include <cstddef>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,7 +26,9 @@ namespace veltrin::platform {
 /// The two ends find each other by broadcast signals. From the peer's first notification on, everything is
 /// sent to it alone, as calls whose replies say that they were delivered.
 ///
-/// There is no thread, and nothing waits inside the library: every wait is a poll of the bus with a limit.
+/// This class conducts: turns, posts and waits. What it conducts is the connection to the bus, the trust in
+/// those who send, the inbox with what they sent, and the window of calls that are not answered yet. They do
+/// not know of it.
 class DBusNotificationCenter final : public NotificationCenter {
   public:
     using UserCheck = std::function<bool(uid_t)>;
@@ -58,80 +57,31 @@ class DBusNotificationCenter final : public NotificationCenter {
   private:
     using Time = BusConnection::Time;
 
-    struct Observation {
-        std::string name;
-        std::string path;
-        PeerCommands peerCommands;
-        Observer observer;
+    struct Settings {
+        NotificationCenterClient client;
+        UserCheck acceptsUser;
     };
 
-    using Verdict = SenderTrust::Verdict;
-
-    /// What an incoming notification is to the channel. Found out once for each, in the order of their
-    /// coming, at the latest when it is delivered.
-    enum class Standing {
-        unknown,
-        ofPeer,        ///< of the peer, which it may have become by it
-        peersFarewell, ///< said, or meant by leaving the bus
-        ofNobody,      ///< of somebody who is not the peer
-    };
-
-    /// What has come in and is not delivered yet.
-    struct Incoming {
-        std::string sender;
-        BusMessage message; // null: the sender has left the bus
-        Standing standing = Standing::unknown;
-    };
-
-    DBusNotificationCenter(NotificationCenterClient owner, UserCheck acceptsUser);
-
-    // Callbacks of the library. They only note what happened; observers run outside of them.
-    static int received(sd_bus_message *message, void *center, sd_bus_error *error) noexcept;
-    int receive(sd_bus_message *message);
-    void overhear(sd_bus_message *message) const;
-
-    bool deliverNext();
-    bool deliver(const Incoming &incoming);
-    bool deliverMessage(const Incoming &incoming);
-    bool deliverDeparture(const Incoming &incoming);
-    void observe(const Notification &notification);
-    [[nodiscard]] Standing standingOf(const Incoming &incoming);
-    [[nodiscard]] Standing standingOfMessage(const std::string &sender, sd_bus_message *message);
-    [[nodiscard]] bool mustWait(const Incoming &incoming) const;
-    void letWait(Incoming incoming);
-    void endWaiting();
-    void endWaiting(const std::string &sender);
-    void heedNews();
-    [[nodiscard]] bool isAnnouncerUnknown() const;
-    [[nodiscard]] bool isFarewellUntold() const;
-    void refuse(sd_bus_message *message, const char *error, const std::string &reason) const;
-    static void answerWithError(sd_bus_message *message, const char *error, const std::string &reason);
+    explicit DBusNotificationCenter(Settings settings);
 
     template <typename Condition>
     void turnUntil(std::chrono::microseconds length, Condition isOver);
     template <typename Condition>
     void turnWhile(Condition isToBeWaitedFor);
+    void heedNews();
     void requireReceiver(bool withData) const;
+    void send(const std::string &name, const std::string &object,
+              std::optional<std::span<const std::byte>> data);
     [[nodiscard]] int trySend(const std::string &name, const std::string &object,
                               std::optional<std::span<const std::byte>> data);
     void noteLossOfBus();
+    void notePeerChange(Inbox::PeerChange change);
 
     NotificationCenterClient client;
     BusConnection connection; // everything below holds on to it, so it goes last
-    BusSlot filter;
-
-    std::optional<Observation> observation;
     SenderTrust senders;
-    std::deque<Incoming> inbox;
-    std::deque<Incoming> waiting; // announcements of others while the peer that is there comes first
-    bool isDelivering = false;
-
-    std::string peer; // its unique name; empty while there is none
-    bool hasPeerLeft = false;
-    bool hasPeerSaidFarewell = false;
-
+    Inbox inbox;
     CallWindow calls;
-
     std::vector<std::function<void()>> later;
 };
 
