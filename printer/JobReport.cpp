@@ -116,8 +116,8 @@ std::string summaryOf(const JobReport &job) {
     return text;
 }
 
-JobRecorder::JobRecorder(std::uint64_t number, StreamReader::Sink alsoTo)
-    : sink(std::move(alsoTo)),
+JobRecorder::JobRecorder(std::uint64_t number, StreamReader::Sink theSink)
+    : sink(std::move(theSink)),
       reader([this](const StreamEvent &event) { note(event); }, IdentifierRule::absent) {
     report.number = number;
 }

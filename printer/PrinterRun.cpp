@@ -50,8 +50,8 @@ bool endWanted() {
     return endSignal;
 }
 
-PrinterRun::PrinterRun(platform::Platform &itsPlatform, Wishes itsWishes)
-    : platform(itsPlatform), wishes(std::move(itsWishes)), printer(wishes.scenario, wishes.listener) {}
+PrinterRun::PrinterRun(platform::Platform &thePlatform, Wishes theWishes)
+    : platform(thePlatform), wishes(std::move(theWishes)), printer(wishes.scenario, wishes.listener) {}
 
 bool PrinterRun::run(std::string &problem) {
     if (!connect(problem)) {

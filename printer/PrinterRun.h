@@ -41,7 +41,7 @@ class PrinterRun {
         std::function<bool(VirtualPrinter &printer, PrinterTime now)> goOn;
     };
 
-    PrinterRun(platform::Platform &itsPlatform, Wishes itsWishes);
+    PrinterRun(platform::Platform &platform, Wishes wishes);
 
     /// Serves the channel until it is told not to go on, or the printer has vanished for good. Returns false,
     /// with `problem` set, where there is no channel to serve, or not any more.

@@ -22,7 +22,7 @@ class StatusView {
     static constexpr std::size_t lineLimit = 10;
 
     /// `printerName` is what it is reached by.
-    explicit StatusView(std::string printerName) : name(std::move(printerName)) {}
+    explicit StatusView(std::string theName) : name(std::move(theName)) {}
 
     void addLine(const std::string &line);
 

@@ -19,7 +19,7 @@ class Timeline {
         bool begins;
     };
 
-    explicit Timeline(std::vector<ScenarioEvent> scenarioEvents) : events(std::move(scenarioEvents)) {}
+    explicit Timeline(std::vector<ScenarioEvent> theEvents) : events(std::move(theEvents)) {}
 
     [[nodiscard]] const ScenarioEvent &event(const Entry &entry) const { return events[entry.event]; }
 

@@ -31,8 +31,8 @@ std::string describe(const PageRead &page, std::size_t place) {
 
 } // namespace
 
-VirtualPrinter::VirtualPrinter(Scenario itsScenario, PrinterListener itsListener)
-    : scenario(std::move(itsScenario)), listener(std::move(itsListener)), model(scenario.printer),
+VirtualPrinter::VirtualPrinter(Scenario theScenario, PrinterListener theListener)
+    : scenario(std::move(theScenario)), listener(std::move(theListener)), model(scenario.printer),
       timeline(scenario.events), toldStatus(model.status()) {
     // Whoever waits for the printer already has missed nothing by it. A late announcement waits for a job.
     if (scenario.announcement == 0us) {

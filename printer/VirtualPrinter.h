@@ -53,7 +53,7 @@ struct PrinterListener {
 
 class VirtualPrinter {
   public:
-    VirtualPrinter(Scenario itsScenario, PrinterListener itsListener);
+    VirtualPrinter(Scenario scenario, PrinterListener listener);
 
     /// Data may also come beside the channel, as to a backend whose job no filter has handled.
     void takeData(std::span<const std::byte> bytes, PrinterTime now);

@@ -120,8 +120,8 @@ std::string partName(Tag tag) {
     }
 }
 
-StreamReader::StreamReader(Sink eventSink, IdentifierRule identifierRule, ReaderOptions readerOptions)
-    : sink(std::move(eventSink)), rule(identifierRule), options(readerOptions) {}
+StreamReader::StreamReader(Sink theSink, IdentifierRule theRule, ReaderOptions theOptions)
+    : sink(std::move(theSink)), rule(theRule), options(theOptions) {}
 
 void StreamReader::feed(std::span<const std::byte> bytes) {
     while (!bytes.empty()) {
