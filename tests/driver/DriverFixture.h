@@ -2,9 +2,9 @@
 
 #include "driver/DriverFilter.h"
 #include "driver/stream/StreamMaker.h"
-#include "tests/driver/ExpectedOutput.h"
 #include "tests/driver/PlayedPrinter.h"
 #include "tests/support/Arguments.h"
+#include "tests/support/ExpectedOutput.h"
 
 #include <memory>
 #include <string>
@@ -17,7 +17,6 @@ class DriverFixture : public PlayedPrinter {
   protected:
     static constexpr const char *spoolFolder = "/tmp/spool";
     static constexpr const char *fileUri = "file:///dev/null";
-    static inline const std::string resetRecord = "GDIC GDIREND    ";
 
     DriverFixture();
     ~DriverFixture() override;

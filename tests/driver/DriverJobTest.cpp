@@ -2,6 +2,7 @@
 
 #include "filter/Cancellation.h"
 #include "tests/driver/DriverFixture.h"
+#include "tests/support/BytesAre.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,10 +17,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
+using test::Bytes;
+using test::BytesAre;
 using test::cancelRecord;
 using test::JobOptions;
 using test::printed;
 using test::printerUri;
+using test::resetRecord;
 using test::streamOf;
 using test::textOf;
 using testing::Contains;
@@ -34,7 +38,7 @@ TEST_F(DriverJobTest, AJobOverTheChannelGoesStepByStep) {
     EXPECT_TRUE(print("", makeStream(stream)));
     driver.reset();
 
-    EXPECT_TRUE(received == resetRecord + printed(stream, 0, "1"));
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + printed(stream, 0, "1")));
     EXPECT_EQ(output.written(), "");
     EXPECT_EQ(errors.written(), "INFO: Ready\nINFO: Ready\n");
     EXPECT_THAT(platform.fakeClock.sleeps, ElementsAre(2s));
@@ -90,8 +94,9 @@ TEST_F(DriverJobTest, TheLastPassOfTheWaitForThePortDecides) {
         EXPECT_EQ(print("", makeStream(streamOf(1))), !lastPassFails);
         EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port").Times(2));
         EXPECT_THAT(log.messages(), Contains("ASSERT: checkStatus error").Times(1));
-        EXPECT_TRUE(received ==
-                    resetRecord + (lastPassFails ? cancelRecord() : printed(streamOf(1), 0, "1")));
+        EXPECT_THAT(
+            Bytes(received),
+            BytesAre(resetRecord() + (lastPassFails ? cancelRecord() : printed(streamOf(1), 0, "1"))));
     }
 }
 
@@ -103,7 +108,7 @@ TEST_F(DriverJobTest, AFailedStatusReadingInThePortWaitCancelsTheJobWithoutAReco
                                                        "ASSERT: checkStatus error",
                                                        "DriverFilter run: Waiting for port (0)"}));
     EXPECT_THAT(log.messages(), Not(Contains("ASSERT: checkHeaderSize error")));
-    EXPECT_TRUE(received == resetRecord + cancelRecord());
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + cancelRecord()));
 }
 
 TEST_F(DriverJobTest, AFailedMemoryCheckCancelsTheJob) {
@@ -111,7 +116,7 @@ TEST_F(DriverJobTest, AFailedMemoryCheckCancelsTheJob) {
     cancelAfterSleeps(2); // the port wait's sleep, then the memory wait's
     EXPECT_FALSE(print("", makeStream(streamOf(1))));
     EXPECT_THAT(log.messages(), Contains("ASSERT: checkHeaderSize error"));
-    EXPECT_TRUE(received == resetRecord + cancelRecord());
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + cancelRecord()));
 }
 
 TEST_F(DriverJobTest, AResetThatCannotBeSentCancelsTheJob) {
@@ -126,7 +131,7 @@ TEST_F(DriverJobTest, AResetThatCannotBeSentCancelsTheJob) {
 TEST_F(DriverJobTest, ABrokenStreamCancelsTheJobOverTheChannel) {
     const std::string whole = makeStream(streamOf(2));
     EXPECT_FALSE(print("", whole.substr(0, whole.size() - 4)));
-    EXPECT_TRUE(received == resetRecord + printed(streamOf(2), 0, "1 2") + cancelRecord());
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + printed(streamOf(2), 0, "1 2") + cancelRecord()));
     EXPECT_EQ(output.written(), "");
 }
 

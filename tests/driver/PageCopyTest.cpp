@@ -2,6 +2,7 @@
 
 #include "filter/Cancellation.h"
 #include "tests/driver/DriverFixture.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
@@ -13,10 +14,13 @@
 namespace veltrin {
 namespace {
 
+using test::Bytes;
+using test::BytesAre;
 using test::cancelRecord;
 using test::JobOptions;
 using test::mebibyte;
 using test::printed;
+using test::resetRecord;
 using test::streamOf;
 using testing::Contains;
 using testing::Each;
@@ -56,14 +60,14 @@ TEST_F(PageCopyTest, CountsEveryHeaderOfAPageThatTheEndMarkCutsShort) {
 
 TEST_F(PageCopyTest, AnEndMarkAloneIsNoPage) {
     EXPECT_TRUE(printToFile("", streamWith("")));
-    EXPECT_TRUE(output.written() == printed(streamOf(0), 0, ""));
+    EXPECT_THAT(Bytes(output.written()), BytesAre(printed(streamOf(0), 0, "")));
     EXPECT_THAT(log.messages(), Contains("DriverFilter copyPageFrom: eoj at tag: 0"));
 }
 
 TEST_F(PageCopyTest, WhatFollowsTheEndMarkDoesNotGetIntoTheSpooledPages) {
     const StreamOptions stream = streamOf(2);
     EXPECT_TRUE(printToFile(twoSided, makeStream(stream) + makePage(stream, 3)));
-    EXPECT_TRUE(output.written() == printed(stream, 0x0200, "1 2*"));
+    EXPECT_THAT(Bytes(output.written()), BytesAre(printed(stream, 0x0200, "1 2*")));
 }
 
 TEST_F(PageCopyTest, KeepsTheBandNumberAsItIsStored) {
@@ -123,7 +127,7 @@ TEST_F(PageCopyTest, APageThatThePrinterHasNoRoomForIsNotSent) {
     printer.headerMemory = 1024 + 1; // enough to begin with, and not for a page's header
     cancelAfterSleeps(2);            // the wait for the port, and that for room
     EXPECT_FALSE(print("", makeStream(streamOf(1))));
-    EXPECT_TRUE(received == resetRecord + printed(streamOf(1), 0, "") + cancelRecord());
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + printed(streamOf(1), 0, "") + cancelRecord()));
     EXPECT_THAT(log.messages(), Each(Not(HasSubstr("copyPageFrom"))));
 }
 
@@ -167,7 +171,7 @@ TEST_F(PageCopyTest, BeforeThePrinterHasSaidAnythingEveryTraysMediaIs0) {
 
 TEST_F(PageCopyTest, AnOrdinaryNameLeavesTheTrayAlone) {
     EXPECT_TRUE(print(JobOptions{.jobName = "letters"}.argument(), makeStream(streamOf(1))));
-    EXPECT_TRUE(received == resetRecord + printed(streamOf(1), 0, "1"));
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + printed(streamOf(1), 0, "1")));
     EXPECT_THAT(log.messages(), Each(Not(HasSubstr("priorityTray"))));
 }
 

@@ -28,6 +28,18 @@ class PageInputTest : public testing::Test {
         return {path, memory};
     }
 
+    /// Reads the data of a band of so many bytes, and gives back how many were read.
+    static std::int32_t readBand(PageInput &input, std::uint32_t size) {
+        StreamHeader header;
+        BandHeader bandHeader{};
+        bandHeader.MagicNumber = bandHeaderTag;
+        bandHeader.dwMSize = size;
+        header.store(bandHeader);
+        std::int32_t got = -1;
+        EXPECT_TRUE(input.readHeaderData(header, got));
+        return got;
+    }
+
     test::CapturedLog log;
     InputMemory memory;
 };
@@ -91,24 +103,14 @@ TEST_F(PageInputTest, TheBufferGrowsToExactlyWhatTheLargestBandNeeds) {
     EXPECT_EQ(memory.dataBufferSize, initial);
     const std::int32_t large = initial + 17;
     PageInput input = inputOf(std::string(3 * std::size_t{initial}, 'd'));
-    const auto readBand = [&](std::uint32_t size) {
-        StreamHeader header;
-        BandHeader bandHeader{};
-        bandHeader.MagicNumber = bandHeaderTag;
-        bandHeader.dwCSize = size;
-        header.store(bandHeader);
-        std::int32_t got = -1;
-        EXPECT_TRUE(input.readHeaderData(header, got));
-        return got;
-    };
     const std::byte *first = input.data();
-    EXPECT_EQ(readBand(0), 0);
-    EXPECT_EQ(readBand(initial), initial);
+    EXPECT_EQ(readBand(input, 0), 0);
+    EXPECT_EQ(readBand(input, initial), initial);
     EXPECT_EQ(input.data(), first);
-    EXPECT_EQ(readBand(large), large);
+    EXPECT_EQ(readBand(input, large), large);
     EXPECT_EQ(memory.dataBufferSize, large);
     const std::byte *grown = input.data();
-    EXPECT_EQ(readBand(5), 5);
+    EXPECT_EQ(readBand(input, 5), 5);
     EXPECT_EQ(memory.dataBufferSize, large);
     EXPECT_EQ(input.data(), grown);
 }
@@ -117,19 +119,9 @@ TEST_F(PageInputTest, AMissingBufferIsNotTouchedAndMadeAgainWhenNeeded) {
     // As a failed allocation leaves it.
     memory.dataBufferSize = 0x70000000;
     PageInput input = inputOf("abc");
-    const auto readBand = [&](std::uint32_t size) {
-        StreamHeader header;
-        BandHeader bandHeader{};
-        bandHeader.MagicNumber = bandHeaderTag;
-        bandHeader.dwMSize = size;
-        header.store(bandHeader);
-        std::int32_t got = -1;
-        EXPECT_TRUE(input.readHeaderData(header, got));
-        return got;
-    };
-    EXPECT_EQ(readBand(0), 0);
+    EXPECT_EQ(readBand(input, 0), 0);
     EXPECT_EQ(input.data(), nullptr);
-    EXPECT_EQ(readBand(3), 3);
+    EXPECT_EQ(readBand(input, 3), 3);
     EXPECT_EQ(memory.dataBufferSize, 3);
     ASSERT_NE(input.data(), nullptr);
     EXPECT_EQ(std::memcmp(input.data(), "abc", 3), 0);

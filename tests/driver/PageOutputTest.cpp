@@ -2,6 +2,7 @@
 
 #include "driver/stream/StreamMaker.h"
 #include "tests/driver/PrinterStatusFixture.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
@@ -19,6 +20,8 @@
 namespace veltrin {
 namespace {
 
+using test::Bytes;
+using test::BytesAre;
 using test::linesOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -143,7 +146,7 @@ TEST_F(PageOutputTest, BandsAreWrittenTogetherUnlessTheChannelTakesThemOneByOne)
     EXPECT_EQ(PageOutput::toFile(7, status).bandsToBatch(bytesIn(bands)), run);
     EXPECT_EQ(channel.bandsToBatch(bytesIn(bands)), BandRun());
     EXPECT_EQ(standardOutput.writeBandRun(run, bytesIn(bands + "more")), Written::all);
-    EXPECT_TRUE(output.written() == bands);
+    EXPECT_THAT(Bytes(output.written()), BytesAre(bands));
 }
 
 TEST_F(PageOutputTest, AFailedWriteReportsWhatIsMissingAndTellsTheUser) {

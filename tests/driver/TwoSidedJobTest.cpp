@@ -2,6 +2,7 @@
 
 #include "filter/Cancellation.h"
 #include "tests/driver/DriverFixture.h"
+#include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
@@ -14,9 +15,12 @@
 namespace veltrin {
 namespace {
 
+using test::Bytes;
+using test::BytesAre;
 using test::cancelRecord;
 using test::JobOptions;
 using test::printed;
+using test::resetRecord;
 using test::streamOf;
 using test::textOf;
 using testing::Contains;
@@ -45,7 +49,8 @@ TEST_F(TwoSidedJobTest, ADuplexUnitGetsItsOrderWhateverTheConfigurationSays) {
         EXPECT_TRUE(print(
             JobOptions{.copies = 2, .collate = one.collate, .duplexing = 2, .sidesImaged = 8}.argument(),
             makeStream(stream)));
-        EXPECT_TRUE(received == resetRecord + printed(stream, 0x0200, one.pages)) << one.pages;
+        EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + printed(stream, 0x0200, one.pages)))
+            << one.pages;
         EXPECT_THAT(log.messages(), Contains("DriverFilter duplex: Duplexing 214365"));
         EXPECT_THAT(log.messages(),
                     Contains(testing::MatchesRegex("DriverFilter unspoolPages \\(" +
@@ -80,7 +85,7 @@ TEST_F(TwoSidedJobTest, AOnePageJobForADuplexUnitIsAFirstSide) {
     printer.duplexUnit = true;
     EXPECT_TRUE(
         print(JobOptions{.copies = 3, .duplexing = 2, .sidesImaged = 3}.argument(), makeStream(streamOf(1))));
-    EXPECT_TRUE(received == resetRecord + printed(streamOf(1), 0, "1(12)"));
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + printed(streamOf(1), 0, "1(12)")));
 }
 
 TEST_F(TwoSidedJobTest, SpoolFilesAreGoneBeforeTheEndOfTheJobIsWaitedFor) {
@@ -126,7 +131,7 @@ TEST_F(TwoSidedJobTest, AnOldSystemsRendererRepeatsPageAfterPage) {
                                            "DriverFilter spoolPages: copying path at index 2"}));
         EXPECT_THAT(log.messages(),
                     Contains("ASSERT: Gestalt(gestaltSystemVersion) failed -50").Times(fails ? 1 : 0));
-        EXPECT_TRUE(output.written() == printed(stream, turned, "1 1 2* 2"));
+        EXPECT_THAT(Bytes(output.written()), BytesAre(printed(stream, turned, "1 1 2* 2")));
     }
 }
 
@@ -206,7 +211,7 @@ TEST_F(TwoSidedJobTest, ACancelledJobGoesOnWithPagesThatDoNotFail) {
     platform.beforeSystemVersion = [] { gSigTerm = 1; };
     EXPECT_TRUE(print(JobOptions{.duplexing = 2, .sidesImaged = 4}.argument(), makeStream(stream)));
     EXPECT_THAT(log.messages(), Not(Contains(testing::HasSubstr("copyPageFromPath failed"))));
-    EXPECT_TRUE(received == resetRecord + printed(stream, turned, "1 2 3* 4"));
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + printed(stream, turned, "1 2 3* 4")));
 }
 
 TEST_F(TwoSidedJobTest, FailedHeadersDoNotKeepThePagesBackAndCountOnlyWithoutPages) {
@@ -228,7 +233,8 @@ TEST_F(TwoSidedJobTest, FailedHeadersDoNotKeepThePagesBackAndCountOnlyWithoutPag
             paused[33] = 0x10;
             return paused;
         }();
-        EXPECT_TRUE(received == resetRecord + (withPages ? pages + "JIDG" : "JIDG" + cancelRecord()));
+        EXPECT_THAT(Bytes(received),
+                    BytesAre(resetRecord() + (withPages ? pages + "JIDG" : "JIDG" + cancelRecord())));
     }
 }
 
