@@ -1,6 +1,7 @@
 #include "driver/PageOutput.h"
 
 #include "log/DebugLog.h"
+#include "platform/WriteAll.h"
 
 #include <unistd.h>
 
@@ -9,19 +10,6 @@
 namespace veltrin {
 
 namespace {
-
-/// Writes until everything is written or a write fails, and returns the number of bytes written.
-std::size_t writeUntilFailure(int fd, std::span<const std::byte> bytes) {
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const ssize_t put = write(fd, &bytes[written], bytes.size() - written);
-        if (put < 0) {
-            break;
-        }
-        written += static_cast<std::size_t>(put);
-    }
-    return written;
-}
 
 /// Reports that a write has failed with this many bytes of a header or of its data still missing.
 void reportFailedWrite(std::size_t missing) {
@@ -52,7 +40,7 @@ bool PageOutput::writeToFD(const void *buffer, std::int32_t size) {
             return true;
         }
     } else {
-        const std::size_t written = writeUntilFailure(fd, bytes);
+        const std::size_t written = platform::writeAll(fd, bytes);
         if (written == bytes.size()) {
             return true;
         }
@@ -78,7 +66,7 @@ BandRun PageOutput::bandsToBatch(std::span<const std::byte> stream) const {
 }
 
 Written PageOutput::writeBandRun(const BandRun &run, std::span<const std::byte> stream) {
-    const std::size_t written = writeUntilFailure(fd, stream.first(run.size));
+    const std::size_t written = platform::writeAll(fd, stream.first(run.size));
     if (written == run.size) {
         return Written::all;
     }
