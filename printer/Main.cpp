@@ -15,7 +15,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <iostream>
+#include <memory>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -106,58 +109,117 @@ bool isForPicture(const std::string &line) {
     return !line.starts_with("< writePipe");
 }
 
-/// Says what went wrong with a file, if something did. Returns whether all is well.
-bool isFine(const OutputFile &file, const std::string &path) {
-    return file.error() == 0 || reportFailure(program, path, file.error()) == exitFine;
-}
+/// What people see of the run: on a terminal a picture that changes, else a line for each thing that happens.
+class Display {
+  public:
+    explicit Display(std::string name) : view(std::move(name)) {}
 
-int servePrinter(const Options &options, Scenario scenario) {
-    // What is in the files is another printer's until it is known that this one can start.
-    OutputFile output(options.outputFile);
-    OutputFile reportFile(options.reportFile);
-    bool hasStarted = false;
-    if (!isFine(output, options.outputFile) || !isFine(reportFile, options.reportFile)) {
-        return exitFailure;
-    }
-    const bool onTerminal = isatty(STDOUT_FILENO) == 1;
-    StatusView view(options.uri + (scenario.description.empty() ? "" : ": " + scenario.description));
-    Terminal terminal;
-    LineOutput lines(STDOUT_FILENO);
-    Pace pace;
-    std::vector<JobReport> jobs;
-
-    PrinterListener listener;
-    listener.told = [&view, &lines, onTerminal](PrinterTime when, const std::string &line) {
+    void tell(PrinterTime when, const std::string &line) {
         const std::string text = secondsText(when) + " " + line;
-        if (!onTerminal) {
+        if (!isPicture()) {
             lines.add(text);
         } else if (isForPicture(line)) {
             view.addLine(text);
         }
-    };
-    listener.dataArrived = [&output](std::span<const std::byte> bytes) { output.write(bytes); };
-    listener.jobEnded = [&jobs](const JobReport &report) { jobs.push_back(report); };
-    const auto show = [&](const VirtualPrinter &printer) {
-        if (onTerminal) {
+    }
+
+    void show(const VirtualPrinter &printer) {
+        if (isPicture()) {
             view.setJob(printer.jobText());
             terminal.draw(view, printer.printer());
         } else {
             lines.write();
         }
-    };
-    const auto goOn = [&](const VirtualPrinter &printer, PrinterTime now) {
+    }
+
+    [[nodiscard]] bool isPicture() const { return onTerminal; }
+
+    [[nodiscard]] bool isFine() const { return std::cout.good() && lines.error() == 0; }
+
+    /// Says what went wrong, if something did. Returns the exit status.
+    [[nodiscard]] int end() const {
+        return lines.error() != 0 ? reportFailure(program, "standard output", lines.error())
+                                  : printText(program, "");
+    }
+
+  private:
+    bool onTerminal = isatty(STDOUT_FILENO) == 1;
+    StatusView view;
+    Terminal terminal;
+    LineOutput lines{STDOUT_FILENO};
+};
+
+/// What is left of the run: the data that the printer received, and the report of its jobs. What is in the
+/// files is another printer's until it is known that this one can start.
+class Results {
+  public:
+    explicit Results(const Options &theOptions)
+        : options(theOptions), output(options.outputFile), reportFile(options.reportFile) {}
+
+    void start() {
         if (!std::exchange(hasStarted, true)) {
             output.drop();
             reportFile.drop();
         }
-        if (pace.isDue(now)) {
-            show(printer);
+    }
+
+    void add(std::span<const std::byte> bytes) { output.write(bytes); }
+
+    void add(const JobReport &job) { jobs.push_back(job); }
+
+    [[nodiscard]] std::size_t jobCount() const { return jobs.size(); }
+
+    [[nodiscard]] bool takesData() const { return output.error() == 0; }
+
+    [[nodiscard]] bool hasBrokenJob() const {
+        return std::any_of(jobs.begin(), jobs.end(),
+                           [](const JobReport &job) { return job.outcome() == JobOutcome::broken; });
+    }
+
+    void end(const PrinterModel &printer) {
+        for (JobReport &job : jobs) {
+            job.pagesPrinted = printer.pagesPrintedOf(job.number);
         }
-        const bool isDone = options.jobs != 0 && jobs.size() >= options.jobs && printer.isAtRest();
-        return !endWanted() && output.error() == 0 && std::cout.good() && lines.error() == 0 && !isDone;
+        const std::string report = hasStarted ? reportDocument(options.uri, jobs) : "";
+        reportFile.write(std::as_bytes(std::span(report)));
+        reportFile.close();
+        output.close();
+    }
+
+    /// Says what went wrong with the files, if something did. Returns whether all is well.
+    [[nodiscard]] bool areFilesFine() const {
+        return isFine(output, options.outputFile) && isFine(reportFile, options.reportFile);
+    }
+
+  private:
+    static bool isFine(const OutputFile &file, const std::string &path) {
+        return file.error() == 0 || reportFailure(program, path, file.error()) == exitFine;
+    }
+
+    const Options &options;
+    OutputFile output;
+    OutputFile reportFile;
+    bool hasStarted = false;
+    std::vector<JobReport> jobs;
+};
+
+/// Serves the printer until it is to end. Returns whether there was a channel to serve; says it if not.
+bool serve(const Options &options, Scenario scenario, Display &display, Results &results) {
+    PrinterListener listener;
+    listener.told = [&](PrinterTime when, const std::string &line) { display.tell(when, line); };
+    listener.dataArrived = [&](std::span<const std::byte> bytes) { results.add(bytes); };
+    listener.jobEnded = [&](const JobReport &report) { results.add(report); };
+
+    Pace pace;
+    const auto goOn = [&](const VirtualPrinter &printer, PrinterTime now) {
+        results.start();
+        if (pace.isDue(now)) {
+            display.show(printer);
+        }
+        const bool isDone = options.jobs != 0 && results.jobCount() >= options.jobs && printer.isAtRest();
+        return !endWanted() && results.takesData() && display.isFine() && !isDone;
     };
 
-    catchEndSignals();
     const std::unique_ptr<platform::Platform> platform = platform::makePlatform();
     PrinterRun run(*platform, {.uri = options.uri,
                                .scenario = std::move(scenario),
@@ -166,28 +228,27 @@ int servePrinter(const Options &options, Scenario scenario) {
                                .goOn = goOn});
     std::string problem;
     const bool served = run.run(problem);
-    if (served || !onTerminal || !jobs.empty()) {
-        show(run.virtualPrinter());
+    if (served || !display.isPicture() || results.jobCount() != 0) {
+        display.show(run.virtualPrinter());
     }
     if (!served) {
         std::cerr << program << ": " << problem << '\n';
     }
+    results.end(run.virtualPrinter().printer());
+    return served;
+}
 
-    for (JobReport &job : jobs) {
-        job.pagesPrinted = run.virtualPrinter().printer().pagesPrintedOf(job.number);
+int servePrinter(const Options &options, Scenario scenario) {
+    Results results(options);
+    if (!results.areFilesFine()) {
+        return exitFailure;
     }
-    const std::string report = hasStarted ? reportDocument(options.uri, jobs) : "";
-    reportFile.write(std::as_bytes(std::span(report)));
-    reportFile.close();
-    output.close();
-    const bool areFilesFine = isFine(output, options.outputFile) && isFine(reportFile, options.reportFile);
-    if (lines.error() != 0) {
-        return reportFailure(program, "standard output", lines.error());
-    }
-    const bool broken = std::any_of(jobs.begin(), jobs.end(),
-                                    [](const JobReport &job) { return job.outcome() == JobOutcome::broken; });
-    const int status = printText(program, "");
-    return status == exitFine && (!served || !areFilesFine || broken) ? exitFailure : status;
+    Display display(options.uri + (scenario.description.empty() ? "" : ": " + scenario.description));
+    catchEndSignals();
+    const bool served = serve(options, std::move(scenario), display, results);
+    const bool areFilesFine = results.areFilesFine();
+    const int status = display.end();
+    return status == exitFine && (!served || !areFilesFine || results.hasBrokenJob()) ? exitFailure : status;
 }
 
 int listScenarios() {
