@@ -3,6 +3,7 @@
 #include "filter/Cancellation.h"
 #include "tests/driver/DriverFixture.h"
 #include "tests/support/BytesAre.h"
+#include "tests/support/CaseName.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,7 +31,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::Not;
 
-using DriverJobTest = test::DriverFixture;
+class DriverJobTest : public test::DriverFixture {};
 
 TEST_F(DriverJobTest, AJobOverTheChannelGoesStepByStep) {
     const StreamOptions stream = streamOf(1);
@@ -81,24 +82,26 @@ TEST_F(DriverJobTest, WaitsForThePortAsLongAsThePrinterTakes) {
     EXPECT_THAT(platform.fakeClock.sleeps, ElementsAre(2s, 2s, 2s, 2s));
 }
 
-TEST_F(DriverJobTest, TheLastPassOfTheWaitForThePortDecides) {
-    for (const bool lastPassFails : {false, true}) {
-        const auto setPass = [&](bool last) {
-            printer.port = last ? 0 : 4;
-            // An error without a text: the reading fails at once.
-            printer.status = last == lastPassFails ? 54 : 0;
-            printer.sub1 = 9;
-        };
-        setPass(false);
-        platform.fakeClock.afterSleep = [&] { setPass(true); };
-        EXPECT_EQ(print("", makeStream(streamOf(1))), !lastPassFails);
-        EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port").Times(2));
-        EXPECT_THAT(log.messages(), Contains("ASSERT: checkStatus error").Times(1));
-        EXPECT_THAT(
-            Bytes(received),
-            BytesAre(resetRecord() + (lastPassFails ? cancelRecord() : printed(streamOf(1), 0, "1"))));
-    }
+class PortWait : public DriverJobTest, public testing::WithParamInterface<bool> {};
+
+TEST_P(PortWait, IsDecidedByItsLastPass) {
+    const bool lastPassFails = GetParam();
+    const auto setPass = [&](bool last) {
+        printer.port = last ? 0 : 4;
+        // An error without a text: the reading fails at once.
+        printer.status = last == lastPassFails ? 54 : 0;
+        printer.sub1 = 9;
+    };
+    setPass(false);
+    platform.fakeClock.afterSleep = [&] { setPass(true); };
+    EXPECT_EQ(print("", makeStream(streamOf(1))), !lastPassFails);
+    EXPECT_THAT(log.messages(), Contains("DriverFilter run: Waiting for port").Times(2));
+    EXPECT_THAT(log.messages(), Contains("ASSERT: checkStatus error").Times(1));
+    EXPECT_THAT(Bytes(received),
+                BytesAre(resetRecord() + (lastPassFails ? cancelRecord() : printed(streamOf(1), 0, "1"))));
 }
+
+INSTANTIATE_TEST_SUITE_P(LastPassFails, PortWait, testing::Bool());
 
 TEST_F(DriverJobTest, AFailedStatusReadingInThePortWaitCancelsTheJobWithoutARecord) {
     answer = [] {};
@@ -142,12 +145,14 @@ TEST_F(DriverJobTest, AJobIsNotPrintedWhileItsBlocksAreUndelivered) {
     EXPECT_TRUE(received.ends_with("JIDG" + cancelRecord()));
 }
 
-TEST_F(DriverJobTest, AnEndMarkThatCannotBeSentFailsTheJob) {
-    struct Case {
-        std::string options;
-        std::string method;
-    };
+struct EndMarkCase {
+    std::string name;
+    std::string options;
+};
 
+class EndMark : public DriverJobTest, public testing::WithParamInterface<EndMarkCase> {};
+
+TEST_P(EndMark, ThatCannotBeSentFailsTheJob) {
     std::size_t pages = 0;
     center().afterPost = [this, &pages, given = center().afterPost](const auto &post) {
         given(post);
@@ -155,26 +160,25 @@ TEST_F(DriverJobTest, AnEndMarkThatCannotBeSentFailsTheJob) {
         pages += isLastBand ? 1 : 0;
         center().failsPosts = pages == 2 && post.data && !isLastBand;
     };
-    for (const Case &one : {Case{"", "sendPages"},
-                            Case{JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), "unspoolPages"}}) {
-        gSigTerm = 0;
-        platform.fakeClock.sleeps.clear();
-        platform.fakeClock.afterSleep = [this] {
-            if (center().failsPosts) {
-                center().failsPosts = false;
-                gSigTerm = 1;
-            }
-        };
-        pages = 0;
-        center().failsPosts = false;
-        EXPECT_FALSE(print(one.options, makeStream(streamOf(2))));
-        EXPECT_THAT(log.messages(),
-                    testing::IsSupersetOf({"ASSERT: DriverFilter " + one.method + ": failed to send EOJ",
-                                           "ASSERT: " + one.method + " error"}));
-        EXPECT_TRUE(received.ends_with(cancelRecord()));
-        EXPECT_EQ(received.find("JIDG"), std::string::npos);
-    }
+    platform.fakeClock.afterSleep = [this] {
+        if (center().failsPosts) {
+            center().failsPosts = false;
+            gSigTerm = 1;
+        }
+    };
+    EXPECT_FALSE(print(GetParam().options, makeStream(streamOf(2))));
+    EXPECT_THAT(log.messages(),
+                testing::IsSupersetOf({"ASSERT: DriverFilter " + GetParam().name + ": failed to send EOJ",
+                                       "ASSERT: " + GetParam().name + " error"}));
+    EXPECT_TRUE(received.ends_with(cancelRecord()));
+    EXPECT_EQ(received.find("JIDG"), std::string::npos);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Methods, EndMark,
+    testing::Values(EndMarkCase{"sendPages", ""},
+                    EndMarkCase{"unspoolPages", JobOptions{.duplexing = 2, .sidesImaged = 2}.argument()}),
+    test::nameOfCase<EndMarkCase>);
 
 TEST_F(DriverJobTest, SigtermAtTheEndOfAJobLeavesItPrinted) {
     center().afterPost = [given = center().afterPost](const test::FakeNotificationCenter::Post &post) {

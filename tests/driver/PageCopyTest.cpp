@@ -78,28 +78,28 @@ TEST_F(PageCopyTest, KeepsTheBandNumberAsItIsStored) {
     EXPECT_EQ(pageBandNumber, 0x0201U);
 }
 
-TEST_F(PageCopyTest, AWriteThatFailsIsThatOfAHeaderOrOfData) {
-    for (const bool ofHeader : {true, false}) {
-        gSigTerm = 0;
-        platform.fakeClock.afterSleep = [] {};
-        center().failsPosts = false;
-        center().afterPost = [&, given = center().afterPost](const test::FakeNotificationCenter::Post &post) {
-            given(post);
-            const std::size_t size = post.data ? post.data->size() : 0;
-            if (size == (ofHeader ? 64 : 32)) { // what follows the page header, or the first band header
-                center().failsPosts = true;
-                platform.fakeClock.afterSleep = [this] {
-                    center().failsPosts = false;
-                    gSigTerm = 1;
-                };
-            }
-        };
-        EXPECT_FALSE(print("", makeStream(streamOf(1))));
-        EXPECT_THAT(log.messages(),
-                    Contains(std::string("ASSERT: DriverFilter copyPageFrom: failed to write ") +
-                             (ofHeader ? "header" : "data")));
-    }
+class FailedWrite : public PageCopyTest, public testing::WithParamInterface<bool> {};
+
+TEST_P(FailedWrite, IsThatOfAHeaderOrOfData) {
+    const bool ofHeader = GetParam();
+    center().afterPost = [this, ofHeader,
+                          given = center().afterPost](const test::FakeNotificationCenter::Post &post) {
+        given(post);
+        const std::size_t size = post.data ? post.data->size() : 0;
+        if (size == (ofHeader ? 64 : 32)) { // what follows the page's header, or the first band's
+            center().failsPosts = true;
+            platform.fakeClock.afterSleep = [this] {
+                center().failsPosts = false;
+                gSigTerm = 1;
+            };
+        }
+    };
+    EXPECT_FALSE(print("", makeStream(streamOf(1))));
+    EXPECT_THAT(log.messages(), Contains(std::string("ASSERT: DriverFilter copyPageFrom: failed to write ") +
+                                         (ofHeader ? "header" : "data")));
 }
+
+INSTANTIATE_TEST_SUITE_P(OfHeader, FailedWrite, testing::Bool());
 
 TEST_F(PageCopyTest, PagesForThePrinterAreCheckedAgainstItsMemoryAndSpooledOnesAreNot) {
     // Two pages of a header and two bands each: just as much room as they and the margins need, and less.

@@ -3,12 +3,14 @@
 #include "filter/Cancellation.h"
 #include "tests/driver/DriverFixture.h"
 #include "tests/support/BytesAre.h"
+#include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -28,7 +30,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-using TwoSidedJobTest = test::DriverFixture;
+class TwoSidedJobTest : public test::DriverFixture {};
 
 /// The setting in the header of a job whose sheets are turned.
 constexpr std::uint16_t turned = 0x0200;
@@ -181,30 +183,43 @@ TEST_F(TwoSidedJobTest, FailedPagesAreLoggedUnderTheNameOfTheirBranch) {
     }
 }
 
-TEST_F(TwoSidedJobTest, AfterAFailedPageOfACancelledJobOverTheChannelComesTheEndMark) {
-    const std::string failed =
-        "ASSERT: DriverFilter unspoolPages (collated duplex): copyPageFromPath failed on index ";
+struct FailedPageCase {
+    std::string name;
+    bool overChannel;
+    bool cancelled;
+    std::ptrdiff_t failures; // of three copies of four pages
+};
+
+class FailedPage : public TwoSidedJobTest, public testing::WithParamInterface<FailedPageCase> {};
+
+TEST_P(FailedPage, EndsTheSendingOnlyOfACancelledJobOverTheChannel) {
+    const FailedPageCase &one = GetParam();
+    platform.beforeSystemVersion = [&one] {
+        loseSpooledPages();
+        gSigTerm = one.cancelled ? 1 : 0;
+    };
     const std::string options =
         JobOptions{.copies = 3, .collate = true, .duplexing = 2, .sidesImaged = 12}.argument();
-    for (const bool cancelled : {false, true}) {
-        for (const bool overChannel : {true, false}) {
-            gSigTerm = 0;
-            platform.beforeSystemVersion = [cancelled] {
-                loseSpooledPages();
-                gSigTerm = cancelled ? 1 : 0;
-            };
-            const std::string input = makeStream(streamOf(4, 3));
-            EXPECT_FALSE(overChannel ? print(options, input) : printToFile(options, input));
-            const std::vector<std::string> messages = log.messages();
-            const auto failures = std::count_if(messages.begin(), messages.end(), [&](const auto &message) {
-                return message.starts_with(failed);
-            });
-            EXPECT_EQ(failures, cancelled && overChannel ? 1 : 3 * 4);
-            EXPECT_THAT(messages, Contains("DriverFilter unspoolPages: Sending EOJ"));
-            EXPECT_TRUE((overChannel ? received : output.written()).ends_with("JIDG" + cancelRecord()));
-        }
-    }
+    const std::string input = makeStream(streamOf(4, 3));
+    EXPECT_FALSE(one.overChannel ? print(options, input) : printToFile(options, input));
+    const std::vector<std::string> messages = log.messages();
+    EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
+                            [](const std::string &message) {
+                                return message.starts_with(
+                                    "ASSERT: DriverFilter unspoolPages (collated duplex): "
+                                    "copyPageFromPath failed on index ");
+                            }),
+              one.failures);
+    EXPECT_THAT(messages, Contains("DriverFilter unspoolPages: Sending EOJ"));
+    EXPECT_TRUE((one.overChannel ? received : output.written()).ends_with("JIDG" + cancelRecord()));
 }
+
+INSTANTIATE_TEST_SUITE_P(Jobs, FailedPage,
+                         testing::Values(FailedPageCase{"over the channel", true, false, 12},
+                                         FailedPageCase{"over the channel, cancelled", true, true, 1},
+                                         FailedPageCase{"to a file", false, false, 12},
+                                         FailedPageCase{"to a file, cancelled", false, true, 12}),
+                         test::nameOfCase<FailedPageCase>);
 
 TEST_F(TwoSidedJobTest, ACancelledJobGoesOnWithPagesThatDoNotFail) {
     const StreamOptions stream = streamOf(4);
@@ -214,29 +229,25 @@ TEST_F(TwoSidedJobTest, ACancelledJobGoesOnWithPagesThatDoNotFail) {
     EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + printed(stream, turned, "1 2 3* 4")));
 }
 
-TEST_F(TwoSidedJobTest, FailedHeadersDoNotKeepThePagesBackAndCountOnlyWithoutPages) {
-    for (const bool withPages : {true, false}) {
-        const StreamOptions stream = streamOf(withPages ? 2 : 0);
-        gSigTerm = 0;
-        platform.fakeClock.afterSleep = [] {};
-        platform.beforeSystemVersion = [this] {
-            center().failsPosts = true;
-            platform.fakeClock.afterSleep = [this] {
-                center().failsPosts = false;
-                gSigTerm = 1;
-            };
+class FailedHeaders : public TwoSidedJobTest, public testing::WithParamInterface<bool> {};
+
+TEST_P(FailedHeaders, DoNotKeepThePagesBackAndCountOnlyWithoutPages) {
+    const bool withPages = GetParam();
+    const StreamOptions stream = streamOf(withPages ? 2 : 0);
+    platform.beforeSystemVersion = [this] {
+        center().failsPosts = true;
+        platform.fakeClock.afterSleep = [this] {
+            center().failsPosts = false;
+            gSigTerm = 1;
         };
-        EXPECT_EQ(print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(stream)),
-                  withPages);
-        const std::string pages = makePage(stream, 1) + [&] {
-            std::string paused = makePage(stream, 2);
-            paused[33] = 0x10;
-            return paused;
-        }();
-        EXPECT_THAT(Bytes(received),
-                    BytesAre(resetRecord() + (withPages ? pages + "JIDG" : "JIDG" + cancelRecord())));
-    }
+    };
+    EXPECT_EQ(print(JobOptions{.duplexing = 2, .sidesImaged = 2}.argument(), makeStream(stream)), withPages);
+    const std::string pages =
+        printed(stream, 0, withPages ? "1 2*" : "").substr(makeJobHeaders(stream).size());
+    EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + pages + (withPages ? "" : cancelRecord())));
 }
+
+INSTANTIATE_TEST_SUITE_P(WithPages, FailedHeaders, testing::Bool());
 
 } // namespace
 } // namespace veltrin
