@@ -19,6 +19,11 @@ struct MediaType {
     std::string_view name;
 };
 
+struct PaperSize {
+    std::uint8_t code;
+    std::string_view name;
+};
+
 struct Model {
     LocalizedText name;
     LocalizedText description;
@@ -111,6 +116,43 @@ constexpr auto mediaTypes = std::to_array<MediaType>({
 
 constexpr std::string_view otherMediaType = "Plain";
 
+constexpr std::uint8_t plainType = 1;
+
+// By their names in a PPD.
+constexpr auto namedSizes = std::to_array<PaperSize>({
+    {1, "Letter"},
+    {5, "Legal"},
+    {6, "HalfLetter"},
+    {6, "Statement"},
+    {7, "Executive"},
+    {8, "A3"},
+    {9, "A4"},
+    {11, "A5"},
+    {12, "B4"},
+    {13, "B5"},
+    {14, "Foolscap"},
+    {15, "Folio"},
+    {16, "FS"},
+    {17, "Ledger"},
+    {17, "Tabloid"},
+    {18, "GovernmentLG"},
+    {20, "Env10"},
+    {27, "EnvDL"},
+    {28, "EnvC5"},
+    {31, "EnvC6"},
+    {37, "Monarch"},
+    {37, "EnvMonarch"},
+    {43, "Postcard"},
+    {69, "ReplyPaid"},
+    {70, "A6"},
+    {88, "B6"},
+    {92, "Kai8"},
+    {93, "Kai16"},
+});
+
+constexpr std::uint8_t customSize = 255;
+constexpr std::string_view customSizePrefix = "Custom";
+
 // By model code. Model 1 is sold under its code name.
 constexpr auto models = std::to_array<Model>({
     {{"ModelQM7-K2a", "QM7-K2a"}, {"ModelQM7-K2aDesc", "Morvex LX 410N"}},
@@ -149,6 +191,24 @@ std::string_view mediaTypeName(std::int32_t code) {
     const auto *found = std::find_if(mediaTypes.begin(), mediaTypes.end(),
                                      [code](const MediaType &type) { return type.code == code; });
     return found != mediaTypes.end() ? found->name : otherMediaType;
+}
+
+std::optional<std::uint8_t> paperSizeCode(std::string_view name) {
+    if (name.starts_with(customSizePrefix)) {
+        return customSize;
+    }
+    const auto *found = std::find_if(namedSizes.begin(), namedSizes.end(),
+                                     [name](const PaperSize &size) { return size.name == name; });
+    return found != namedSizes.end() ? std::optional(found->code) : std::nullopt;
+}
+
+std::optional<std::uint8_t> mediaTypeCode(std::string_view name) {
+    if (name == otherMediaType) {
+        return plainType;
+    }
+    const auto *found = std::find_if(mediaTypes.begin(), mediaTypes.end(),
+                                     [name](const MediaType &type) { return type.name == name; });
+    return found != mediaTypes.end() ? std::optional(static_cast<std::uint8_t>(found->code)) : std::nullopt;
 }
 
 LocalizedText modelName(std::uint32_t code) {

@@ -140,5 +140,55 @@ TEST(MediaNames, MediaTypesFallBackToPlain) {
     expectName(std::numeric_limits<std::int32_t>::max());
 }
 
+TEST(MediaNames, SizesOfThePPDHaveTheirCodes) {
+    const std::map<std::string_view, std::string_view> textOfName = {{"Letter", "Letter"},
+                                                                     {"Legal", "Legal"},
+                                                                     {"HalfLetter", "Half Letter"},
+                                                                     {"Executive", "Executive"},
+                                                                     {"A3", "A3"},
+                                                                     {"A4", "A4"},
+                                                                     {"A5", "A5"},
+                                                                     {"A6", "A6"},
+                                                                     {"B4", "B4"},
+                                                                     {"B5", "B5"},
+                                                                     {"B6", "B6"},
+                                                                     {"FS", "8 X 13"},
+                                                                     {"Foolscap", "8.5 X 13"},
+                                                                     {"Folio", "Folio"},
+                                                                     {"Kai8", "Kai 8"},
+                                                                     {"Kai16", "16K"},
+                                                                     {"Env10", "Envelope 10"},
+                                                                     {"Monarch", "Monarch"},
+                                                                     {"EnvDL", "Envelope DL"},
+                                                                     {"EnvC5", "Envelope C5"},
+                                                                     {"EnvC6", "Envelope C6"},
+                                                                     {"Postcard", "Postcard"},
+                                                                     {"Ledger", "Ledger"},
+                                                                     {"ReplyPaid", "Reply-paid Postcard"},
+                                                                     {"Custom.100x200", "Custom"}};
+    for (const auto &[name, text] : textOfName) {
+        const auto code = paperSizeCode(name);
+        ASSERT_TRUE(code) << name;
+        EXPECT_EQ(paperSizeName(*code).english, text);
+    }
+    for (const std::string_view name : {"", "a4", "A4Small", "iso_a4_210x297mm", "A4,Tray1", "custom"}) {
+        EXPECT_EQ(paperSizeCode(name), std::nullopt) << name;
+    }
+}
+
+TEST(MediaNames, TypesOfThePPDHaveTheirCodes) {
+    for (const std::string_view name :
+         {"Plain", "Recycled", "Color", "Letterhead", "Preprinted", "Prepunched", "Labels", "Bond",
+          "Cardstock", "Thick", "Thick160", "Envelope", "Thin", "Plain90"}) {
+        const auto code = mediaTypeCode(name);
+        ASSERT_TRUE(code) << name;
+        EXPECT_EQ(mediaTypeName(*code), name);
+        EXPECT_EQ(paperTypeName(*code).english.substr(0, 4), name.substr(0, 4));
+    }
+    for (const std::string_view name : {"", "plain", "OHP", "stationery"}) {
+        EXPECT_EQ(mediaTypeCode(name), std::nullopt) << name;
+    }
+}
+
 } // namespace
 } // namespace veltrin
