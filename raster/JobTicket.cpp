@@ -1,0 +1,175 @@
+#include "raster/JobTicket.h"
+
+#include "filter/DuplexPaperRule.h"
+#include "filter/OptionValues.h"
+#include "status/MediaNames.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace veltrin::raster {
+
+namespace {
+
+struct Keyword {
+    std::string_view keyword;
+    std::string_view name;
+};
+
+/// The standard keywords of "media-type" for the PPD's types of paper.
+constexpr auto typeKeywords = std::to_array<Keyword>({
+    {"stationery", "Plain"},
+    {"stationery-lightweight", "Thin"},
+    {"stationery-heavyweight", "Plain90"},
+    {"stationery-recycled", "Recycled"},
+    {"stationery-colored", "Color"},
+    {"stationery-letterhead", "Letterhead"},
+    {"stationery-preprinted", "Preprinted"},
+    {"stationery-prepunched", "Prepunched"},
+    {"stationery-bond", "Bond"},
+    {"cardstock", "Cardstock"},
+    {"labels", "Labels"},
+    {"envelope", "Envelope"},
+});
+
+constexpr auto typeNames = std::to_array<std::string_view>(
+    {"Plain", "Plain90", "Thin", "Thick", "Thick160", "Recycled", "Color", "Letterhead", "Preprinted",
+     "Prepunched", "Bond", "Cardstock", "Labels", "Envelope"});
+
+/// The standard keywords of "media-source" for the PPD's trays.
+constexpr auto sourceKeywords = std::to_array<Keyword>({
+    {"main", "Tray1"},
+    {"tray-1", "Tray1"},
+    {"tray-2", "Tray2"},
+    {"by-pass-tray", "Bypass"},
+    {"manual", "Bypass"},
+});
+
+constexpr auto sourceNames = std::to_array<std::string_view>({"Tray1", "Tray2", "Bypass"});
+
+bool equalIgnoringCase(std::string_view one, std::string_view other) {
+    return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
+}
+
+/// The PPD's name for a standard keyword, or for itself in another case.
+std::optional<std::string> ppdName(std::string_view value, std::span<const Keyword> keywords,
+                                   std::span<const std::string_view> names) {
+    for (const Keyword &keyword : keywords) {
+        if (equalIgnoringCase(keyword.keyword, value)) {
+            return std::string(keyword.name);
+        }
+    }
+    for (const std::string_view name : names) {
+        if (equalIgnoringCase(name, value)) {
+            return std::string(name);
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> typeNamed(std::string_view value) {
+    return ppdName(value, typeKeywords, typeNames);
+}
+
+std::optional<std::string> sourceNamed(std::string_view value) {
+    return ppdName(value, sourceKeywords, sourceNames);
+}
+
+/// The keywords of a list such as "A5,Tray1".
+std::vector<std::string_view> keywordsOf(std::string_view list) {
+    std::vector<std::string_view> keywords;
+    while (!list.empty()) {
+        const std::size_t end = std::min(list.find(','), list.size());
+        keywords.push_back(list.substr(0, end));
+        list.remove_prefix(std::min(end + 1, list.size()));
+    }
+    return keywords;
+}
+
+/// The first of the keywords of the job's "media" that `named` knows.
+template <typename Named>
+std::optional<std::string> inMedia(const JobOptions &options, Named named) {
+    const std::string media = options.find("media").value_or("");
+    for (const std::string_view keyword : keywordsOf(media)) {
+        if (auto name = named(keyword)) {
+            return name;
+        }
+    }
+    return std::nullopt;
+}
+
+bool isCollated(const JobOptions &options, const PPDChoices &choices) {
+    if (choices.collate) {
+        return booleanValue(*choices.collate);
+    }
+    if (const auto collate = options.find("Collate")) {
+        return booleanValue(*collate);
+    }
+    const auto handling = options.find("multiple-document-handling");
+    return handling && *handling != "separate-documents-uncollated-copies";
+}
+
+Sides sidesOf(const RasterPage &page) {
+    if (!page.duplex) {
+        return Sides::oneSided;
+    }
+    return page.tumble ? Sides::shortEdge : Sides::longEdge;
+}
+
+std::optional<std::string> notEmpty(std::string value) {
+    return value.empty() ? std::nullopt : std::optional(std::move(value));
+}
+
+std::optional<std::string> paperTypeOf(const JobOptions &options, const PPDChoices &choices,
+                                       const RasterPage &page) {
+    if (auto asked = options.find("PaperType")) {
+        return asked;
+    }
+    if (const auto type = options.find("media-type")) {
+        if (auto name = typeNamed(*type)) {
+            return name;
+        }
+    }
+    if (auto name = inMedia(options, typeNamed)) {
+        return name;
+    }
+    return choices.paperType ? choices.paperType : notEmpty(page.mediaType);
+}
+
+std::string inputSlotOf(const JobOptions &options, const PPDChoices &choices) {
+    if (auto asked = options.find("InputSlot")) {
+        return *asked;
+    }
+    if (const auto source = options.find("media-source")) {
+        if (auto name = sourceNamed(*source)) {
+            return *name;
+        }
+    }
+    if (auto name = inMedia(options, sourceNamed)) {
+        return *name;
+    }
+    return choices.inputSlot.value_or("");
+}
+
+} // namespace
+
+JobTicket ticketFor(const std::string &copiesArgument, const JobOptions &options, const PPDChoices &choices,
+                    const RasterPage &firstPage) {
+    JobTicket ticket;
+    ticket.media = firstPage.pageSizeName.empty() ? options.find("media") : notEmpty(firstPage.pageSizeName);
+    ticket.paperType = paperTypeOf(options, choices, firstPage);
+    ticket.inputSlot = inputSlotOf(options, choices);
+    ticket.sides = sidesOf(firstPage);
+    ticket.layout.copies = static_cast<std::uint32_t>(std::max(integerValue(copiesArgument), 1));
+    ticket.layout.collate = isCollated(options, choices);
+    ticket.layout.twoSided =
+        ticket.sides != Sides::oneSided && canDuplexPaper(ticket.media, ticket.paperType);
+    return ticket;
+}
+
+} // namespace veltrin::raster

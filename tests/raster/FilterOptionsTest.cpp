@@ -1,0 +1,102 @@
+#include "raster/FilterOptions.h"
+
+#include "filter/DuplexPaperRule.h"
+#include "filter/OptionValues.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace veltrin::raster {
+namespace {
+
+RasterPage a4Page(bool duplex = false, bool tumble = false) {
+    RasterPage page;
+    page.pageSizeName = "A4";
+    page.duplex = duplex;
+    page.tumble = tumble;
+    return page;
+}
+
+/// What the filter makes of its options.
+JobLayout filtersLayout(const std::string &text) {
+    const JobOptions options(text);
+    // By names in the very case in which it looks for them.
+    const auto exact = [&options](std::string_view name) -> std::optional<std::string> {
+        for (const auto &[key, value] : options.all()) {
+            if (key == name) {
+                return value;
+            }
+        }
+        return std::nullopt;
+    };
+    JobLayout layout;
+    layout.copies = static_cast<std::uint32_t>(
+        integerValue(exact("com.apple.print.PrintSettings.PMCopies..n.").value_or("")));
+    layout.copies = layout.copies == 0 ? 1 : layout.copies;
+    layout.collate = booleanValue(exact("com.apple.print.PrintSettings.PMCopyCollate..b.").value_or(""));
+    const int sides = integerValue(exact("com.apple.print.PrintSettings.PMDuplexing..n.").value_or(""));
+    layout.twoSided = (sides == 2 || sides == 3) && canDuplexPaper(exact("media"), exact("PaperType"));
+    EXPECT_EQ(exact("com.apple.print.PrintSettings.PMTotalSidesImaged..n."), std::nullopt);
+    return layout;
+}
+
+TEST(FilterOptions, MakeTheFilterAgree) {
+    const std::vector<std::string> jobs = {
+        "",
+        "media=A5",
+        "media=A5,Labels",
+        "media=iso_a4_210x297mm sides=two-sided-short-edge",
+        "MEDIA=A5 papertype=Labels",
+        "PaperType=Labels",
+        "media-type=labels",
+        "com.apple.print.PrintSettings.PMCopies..n.=2",
+        "COM.APPLE.PRINT.PRINTSETTINGS.PMCOPIES..N.=7 com.apple.print.printsettings.pmcopycollate..b.=true",
+        "com.apple.print.PrintSettings.PMDuplexing..n.=3 com.apple.print.PrintSettings.PMTotalSidesImaged..n.=9",
+        "com.apple.print.PrintSettings.PMCopyCollate..b.=yes collate=true",
+    };
+    for (const std::string &job : jobs) {
+        for (const char *size : {"", "A4", "A5", "Custom.283.00x566.00"}) {
+            for (const char *copies : {"1", "2", "3"}) {
+                for (const auto &collate : {std::optional<std::string>(), std::optional<std::string>("True"),
+                                            std::optional<std::string>("False")}) {
+                    for (const auto &type :
+                         {std::optional<std::string>(), std::optional<std::string>("Plain"),
+                          std::optional<std::string>("Envelope")}) {
+                        for (int sides = 0; sides < 3; ++sides) {
+                            RasterPage page = a4Page(sides > 0, sides > 1);
+                            page.pageSizeName = size;
+                            const JobOptions options(job);
+                            const JobTicket ticket =
+                                ticketFor(copies, options, {.collate = collate, .paperType = type}, page);
+                            EXPECT_EQ(filtersLayout(filterOptions(options, ticket).text()), ticket.layout)
+                                << job << ", " << size << ", " << copies << ", " << sides;
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(FilterOptions, LeaveTheRestAlone) {
+    const JobOptions options("com.apple.print.JobInfo.PMJobName='@letters 3)' job-uuid=urn:uuid:1 media=A5 "
+                             "finishings=3 note='it is \"so\"'");
+    const JobOptions result = filterOptions(options, ticketFor("2", options, {}, a4Page(true, true)));
+    EXPECT_EQ(result.find("com.apple.print.JobInfo.PMJobName"), "@letters 3)");
+    EXPECT_EQ(result.find("job-uuid"), "urn:uuid:1");
+    EXPECT_EQ(result.find("finishings"), "3");
+    EXPECT_EQ(result.find("note"), "it is \"so\"");
+    EXPECT_EQ(result.find("media"), "A4");
+    EXPECT_EQ(result.find("com.apple.print.PrintSettings.PMCopies..n."), "2");
+    EXPECT_EQ(result.find("com.apple.print.PrintSettings.PMCopyCollate..b."), "false");
+    EXPECT_EQ(result.find("com.apple.print.PrintSettings.PMDuplexing..n."), "3");
+    EXPECT_EQ(result.find("PaperType"), std::nullopt);
+}
+
+} // namespace
+} // namespace veltrin::raster
