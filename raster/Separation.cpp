@@ -109,4 +109,13 @@ PlaneSet separateGray(std::span<const std::uint8_t> gray, const InkLines &lines)
     return any != 0 ? setOf(black) : PlaneSet{0};
 }
 
+PlaneSet separateBlack(std::span<const std::uint8_t> darkness, const InkLines &lines) {
+    std::uint8_t any = 0;
+    for (std::size_t at = 0; at < lines[black].size(); ++at) {
+        lines[black][at] = darkness[at];
+        any |= darkness[at];
+    }
+    return any != 0 ? setOf(black) : PlaneSet{0};
+}
+
 } // namespace veltrin::raster

@@ -47,4 +47,7 @@ PlaneSet separateColours(std::span<const std::uint8_t> rgb, const InkLines &line
 /// The ink for the lightness of each dot: black alone. The other planes are not touched.
 PlaneSet separateGray(std::span<const std::uint8_t> gray, const InkLines &lines);
 
+/// The same for the blackness of each dot.
+PlaneSet separateBlack(std::span<const std::uint8_t> darkness, const InkLines &lines);
+
 } // namespace veltrin::raster
