@@ -198,15 +198,13 @@ std::optional<std::string> problemWith(const StreamOptions &options) {
 }
 
 std::uint64_t pagesInStream(const StreamOptions &options) {
-    return std::uint64_t{options.pages} * options.copies + (options.blankPage ? 1 : 0);
+    return std::uint64_t{lastPageNumber(options)} * options.copies;
 }
 
 std::uint32_t pageAt(const StreamOptions &options, std::uint64_t place) {
-    const std::uint64_t pages = options.pages;
+    // The blank page is each copy's last.
+    const std::uint64_t pages = lastPageNumber(options);
     const std::uint64_t copies = options.copies;
-    if (place >= pages * copies) {
-        return options.pages + 1; // the blank page comes once, after all copies
-    }
     switch (options.order) {
     case CopyOrder::collated:
         return static_cast<std::uint32_t>(place % pages + 1);

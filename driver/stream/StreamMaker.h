@@ -46,7 +46,7 @@ struct StreamOptions {
     std::uint32_t pages = 1; ///< pages of the document; a document of none is a stream of headers alone
     std::uint32_t copies = 1;
     CopyOrder order = CopyOrder::collated;
-    bool blankPage = false; ///< end with the renderer's blank page, for an odd number of sides
+    bool blankPage = false; ///< end each copy with the renderer's blank page, for an odd number of sides
 
     std::uint32_t bandsPerPage = 4;
     PlaneSizes planeSizes = dealtOut(1024);
@@ -70,7 +70,7 @@ struct StreamOptions {
 /// What keeps these options from being a stream, as one line for the user; nothing where they make one.
 [[nodiscard]] std::optional<std::string> problemWith(const StreamOptions &options);
 
-/// The pages of a stream, every copy and the blank page counted.
+/// The pages of a stream, every copy and its blank page counted.
 [[nodiscard]] std::uint64_t pagesInStream(const StreamOptions &options);
 
 /// The document page (from 1) at this place (from 0, below `pagesInStream()`). The blank page bears the

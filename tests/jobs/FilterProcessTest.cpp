@@ -71,6 +71,18 @@ StreamOptions streamOf(std::uint32_t pages, std::uint32_t copies = 1, CopyOrder 
     return stream;
 }
 
+/// Two collated copies or more of an odd document, with a single blank page behind all of them.
+std::string streamWithABlankPageAtItsVeryEnd(std::uint32_t pages, std::uint32_t copies) {
+    const StreamOptions stream = streamOf(pages, 1, CopyOrder::collated, true);
+    std::string bytes = *stream.identifier + makeJobHeaders(stream);
+    for (std::uint32_t copy = 0; copy < copies; ++copy) {
+        for (std::uint32_t page = 1; page <= pages; ++page) {
+            bytes += makePage(stream, page);
+        }
+    }
+    return bytes + makePage(stream, pages + 1) + "JIDG";
+}
+
 /// Every page of the stream in its order, as `printed` describes pages.
 std::string inStreamOrder(const StreamOptions &stream) {
     std::string pages;
@@ -284,8 +296,15 @@ const std::vector<DuplexCase> &duplexCases() {
          streamOf(4), duplex, "2 1*"},
         {"odd with the renderer's blank page", order642135, {.duplexing = 2, .sidesImaged = 3},
          streamOf(3, 1, collated, true), duplex, "4 2 1* 3"},
-        {"odd with the blank page, two collated copies", order642135, {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 6},
+        {"odd with the blank page, two collated copies", order642135, {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 8},
          streamOf(3, 2, collated, true), duplex, "4 2 4 2 1* 3 1 3"},
+        {"odd with the blank page, two collated copies, its sides not counted", order642135,
+         {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 6},
+         streamOf(3, 2, collated, true), duplex, "4 2 4 2 1* 3 1 3"},
+        {"odd with the blank page, two uncollated copies in pairs", order642135, {.copies = 2, .duplexing = 2, .sidesImaged = 8},
+         streamOf(3, 2, pairs, true), duplex, "4 4 2 2 1* 1 3 3"},
+        {"odd with the blank page, two uncollated copies in pairs, sides not told", order642135, {.copies = 2, .duplexing = 3},
+         streamOf(3, 2, pairs, true), duplex, "4 4 2 2 1* 1 3 3"},
         {"by hand", byHand, {.duplexing = 2, .sidesImaged = 4},
          streamOf(4), manualDuplex, "4 2 1* 3"},
         {"two uncollated copies in pairs", order642135, {.copies = 2, .duplexing = 2, .sidesImaged = 8},
@@ -370,7 +389,7 @@ TEST_F(FilterProcessTest, ATwoSidedJobIsLoggedStepByStep) {
     configure(
         {{"VeltrinDuplexOrder", "642135"}, {"VeltrinManualDuplex", "true"}, {"VeltrinDuplexBypass", "true"}});
     print(JobOptions{.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 6}.argument(),
-          makeStream(streamOf(3, 2, CopyOrder::collated, true)));
+          streamWithABlankPageAtItsVeryEnd(3, 2));
     const std::vector<std::string> log = logMessages();
     const auto from = std::find(log.begin(), log.end(), "DriverFilter spoolPages Reading file headers");
     const auto page = [](int number) {

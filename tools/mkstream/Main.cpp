@@ -35,7 +35,7 @@ The document:
       --order=ORDER        how the copies are repeated: collated (1 2 1 2, the
                            default), uncollated (1 1 2 2) or pairs (both sides
                            of a sheet together: 1 2 1 2 3 4 3 4)
-      --blank-page         end with the renderer's blank page
+      --blank-page         end each copy with the renderer's blank page
 
 Each page:
   -b, --bands=N            bands of a page (4)

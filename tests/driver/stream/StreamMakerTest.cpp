@@ -70,10 +70,12 @@ const OrderCase orderCases[] = {
     {"OnePageInPairs", 1, 3, CopyOrder::pairs, false, {1, 1, 1}},
     {"OddDocumentUncollated", 3, 3, CopyOrder::uncollated, false, {1, 1, 1, 2, 2, 2, 3, 3, 3}},
     {"BlankPage", 3, 1, CopyOrder::collated, true, {1, 2, 3, 4}},
-    {"BlankPageOnceAfterAllCopies", 3, 2, CopyOrder::collated, true, {1, 2, 3, 1, 2, 3, 4}},
-    {"BlankPageUncollated", 3, 2, CopyOrder::uncollated, true, {1, 1, 2, 2, 3, 3, 4}},
-    {"BlankPageInPairs", 3, 2, CopyOrder::pairs, true, {1, 2, 1, 2, 3, 3, 4}},
+    {"BlankPageInEachCopy", 3, 2, CopyOrder::collated, true, {1, 2, 3, 4, 1, 2, 3, 4}},
+    {"BlankPageUncollated", 3, 2, CopyOrder::uncollated, true, {1, 1, 2, 2, 3, 3, 4, 4}},
+    {"BlankPageInPairs", 3, 2, CopyOrder::pairs, true, {1, 2, 1, 2, 3, 4, 3, 4}},
+    {"BlankPageBehindTheOnlyOne", 1, 3, CopyOrder::pairs, true, {1, 2, 1, 2, 1, 2}},
     {"BlankPageAlone", 0, 1, CopyOrder::collated, true, {1}},
+    {"BlankPageAloneInEachCopy", 0, 3, CopyOrder::pairs, true, {1, 1, 1}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Orders, PageOrderTest, testing::ValuesIn(orderCases),
