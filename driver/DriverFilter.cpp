@@ -171,7 +171,8 @@ bool DriverFilter::printTwoSided() {
     return unspoolPages() || failure("unspoolPages error");
 }
 
-/// Waits until the backend has taken everything and acknowledges the end of the job.
+/// Waits until the backend has taken everything and acknowledges the end of the job, which today's channel
+/// takes for granted.
 bool DriverFilter::awaitEndOfJob() {
     if (ipc == nullptr) {
         return true;

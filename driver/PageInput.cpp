@@ -19,8 +19,8 @@ bool InputMemory::allocateDataBuffer(std::int32_t size) {
     return dataBuffer != nullptr;
 }
 
-PageInput::PageInput(const std::string &path, InputMemory &shared)
-    : memory(shared), fd(open(path.c_str(), O_RDONLY)), ownsDescriptor(true) {}
+PageInput::PageInput(const std::string &path, InputMemory &theMemory)
+    : memory(theMemory), fd(open(path.c_str(), O_RDONLY)), ownsDescriptor(true) {}
 
 PageInput::~PageInput() {
     if (ownsDescriptor && isOpen()) {

@@ -30,12 +30,12 @@ struct InputMemory {
 /// All methods that return a boolean return true on success; a failure is logged where it is found.
 class PageInput {
   public:
-    /// Reads a descriptor that is somebody else's to close. What has been read ahead of it stays in `shared`
-    /// for the next object that reads it.
-    PageInput(int descriptor, InputMemory &shared) : memory(shared), fd(descriptor) {}
+    /// Reads a descriptor that is somebody else's to close. What has been read ahead of it stays in the
+    /// memory for the next object that reads it.
+    PageInput(int theFd, InputMemory &theMemory) : memory(theMemory), fd(theFd) {}
 
     /// Opens a spooled page's file.
-    PageInput(const std::string &path, InputMemory &shared);
+    PageInput(const std::string &path, InputMemory &memory);
 
     PageInput(const PageInput &) = delete;
     PageInput &operator=(const PageInput &) = delete;

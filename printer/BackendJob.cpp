@@ -96,9 +96,9 @@ bool isAtEnd(int fd) {
 
 class BackendJob {
   public:
-    BackendJob(std::string deviceUri, const PrinterUri &files, Scenario theScenario,
+    BackendJob(std::string theUri, const PrinterUri &files, Scenario theScenario,
                platform::Platform &thePlatform)
-        : uri(std::move(deviceUri)), scenario(std::move(theScenario)), platform(thePlatform),
+        : uri(std::move(theUri)), scenario(std::move(theScenario)), platform(thePlatform),
           outputName(files.outputFile), reportName(files.reportFile) {}
 
     /// The job of a filter, by the channel; what comes on standard input instead is the printer's, too.

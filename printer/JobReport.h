@@ -50,7 +50,7 @@ struct JobReport {
 /// Collects a job's report while its stream comes in.
 class JobRecorder {
   public:
-    explicit JobRecorder(std::uint64_t number, StreamReader::Sink alsoTo);
+    explicit JobRecorder(std::uint64_t number, StreamReader::Sink sink);
     JobRecorder(const JobRecorder &) = delete;
     JobRecorder &operator=(const JobRecorder &) = delete;
 

@@ -13,7 +13,7 @@ namespace veltrin::printer {
 class LineOutput {
   public:
     /// Leaves the descriptor open at its end.
-    explicit LineOutput(int descriptor) : fd(descriptor) {}
+    explicit LineOutput(int theFd) : fd(theFd) {}
 
     LineOutput(const LineOutput &) = delete;
     LineOutput &operator=(const LineOutput &) = delete;

@@ -12,7 +12,7 @@ namespace veltrin {
 class TextReport {
   public:
     /// Bands are shown where the reader reports them.
-    explicit TextReport(std::ostream &output) : out(output) {}
+    explicit TextReport(std::ostream &theOut) : out(theOut) {}
 
     void show(const StreamEvent &event);
 

@@ -195,7 +195,7 @@ bool take(int choice, const char *value, Request &request) {
 /// Collects a stream's many small pieces into blocks and writes these.
 class BlockWriter {
   public:
-    explicit BlockWriter(int descriptor) : fd(descriptor) { block.reserve(blockSize); }
+    explicit BlockWriter(int theFd) : fd(theFd) { block.reserve(blockSize); }
 
     bool take(std::span<const std::byte> bytes) {
         while (!bytes.empty()) {
