@@ -91,7 +91,7 @@ bool CUPSFilter::run() {
     CPSDebugLog("CUPSFIlter run: ");
 
     settings.copies = static_cast<std::uint32_t>(intForOption("com.apple.print.PrintSettings.PMCopies..n."));
-    CPSDebugLog("copies: %d", static_cast<std::int32_t>(settings.copies));
+    CPSDebugLog("copies: %d", asSigned(settings.copies));
     if (settings.copies == 0) {
         settings.copies = 1;
     }
@@ -110,7 +110,7 @@ bool CUPSFilter::run() {
 
     settings.sidesImaged =
         static_cast<std::uint32_t>(intForOption("com.apple.print.PrintSettings.PMTotalSidesImaged..n."));
-    CPSDebugLog("sidesImaged: %d", static_cast<std::int32_t>(settings.sidesImaged));
+    CPSDebugLog("sidesImaged: %d", asSigned(settings.sidesImaged));
     if (settings.sidesImaged == 0) {
         settings.sidesImaged = 1;
     }

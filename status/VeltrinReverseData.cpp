@@ -91,13 +91,13 @@ void VeltrinReverseData::dump() const {
     CPSDebugLog("ReverseData: recoverFlag:\t\t%d", recoverFlag());
     CPSDebugLog("ReverseData: readyToReceive:\t%d", readyToReceive());
     CPSDebugLog("ReverseData: frontPanelCancel:\t%d", frontPanelCancel());
-    CPSDebugLog("ReverseData: modelInfo:\t\t%d", static_cast<int>(modelInfo()));
-    CPSDebugLog("ReverseData: marketInfo:\t\t%d", static_cast<int>(marketInfo()));
+    CPSDebugLog("ReverseData: modelInfo:\t\t%d", asSigned(modelInfo()));
+    CPSDebugLog("ReverseData: marketInfo:\t\t%d", asSigned(marketInfo()));
     CPSDebugLog("ReverseData: headerMemory:\t%8.8u", headerMemory());
     CPSDebugLog("ReverseData: imageMemory:\t\t%8.8u", imageMemory());
     CPSDebugLog("ReverseData: totalMemory: \t%8.8u", totalMemory());
     CPSDebugLog("ReverseData: jobCount: \t\t%2.2u", jobCount());
-    CPSDebugLog("ReverseData: remainingPages:\t%3.3d", static_cast<int>(remainingPages()));
+    CPSDebugLog("ReverseData: remainingPages:\t%3.3d", asSigned(remainingPages()));
     CPSDebugLog("ReverseData: statusCode:\t\t0x%2.2x", statusCode());
     CPSDebugLog("ReverseData: subStatusCode1: \t0x%2.2x", subStatusCode1());
     CPSDebugLog("ReverseData: subStatusCode2:\t0x%2.2x", subStatusCode2());
