@@ -38,16 +38,10 @@ int checked(int result) {
     return result;
 }
 
-struct BusRelease {
-    void operator()(sd_bus *bus) const { sd_bus_close_unref(bus); }
-};
-
-using Bus = std::unique_ptr<sd_bus, BusRelease>;
-
-Bus openBus() {
+platform::Bus openBus() {
     sd_bus *bus = nullptr;
     checked(sd_bus_open_system(&bus));
-    return Bus(bus);
+    return platform::Bus(bus);
 }
 
 void turn(sd_bus *bus) {
@@ -94,7 +88,7 @@ class Answerer {
 
     [[noreturn]] static void answerForEver(int pipeEnd) noexcept {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const Bus bus = openBus();
+        const platform::Bus bus = openBus();
         const char *name = nullptr;
         checked(sd_bus_add_object(bus.get(), nullptr, path, answer, nullptr));
         checked(sd_bus_get_unique_name(bus.get(), &name));
@@ -135,7 +129,7 @@ void call(sd_bus *bus, const std::string &peer, std::span<const std::byte> block
 
 double timePlainCalls(std::size_t bands, std::size_t headerSize, std::size_t bandSize, std::size_t window) {
     const Answerer peer;
-    const Bus bus = openBus();
+    const platform::Bus bus = openBus();
     const std::vector<std::byte> header(headerSize);
     const std::vector<std::byte> band(bandSize);
     std::size_t unanswered = 0;

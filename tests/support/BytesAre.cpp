@@ -1,5 +1,7 @@
 #include "tests/support/BytesAre.h"
 
+#include "platform/Counted.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -10,10 +12,6 @@
 namespace veltrin::test {
 
 namespace {
-
-std::string counted(const std::string &bytes) {
-    return std::to_string(bytes.size()) + (bytes.size() == 1 ? " byte" : " bytes");
-}
 
 /// The bytes around a place in hexadecimal, with the one that stands there, or the end, between brackets.
 std::string around(std::string_view bytes, std::size_t place) {
@@ -47,10 +45,12 @@ class BytesMatcher : public testing::MatcherInterface<const Bytes &> {
         return false;
     }
 
-    void DescribeTo(std::ostream *out) const override { *out << "are the expected " << counted(expected); }
+    void DescribeTo(std::ostream *out) const override {
+        *out << "are the expected " << counted(expected.size(), "byte", "bytes");
+    }
 
     void DescribeNegationTo(std::ostream *out) const override {
-        *out << "are not these " << counted(expected);
+        *out << "are not these " << counted(expected.size(), "byte", "bytes");
     }
 
   private:
@@ -60,7 +60,7 @@ class BytesMatcher : public testing::MatcherInterface<const Bytes &> {
 } // namespace
 
 void PrintTo(const Bytes &bytes, std::ostream *out) {
-    *out << counted(bytes.text);
+    *out << counted(bytes.text.size(), "byte", "bytes");
 }
 
 testing::Matcher<const Bytes &> BytesAre(std::string expected) {
