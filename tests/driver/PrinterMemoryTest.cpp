@@ -1,5 +1,6 @@
 #include "driver/PrinterStatus.h"
 #include "tests/driver/PrinterStatusFixture.h"
+#include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
@@ -60,35 +61,40 @@ TEST_F(PrinterMemoryTest, TheFirstCheckReadsTheStatusAndLaterOnesWithinThreeSeco
     EXPECT_THAT(estimate(), ElementsAre("4936", std::to_string(2 * mebibyte - 2000)));
 }
 
-TEST_F(PrinterMemoryTest, HoldsThePageBackUntilThePrinterHasRoomInBothMemories) {
-    for (const bool headerIsShort : {false, true}) {
-        platform.fakeClock.sleeps.clear();
-        platform.fakeClock.now += 10s;
-        printer = {};
-        (headerIsShort ? printer.headerMemory : printer.imageMemory) =
-            headerIsShort ? 1024 + 32 : mebibyte + 1000;
-        platform.fakeClock.afterSleep = [this] {
-            if (platform.fakeClock.sleeps.size() == 3) {
-                printer = {};
-            }
-        };
-        log.clear();
-        const auto checked = platform.fakeClock.now;
-        EXPECT_TRUE(status.checkHeaderSize(32, 1000, false));
-        EXPECT_THAT(platform.fakeClock.sleeps, ElementsAre(2s, 2s, 2s));
-        EXPECT_THAT(log.messages(), Contains("DriverFilter checkHeaderSize: Printer not ready...").Times(3));
-        EXPECT_THAT(log.messages(), Contains("DriverFilter checkHeaderSize: headerMemory = " +
-                                             std::to_string(headerIsShort ? 1056 : 16 * mebibyte))
-                                        .Times(3));
-        EXPECT_THAT(log.messages(), Contains("DriverFilter checkHeaderSize: imageMemory = " +
-                                             std::to_string(headerIsShort ? 256 * mebibyte : mebibyte + 1000))
-                                        .Times(3));
-        platform.fakeClock.afterSleep = [] {};
-        platform.fakeClock.now = checked; // the wait was longer than the estimate holds
-        EXPECT_THAT(estimate(),
-                    ElementsAre(std::to_string(16 * mebibyte - 32), std::to_string(256 * mebibyte - 1000)));
+struct ShortMemoryCase {
+    std::string name;
+    std::uint32_t headerMemory;
+    std::uint32_t imageMemory;
+};
+
+class ShortMemory : public PrinterMemoryTest, public testing::WithParamInterface<ShortMemoryCase> {};
+
+TEST_P(ShortMemory, HoldsThePageBackUntilThePrinterHasRoomInBoth) {
+    printer.headerMemory = GetParam().headerMemory;
+    printer.imageMemory = GetParam().imageMemory;
+    platform.fakeClock.afterSleep = [this] {
+        if (platform.fakeClock.sleeps.size() == 3) {
+            printer = {};
+        }
+    };
+    const auto checked = platform.fakeClock.now;
+    EXPECT_TRUE(status.checkHeaderSize(32, 1000, false));
+    EXPECT_THAT(platform.fakeClock.sleeps, ElementsAre(2s, 2s, 2s));
+    for (const std::string &line :
+         {std::string("Printer not ready..."), "headerMemory = " + std::to_string(GetParam().headerMemory),
+          "imageMemory = " + std::to_string(GetParam().imageMemory)}) {
+        EXPECT_THAT(log.messages(), Contains("DriverFilter checkHeaderSize: " + line).Times(3));
     }
+    platform.fakeClock.afterSleep = [] {};
+    platform.fakeClock.now = checked; // the wait was longer than the estimate holds
+    EXPECT_THAT(estimate(),
+                ElementsAre(std::to_string(16 * mebibyte - 32), std::to_string(256 * mebibyte - 1000)));
 }
+
+INSTANTIATE_TEST_SUITE_P(Memories, ShortMemory,
+                         testing::Values(ShortMemoryCase{"headers", 1024 + 32, 256 * mebibyte},
+                                         ShortMemoryCase{"bands", 16 * mebibyte, mebibyte + 1000}),
+                         test::nameOfCase<ShortMemoryCase>);
 
 TEST_F(PrinterMemoryTest, MemoryFiguresAreLoggedAsSignedNumbers) {
     printer.headerMemory = 0;
