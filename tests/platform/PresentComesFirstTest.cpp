@@ -134,6 +134,7 @@ TEST_F(PresentComesFirst, WhoeverHasGivenUpWaitsNoMore) {
         } else {
             impatient.reset();
         }
+        letArrive(backend);
         turnALot();
         sayGoodbye(first);
         turnALot();
@@ -163,6 +164,7 @@ TEST_F(PresentComesFirst, WhoeverHasGivenUpWaitsNoMoreWhereAPostHasLookedAtTheNe
         } else {
             impatient.reset();
         }
+        letArrive(ownBackend);
         for (int i = 0; i < 50; ++i) {
             EXPECT_FALSE(ownBackend.center->post(frontendName, "readPipe", std::nullopt));
             std::this_thread::sleep_for(1ms);
