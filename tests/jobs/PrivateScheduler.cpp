@@ -24,6 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char *filterName = "veltrin";
+constexpr const char *rendererName = "veltrin-raster";
 constexpr const char *backendName = "veltrin-printer";
 
 constexpr const char *filesConfiguration = R"(FileDevice Yes
@@ -226,13 +227,26 @@ Command PrivateScheduler::filterByHand(const std::string &options, const std::st
 void PrivateScheduler::install(int backendMode) const {
     const fs::path programs = hostPath(VELTRIN_PROGRAMS);
     const fs::path filters = root + "/lib/filter";
-    copyAsInstalled(programs / filterName, filters / filterName, fs::perms(0755));
+    for (const char *filter : {filterName, rendererName}) {
+        copyAsInstalled(programs / filter, filters / filter, fs::perms(0755));
+    }
     for (const char *resource : {"Info.plist", "en.lproj/Localizable.strings"}) {
         copyAsInstalled(programs / resource, filters / resource, fs::perms(0644));
     }
     copyAsInstalled(hostPath(VELTRIN_PACKAGING "/veltrin.types"), root + "/share/mime/veltrin.types",
                     fs::perms(0644));
     copyAsInstalled(CUPS_DATADIR "/mime/mime.types", root + "/share/mime/mime.types", fs::perms(0644));
+    // What makes raster of people's documents.
+    for (const char *filter : {"gstoraster", "imagetoraster", "pdftopdf", "texttopdf"}) {
+        fs::create_symlink(fs::path(CUPS_SERVERBIN "/filter") / filter, filters / filter);
+    }
+    for (const char *rules : {"cupsfilters.convs", "cupsfilters.types", "cupsfilters-ghostscript.convs"}) {
+        copyAsInstalled(fs::path(CUPS_DATADIR "/mime") / rules, fs::path(root + "/share/mime") / rules,
+                        fs::perms(0644));
+    }
+    for (const char *data : {"charsets", "data"}) {
+        fs::create_symlink(fs::path(CUPS_DATADIR) / data, fs::path(root + "/share") / data);
+    }
     const fs::path backends = root + "/lib/backend";
     copyAsInstalled(programs / backendName, backends / backendName,
                     fs::perms(static_cast<unsigned>(backendMode)));

@@ -1,0 +1,221 @@
+// Documents as people have them, from lp through CUPS's own filters, the renderer and the filter to a file
+// device, and what is on the sheets then.
+
+#include "printer/JobReport.h"
+#include "printer/SheetReport.h"
+#include "tests/jobs/PrivateScheduler.h"
+#include "tests/raster/StreamPages.h"
+#include "tests/support/CaseName.h"
+#include "tests/support/Files.h"
+#include "tests/support/NumberedDocument.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace veltrin {
+namespace {
+
+using test::numberedPdf;
+using test::Patch;
+using test::PrivateScheduler;
+using test::StreamContents;
+using test::StreamPage;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+constexpr const char *device = "/tmp/printer";
+
+/// The share of the patch's dots that have ink of this plane; looked at in its middle, since pages may be
+/// moved by a part of a point.
+double inkOf(const StreamPage &page, raster::Plane plane, const Patch &patch) {
+    const auto dots = [](double points) { return static_cast<std::uint32_t>(points * 600 / 72); };
+    const std::uint32_t columns = dots(patch.width / 2);
+    const std::uint32_t lines = dots(patch.height / 2);
+    const std::uint32_t ink = page.inkIn(plane, dots(patch.left + patch.width / 4),
+                                         dots(patch.top + patch.height / 4), columns, lines);
+    return static_cast<double>(ink) / (columns * lines);
+}
+
+/// The number that the page's bars show; 0 for a blank one.
+std::uint32_t numberOn(const StreamPage &page) {
+    if (page.isBlank()) {
+        return 0;
+    }
+    std::uint32_t number = 0;
+    for (std::uint32_t bit = 0; bit < test::numberBits; ++bit) {
+        number |= (inkOf(page, raster::black, test::barOf(bit)) > 0.5 ? 1U : 0U) << bit;
+    }
+    return number;
+}
+
+class DocumentTest : public testing::Test {
+  protected:
+    /// Prints a document, and reads what has come to the device.
+    StreamContents print(const std::string &document, const std::vector<std::string> &options) {
+        const int job = scheduler.submit(document, options);
+        scheduler.expectState(job, IPP_JSTATE_COMPLETED);
+        stream = test::readFile(device);
+        StreamContents contents = test::contentsOf(stream);
+        EXPECT_THAT(contents.problems, IsEmpty()) << scheduler.log();
+        return contents;
+    }
+
+    static std::vector<std::uint32_t> numbersOn(const StreamContents &contents) {
+        std::vector<std::uint32_t> numbers;
+        for (const StreamPage &page : contents.pages) {
+            numbers.push_back(numberOn(page));
+        }
+        return numbers;
+    }
+
+    /// The sheets of the last document by the numbers on their sides, "1/2", "3/-", or "1" where only one
+    /// side was printed; in no particular order.
+    [[nodiscard]] std::vector<std::string> sheets(const StreamContents &contents) const {
+        printer::JobRecorder recorder(1, [](const StreamEvent &) {});
+        recorder.feed(std::as_bytes(std::span(stream)));
+        recorder.finish();
+        const std::vector<std::uint32_t> numbers = numbersOn(contents);
+        std::vector<std::string> texts;
+        for (const printer::Sheet &sheet : printer::sheetsOf(recorder.report.pages)) {
+            const auto side = [&](std::size_t place) {
+                return numbers.at(place) == 0 ? std::string("-") : std::to_string(numbers.at(place));
+            };
+            texts.push_back((sheet.front ? side(*sheet.front) : "none") +
+                            (sheet.back ? "/" + side(*sheet.back) : ""));
+        }
+        std::sort(texts.begin(), texts.end());
+        return texts;
+    }
+
+    std::string stream;
+    PrivateScheduler scheduler{std::string("file://") + device};
+};
+
+struct Copies {
+    std::uint32_t pages;
+    std::uint32_t copies;
+    bool collate;
+    std::string sides; ///< IPP's word
+
+    [[nodiscard]] bool isTwoSided() const { return sides != "one-sided"; }
+
+    /// What must lie in the output tray, in whatever order.
+    [[nodiscard]] std::vector<std::string> sheets() const {
+        std::vector<std::string> sheets;
+        for (std::uint32_t copy = 0; copy < copies; ++copy) {
+            for (std::uint32_t page = 1; page <= pages; page += isTwoSided() ? 2U : 1U) {
+                const bool isAlone = pages == 1 && copies == 1;
+                const std::string back = page < pages ? std::to_string(page + 1) : "-";
+                sheets.push_back(std::to_string(page) + (isTwoSided() && !isAlone ? "/" + back : ""));
+            }
+        }
+        std::sort(sheets.begin(), sheets.end());
+        return sheets;
+    }
+};
+
+std::vector<Copies> everyKindOfCopies() {
+    std::vector<Copies> cases;
+    for (const std::uint32_t pages : {1U, 2U, 3U, 4U}) {
+        for (const std::uint32_t copies : {1U, 2U, 3U}) {
+            for (const bool collate : {false, true}) {
+                for (const char *sides : {"one-sided", "two-sided-long-edge", "two-sided-short-edge"}) {
+                    cases.push_back({pages, copies, collate, sides});
+                }
+            }
+        }
+    }
+    return cases;
+}
+
+class CopiesOfADocument : public DocumentTest, public testing::WithParamInterface<std::uint32_t> {};
+
+TEST_P(CopiesOfADocument, LieOnTheRightSheets) {
+    for (const Copies &one : everyKindOfCopies()) {
+        if (one.pages != GetParam()) {
+            continue;
+        }
+        const std::string name = std::to_string(one.copies) + " copies, " +
+                                 (one.collate ? "collated, " : "uncollated, ") + one.sides;
+        const StreamContents contents =
+            print(numberedPdf(one.pages), {"-n", std::to_string(one.copies), "-o", "sides=" + one.sides, "-o",
+                                           one.collate ? "Collate=True" : "Collate=False"});
+        EXPECT_THAT(sheets(contents), ElementsAreArray(one.sheets())) << name;
+        for (const StreamPage &page : contents.pages) {
+            if (!page.isBlank()) {
+                EXPECT_EQ(page.header.wPageNumber, numberOn(page)) << name;
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pages, CopiesOfADocument, testing::Values(1U, 2U, 3U, 4U));
+
+TEST_F(DocumentTest, OneSidedCopiesComeInTheirOrder) {
+    EXPECT_THAT(numbersOn(print(numberedPdf(3), {"-n", "2"})), ElementsAre(1, 1, 2, 2, 3, 3));
+    EXPECT_THAT(numbersOn(print(numberedPdf(3), {"-n", "2", "-o", "collate=true"})),
+                ElementsAre(1, 2, 3, 1, 2, 3));
+}
+
+TEST_F(DocumentTest, BlackStaysBlackAndRedIsMixed) {
+    const StreamContents contents = print(numberedPdf(1), {});
+    ASSERT_EQ(contents.pages.size(), 1U);
+    const StreamPage &page = contents.pages.front();
+    const Patch bar = test::barOf(0);
+    EXPECT_EQ(inkOf(page, raster::black, bar), 1.0);
+    EXPECT_EQ(inkOf(page, raster::cyan, bar), 0.0);
+    EXPECT_EQ(inkOf(page, raster::magenta, bar), 0.0);
+    EXPECT_EQ(inkOf(page, raster::yellow, bar), 0.0);
+    EXPECT_GT(inkOf(page, raster::magenta, test::redPatch), 0.9);
+    EXPECT_GT(inkOf(page, raster::yellow, test::redPatch), 0.9);
+    EXPECT_LT(inkOf(page, raster::cyan, test::redPatch), 0.1);
+}
+
+TEST_F(DocumentTest, InBlackAndWhiteThereIsBlackAlone) {
+    const StreamContents contents = print(numberedPdf(1), {"-o", "print-color-mode=monochrome"});
+    ASSERT_EQ(contents.pages.size(), 1U);
+    EXPECT_EQ(numberOn(contents.pages.front()), 1U);
+    for (const raster::Plane plane : {raster::cyan, raster::magenta, raster::yellow}) {
+        EXPECT_THAT(contents.pages.front().planes[plane], IsEmpty());
+    }
+    EXPECT_GT(inkOf(contents.pages.front(), raster::black, test::redPatch), 0.3);
+}
+
+TEST_F(DocumentTest, PagesAreChosenAndTurnedRoundBeforeTheyAreRendered) {
+    EXPECT_THAT(numbersOn(print(numberedPdf(4), {"-o", "page-ranges=2-3"})), ElementsAre(2, 3));
+    EXPECT_THAT(numbersOn(print(numberedPdf(3), {"-o", "outputorder=reverse"})), ElementsAre(3, 2, 1));
+}
+
+TEST_F(DocumentTest, PaperThatTakesNoSecondSideIsPrintedOneSidedAndWhole) {
+    const StreamContents contents = print(numberedPdf(3), {"-n", "2", "-o", "sides=two-sided-long-edge", "-o",
+                                                           "PageSize=A5", "-o", "fit-to-page"});
+    EXPECT_EQ(contents.pages.size(), 6U);
+    EXPECT_EQ(contents.header.wJobSetting, 0);
+    EXPECT_EQ(contents.pages.front().header.bPaperSize, 11) << "A5";
+}
+
+TEST_F(DocumentTest, TrayAndPaperTypeStandInThePageHeader) {
+    const StreamContents contents =
+        print(numberedPdf(1), {"-o", "InputSlot=Tray2", "-o", "PaperType=Thick", "-o", "media=Letter"});
+    ASSERT_EQ(contents.pages.size(), 1U);
+    const PageHeader &header = contents.pages.front().header;
+    EXPECT_EQ(header.bPaperTray, 3);
+    EXPECT_EQ(header.bMediaType, 12) << "Thick";
+    EXPECT_EQ(header.bPaperSize, 1) << "Letter";
+    EXPECT_EQ(header.wScanLineWidth, 5100);
+    EXPECT_EQ(header.wHeight, 6600);
+}
+
+TEST_F(DocumentTest, ATextIsPrintedAsWell) {
+    const StreamContents contents = print("A line of text.\n", {});
+    ASSERT_EQ(contents.pages.size(), 1U);
+    EXPECT_FALSE(contents.pages.front().isBlank());
+}
+
+} // namespace
+} // namespace veltrin
