@@ -158,6 +158,9 @@ std::size_t StreamReader::take(std::span<const std::byte> bytes) {
         if (page) {
             page->received += taken;
         }
+        if (options.data) {
+            sink(BandDataRead{sums.bytes, bytes.first(taken)});
+        }
     } else {
         std::memcpy(buffer.data() + have, bytes.data(), taken);
     }

@@ -35,6 +35,7 @@ enum class AfterFault {
 struct ReaderOptions {
     AfterFault afterFault = AfterFault::stop; ///< unless `stop`, what is no page stream is called by its name
     bool bands = false;                       ///< report the beginning of each page and every band, too
+    bool data = false;                        ///< report the bands' data, too, in whatever pieces they come
 };
 
 // What a stream consists of, in its order. An offset counts bytes from the start of the input.
@@ -67,6 +68,12 @@ struct BandRead {
     std::uint64_t number;                    ///< in its page, from 1; 0 outside a page
     std::optional<std::uint64_t> pageOffset; ///< of its page's header
     std::uint16_t pageNumber;                ///< 0 outside a page
+};
+
+/// Some of the data of the band that was read last.
+struct BandDataRead {
+    std::uint64_t offset;
+    std::span<const std::byte> bytes; ///< to be used at once
 };
 
 /// Bytes of data by plane.
@@ -141,8 +148,9 @@ struct SearchEnded {
 /// What people call a part of the stream that begins with this tag, such as "a page header".
 [[nodiscard]] std::string partName(Tag tag);
 
-using StreamEvent = std::variant<IdentifierRead, FileHeaderRead, FileHeaderExRead, PageBegun, BandRead,
-                                 PageRead, EndOfJobRead, CommandRead, ProblemFound, SearchEnded>;
+using StreamEvent =
+    std::variant<IdentifierRead, FileHeaderRead, FileHeaderExRead, PageBegun, BandRead, BandDataRead,
+                 PageRead, EndOfJobRead, CommandRead, ProblemFound, SearchEnded>;
 
 struct StreamTotals {
     std::uint64_t bytes = 0;     ///< the whole input
@@ -157,7 +165,8 @@ struct StreamTotals {
 };
 
 /// Takes a stream's bytes as they come, in pieces of any size, and reports what they make. The events do not
-/// depend on how the bytes are cut. The memory in use is a few kilobytes, whatever the stream holds.
+/// depend on how the bytes are cut (but for the pieces of data, see `ReaderOptions::data`). The memory in use
+/// is a few kilobytes, whatever the stream holds.
 class StreamReader {
   public:
     using Sink = std::function<void(const StreamEvent &)>;

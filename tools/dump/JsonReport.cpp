@@ -173,6 +173,11 @@ Json part(const BandRead &read) {
     return json;
 }
 
+/// It is not asked for.
+Json part(const BandDataRead & /*data*/) {
+    return nullptr;
+}
+
 Json part(const EndOfJobRead &read) {
     return partAt(read.offset, "end-of-job");
 }

@@ -134,6 +134,9 @@ void TextReport::showPart(const BandRead &read) {
         << settingOf(band) << '\n';
 }
 
+/// It is not asked for.
+void TextReport::showPart(const BandDataRead & /*data*/) {}
+
 void TextReport::showPart(const PageRead &page) {
     const char *const state = page.complete ? "" : ", INCOMPLETE";
     if (showsBands) {

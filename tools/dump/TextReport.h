@@ -27,6 +27,7 @@ class TextReport {
     void showPart(const FileHeaderExRead &read);
     void showPart(const PageBegun &page);
     void showPart(const BandRead &band);
+    void showPart(const BandDataRead &data);
     void showPart(const PageRead &page);
     void showPart(const EndOfJobRead &end);
     void showPart(const CommandRead &command);

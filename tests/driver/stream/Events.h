@@ -14,6 +14,7 @@ struct ReadStream {
     std::vector<std::string> events;
     std::vector<std::string> problems; ///< those among the events
     std::vector<PageRead> pages;
+    std::string data; ///< of the bands, one piece behind the other
     StreamTotals totals;
     bool wellFormed = false;
 };
@@ -46,6 +47,13 @@ inline ReadStream readPieces(const std::vector<std::string> &pieces,
             return "band " + std::to_string(band.number) + " of page " + std::to_string(band.pageNumber) +
                    (band.pageOffset ? at(*band.pageOffset) : "") + " size " +
                    std::to_string(band.header.dataSize()) + at(band.offset);
+        }
+
+        std::string operator()(const BandDataRead &read) const {
+            for (const std::byte byte : read.bytes) {
+                result.data += static_cast<char>(byte);
+            }
+            return "data " + std::to_string(read.bytes.size()) + at(read.offset);
         }
 
         std::string operator()(const PageRead &page) const {

@@ -720,6 +720,23 @@ TEST(StreamReader, ReportsBandsWhenAskedTo) {
                     "page 7 at 305 bands 2 data 28", "end of job at 461"));
 }
 
+TEST(StreamReader, ReportsDataWhenAskedTo) {
+    const std::string stream =
+        headers() + pageHeader() + band(0, 2, 1, 0, 0, "kky") + band(2, 0, 0, 1, 1, "mc") + endOfJob;
+    const ReaderOptions options = {.afterFault = AfterFault::stop, .bands = true, .data = true};
+    const std::vector<std::string> cases[] = {{stream}, {stream.substr(0, 370), stream.substr(370)}};
+    for (const std::vector<std::string> &pieces : cases) {
+        const ReadStream read = readPieces(pieces, IdentifierRule::detect, options);
+        EXPECT_EQ(read.data, "kkymc");
+        EXPECT_THAT(read.events, testing::Contains("data 2 at 403"));
+    }
+    EXPECT_THAT(readPieces(cases[0], IdentifierRule::detect, options).events,
+                testing::Contains("data 3 at 368"));
+    EXPECT_THAT(readPieces(cases[1], IdentifierRule::detect, options).events,
+                testing::IsSupersetOf({"data 2 at 368", "data 1 at 370"}));
+    EXPECT_EQ(readPieces({stream}).data, "");
+}
+
 TEST(StreamReader, CountsWhatItCannotRead) {
     EXPECT_EQ(readPieces({headers() + "PIDG" + "1234567"}).totals.unread, 11U);
     EXPECT_EQ(readPieces({headers() + endOfJob + "1234567"}).totals.unread, 7U);
