@@ -1,6 +1,8 @@
 #include "Version.h"
 #include "driver/stream/CommandRecord.h"
 #include "driver/stream/StreamMaker.h"
+#include "tests/raster/DrawnPage.h"
+#include "tests/raster/ReadPicture.h"
 #include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateTmp.h"
@@ -13,6 +15,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <ostream>
 #include <regex>
 #include <set>
@@ -31,6 +34,7 @@ using test::ProcessResult;
 using test::readFile;
 using test::run;
 using test::writeFile;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -390,6 +394,133 @@ TEST(Dump, ListsBandsWhenAskedTo) {
     const std::string document = run(dumpOf(stream, {"--bands", "--json"})).output;
     EXPECT_FALSE(nlohmann::json::parse(document, nullptr, false).is_discarded());
     EXPECT_THAT(document, HasSubstr("\n  {\"kind\":\"band\",\"offset\":372,\"dwBandSetting\":0,"));
+}
+
+/// A job of two pages, a marked one and a small blank one.
+std::string picturedStream(raster::CompressMode mode) {
+    return test::jobHeaders(mode) + test::markedPage(120, 60).page(mode, 16) +
+           test::DrawnPage(40, 20).page(mode) + "JIDG";
+}
+
+TEST(Dump, WritesPicturesOfThePages) {
+    const test::DrawnPage drawn = test::markedPage(120, 60);
+    for (const raster::CompressMode mode : {raster::CompressMode::raw, raster::CompressMode::zstd}) {
+        for (const std::string &identifier : {std::string(), std::string(36, 'i')}) {
+            std::filesystem::remove_all("/tmp/pictures");
+            const std::string stream = identifier + picturedStream(mode);
+            const ProcessResult result = run(dumpOf(stream, {"--pictures=/tmp/pictures"}));
+            EXPECT_EQ(result.exitStatus, 0);
+            EXPECT_EQ(result.errors, "");
+            EXPECT_THAT(result.output, testing::EndsWith(" bytes in all\n2 pictures written\n"));
+            EXPECT_THAT(test::namesIn("/tmp/pictures"), ElementsAre("page-0001.png", "page-0002.png"));
+            const test::ReadPicture first = test::readPicture("/tmp/pictures/page-0001.png");
+            EXPECT_EQ(first.width, 120U);
+            EXPECT_EQ(first.height, 60U);
+            EXPECT_EQ(first.dotsPerMetre, 23622U);
+            for (unsigned y = 0; y < 60; ++y) {
+                for (unsigned x = 0; x < 120; ++x) {
+                    ASSERT_EQ(first.at(x, y),
+                              raster::colourOf(static_cast<raster::InkMix>(drawn.mixAt(x, y))))
+                        << x << ' ' << y;
+                }
+            }
+            EXPECT_EQ(test::readPicture("/tmp/pictures/page-0002.png").height, 20U);
+        }
+    }
+}
+
+TEST(Dump, WritesSmallerPicturesWhenAskedTo) {
+    const std::string stream = picturedStream(raster::CompressMode::zstd);
+    const ProcessResult result = run(dumpOf(stream, {"--pictures=/tmp/pictures", "--dpi=100", "--json"}));
+    EXPECT_EQ(result.exitStatus, 0);
+    const test::ReadPicture first = test::readPicture("/tmp/pictures/page-0001.png");
+    EXPECT_EQ(first.width, 20U);
+    EXPECT_EQ(first.height, 10U);
+    EXPECT_EQ(first.dotsPerMetre, 3937U);
+    const auto document = nlohmann::json::parse(result.output, nullptr, false);
+    ASSERT_FALSE(document.is_discarded()) << result.output;
+    EXPECT_EQ(document["records"][2], nlohmann::json::parse(R"({"kind": "picture", "offset": 272,
+        "file": "page-0001.png", "width": 20, "height": 10, "resolution": 100})"));
+    EXPECT_EQ(document["records"][3]["kind"], "page");
+    EXPECT_EQ(document["records"][4]["file"], "page-0002.png");
+    EXPECT_EQ(document["totals"]["problems"], 0);
+}
+
+TEST(Dump, ShowsTheSameBesidesItsPictures) {
+    const std::string stream = picturedStream(raster::CompressMode::raw);
+    for (const std::vector<std::string> &arguments : {std::vector<std::string>{}, {"--bands"}}) {
+        std::vector<std::string> withPictures = arguments;
+        withPictures.emplace_back("--pictures=/tmp/pictures");
+        EXPECT_EQ(run(dumpOf(stream, withPictures)).output,
+                  run(dumpOf(stream, arguments)).output + "2 pictures written\n");
+    }
+}
+
+TEST(Dump, TellsWhatCannotBeShown) {
+    const std::string headers = test::jobHeaders(raster::CompressMode::raw);
+    const std::string damaged = test::pageHeader(48, 30) + test::bandOf(48, 30, {"", "", "rows", ""}, true);
+    const std::string stream = headers + test::pageHeader(0, 30) + test::bandOf(48, 30, {}, true) + damaged +
+                               test::markedPage(40, 20).page(raster::CompressMode::raw) + "JIDG";
+    EXPECT_EQ(run(dumpOf(stream)).exitStatus, 0);
+    const ProcessResult result = run(dumpOf(stream, {"-p", "/tmp/pictures-of-some"}));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_THAT(result.output,
+                HasSubstr("       272  PROBLEM (at 0x110): the page header tells no size: 0 x 30 "
+                          "dots\n"));
+    EXPECT_THAT(result.output,
+                HasSubstr("       464  PROBLEM (at 0x1d0): the magenta plane of lines 0 to 30 "));
+    EXPECT_THAT(result.output, testing::EndsWith("\n2 pictures written\n2 problems\n"));
+    EXPECT_THAT(test::namesIn("/tmp/pictures-of-some"), ElementsAre("page-0002.png", "page-0003.png"));
+
+    const ProcessResult json = run(dumpOf(stream, {"--pictures=/tmp/pictures-of-some", "--json"}));
+    EXPECT_EQ(json.exitStatus, 1);
+    const auto document = nlohmann::json::parse(json.output, nullptr, false);
+    ASSERT_FALSE(document.is_discarded()) << json.output;
+    EXPECT_EQ(document["records"][2]["problem"], "page-without-size");
+    EXPECT_EQ(document["records"][4]["problem"], "damaged-plane");
+    EXPECT_EQ(document["records"][4]["offset"], 464);
+    EXPECT_EQ(document["totals"]["problems"], 2);
+}
+
+TEST(Dump, ShowsACutPageAsFarAsItCame) {
+    const test::DrawnPage drawn = test::markedPage(120, 60);
+    const std::string stream = picturedStream(raster::CompressMode::raw);
+    const std::vector<std::string> bands = drawn.bands(raster::CompressMode::raw, 16);
+    const std::size_t twoBands = 272 + 64 + bands[0].size() + bands[1].size();
+    const ProcessResult result = run(dumpOf(stream.substr(0, twoBands + 40), {"--pictures=/tmp/pictures"}));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(result.output, testing::EndsWith("1 picture written\n1 problem\n"));
+    const test::ReadPicture picture = test::readPicture("/tmp/pictures/page-0001.png");
+    EXPECT_EQ(picture.height, 60U);
+    EXPECT_EQ(picture.at(10, 30), raster::colourOf(static_cast<raster::InkMix>(drawn.mixAt(10, 30))));
+    EXPECT_EQ(picture.at(60, 31), raster::colourOf(static_cast<raster::InkMix>(drawn.mixAt(60, 31))));
+    EXPECT_NE(drawn.mixAt(60, 31), 0U);
+    EXPECT_EQ(picture.at(0, 59), (raster::PictureColour{255, 255, 255}));
+}
+
+TEST(Dump, FailsWhenAPictureCannotBeWritten) {
+    const std::string stream = picturedStream(raster::CompressMode::raw);
+    ProcessResult result = run(dumpOf(stream, {"--pictures=/no/such/folder"}));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.errors, "veltrin-dump: /no/such/folder: No such file or directory\n");
+    writeFile("/tmp/file", "");
+    result = run(dumpOf(stream, {"--pictures=/tmp/file"}));
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.errors, "veltrin-dump: /tmp/file/page-0001.png: Not a directory\n");
+}
+
+TEST(Dump, RefusesAResolutionThatIsNone) {
+    for (const char *number : {"0", "-1", "65536", "many"}) {
+        const ProcessResult result =
+            run(command(dump, {"--pictures=/tmp/pictures", std::string("--dpi=") + number, "/dev/null"}));
+        EXPECT_EQ(result.exitStatus, 2);
+        EXPECT_THAT(result.errors,
+                    StartsWith(std::string("veltrin-dump: --dpi does not take '") + number + "'\n"));
+    }
+    const ProcessResult result = run(command(dump, {"-d", "100", "/dev/null"}));
+    EXPECT_EQ(result.exitStatus, 2);
+    EXPECT_THAT(result.errors, StartsWith("veltrin-dump: --dpi is for --pictures\n"));
 }
 
 TEST(Dump, WritesAWholeJsonDocumentOfABrokenStream) {

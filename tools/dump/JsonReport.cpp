@@ -213,10 +213,29 @@ JsonReport::JsonReport(std::ostream &output, const std::string &inputName) : out
 
 void JsonReport::show(const StreamEvent &event) {
     const Json json = std::visit([](const auto &read) { return part(read); }, event);
-    if (json.is_null()) {
-        return;
+    if (!json.is_null()) {
+        add(written(json));
     }
-    out << (first ? "\n  " : ",\n  ") << written(json);
+}
+
+void JsonReport::show(const raster::PageProblemFound &found) {
+    Json json = partAt(found.offset, "problem");
+    json["problem"] = raster::nameOf(found.problem);
+    json["text"] = found.text;
+    add(written(json));
+}
+
+void JsonReport::show(const PictureWritten &picture) {
+    Json json = partAt(picture.offset, "picture");
+    json["file"] = picture.file;
+    json["width"] = picture.width;
+    json["height"] = picture.height;
+    json["resolution"] = picture.resolution;
+    add(written(json));
+}
+
+void JsonReport::add(const std::string &record) {
+    out << (first ? "\n  " : ",\n  ") << record;
     first = false;
 }
 

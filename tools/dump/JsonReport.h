@@ -1,6 +1,7 @@
 #pragma once
 
 #include "driver/stream/StreamReader.h"
+#include "tools/dump/PagePictures.h"
 
 #include <ostream>
 #include <string>
@@ -16,10 +17,17 @@ class JsonReport {
 
     void show(const StreamEvent &event);
 
+    // What the pictures of pages are about, where they are wanted.
+    void show(const raster::PageProblemFound &found);
+    void show(const PictureWritten &picture);
+
     /// The sums, when the stream has been read; completes the document.
     void showTotals(const StreamTotals &totals);
 
   private:
+    /// The next line of the document.
+    void add(const std::string &record);
+
     std::ostream &out;
     bool first = true;
 };

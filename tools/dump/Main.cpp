@@ -3,19 +3,24 @@
 #include "platform/CommandLine.h"
 #include "platform/StandardDescriptors.h"
 #include "tools/dump/JsonReport.h"
+#include "tools/dump/PagePictures.h"
 #include "tools/dump/TextReport.h"
 
 #include <fcntl.h>
 #include <getopt.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <iostream>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 // veltrin-dump: shows what is in a page stream and what is wrong with it.
@@ -35,6 +40,9 @@ Without FILE, or when FILE is -, read standard input.
   -b, --bands              list every band
   -r, --resync             where the stream is broken, go on at the next header
                            that makes sense; read further streams as well
+  -p, --pictures=DIR       write a picture of each page into the folder, which
+                           is made if need be: page-0001.png, ...
+  -d, --dpi=N              smaller pictures, of N dots per inch
   -j, --json               write a JSON document for programs
   -h, --help               show this text and exit
   -V, --version            show the version and exit
@@ -43,10 +51,15 @@ Exit status: 0 when the stream is well-formed, 1 when it is not or input or
 output failed, 2 for a mistake in the options.
 )";
 
-const std::array<option, 7> longOptions = {{
+/// What a job can tell of its own.
+constexpr std::uint64_t largestResolution = UINT16_MAX;
+
+const std::array<option, 9> longOptions = {{
     {"identifier", required_argument, nullptr, 'i'},
     {"bands", no_argument, nullptr, 'b'},
     {"resync", no_argument, nullptr, 'r'},
+    {"pictures", required_argument, nullptr, 'p'},
+    {"dpi", required_argument, nullptr, 'd'},
     {"json", no_argument, nullptr, 'j'},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
@@ -59,15 +72,17 @@ constexpr std::array<std::pair<const char *, IdentifierRule>, 3> ruleNames = {{
     {"absent", IdentifierRule::absent},
 }};
 
-/// Feeds the whole input to the reader. Returns 0, or the error that ended the reading.
-int readInput(int fd, StreamReader &reader) {
+/// Feeds the whole input to the reader, as long as `goesOn` says so. Returns 0, or the error that ended the
+/// reading.
+template <typename GoesOn>
+int readInput(int fd, StreamReader &reader, GoesOn goesOn) {
     std::vector<std::byte> block(262144);
     for (;;) {
         const ssize_t got = read(fd, block.data(), block.size());
         if (got > 0) {
             reader.feed(std::span(block).first(static_cast<std::size_t>(got)));
             // There is no point in reading on for an output that takes no more.
-            if (!std::cout) {
+            if (!std::cout || !goesOn()) {
                 return 0;
             }
         } else if (got == 0) {
@@ -78,18 +93,54 @@ int readInput(int fd, StreamReader &reader) {
     }
 }
 
+struct Wishes {
+    IdentifierRule rule = IdentifierRule::detect;
+    ReaderOptions options = {.afterFault = AfterFault::locate, .bands = false};
+    std::optional<PagePictures::Wishes> pictures;
+};
+
+/// Whether the event is only for the pictures.
+bool isForPictures(const StreamEvent &event) {
+    return std::holds_alternative<PageBegun>(event) || std::holds_alternative<BandRead>(event);
+}
+
 template <typename Report>
-int dump(int fd, const std::string &inputName, IdentifierRule rule, ReaderOptions options, Report report) {
-    StreamReader reader([&report](const StreamEvent &event) { report.show(event); }, rule, options);
-    const int error = readInput(fd, reader);
+int dump(int fd, const std::string &inputName, const Wishes &wishes, Report report) {
+    std::optional<PagePictures> pictures;
+    ReaderOptions options = wishes.options;
+    if (wishes.pictures) {
+        pictures.emplace(
+            *wishes.pictures,
+            PagePictures::Listener{[&report](const raster::PageProblemFound &found) { report.show(found); },
+                                   [&report](const PictureWritten &picture) { report.show(picture); }});
+        options.bands = true;
+        options.data = true;
+    }
+    StreamReader reader(
+        [&](const StreamEvent &event) {
+            if (pictures) {
+                pictures->take(event);
+            }
+            if (wishes.options.bands || !isForPictures(event)) {
+                report.show(event);
+            }
+        },
+        wishes.rule, options);
+    const int error = readInput(fd, reader, [&] { return !pictures || pictures->error() == 0; });
     if (error != 0) {
         std::cout.flush();
         return reportFailure(program, inputName, error);
     }
     reader.finish();
-    report.showTotals(reader.totals());
+    if (pictures && pictures->error() != 0) {
+        std::cout.flush();
+        return reportFailure(program, pictures->failedFile(), pictures->error());
+    }
+    StreamTotals totals = reader.totals();
+    totals.problems += pictures ? pictures->problems() : 0;
+    report.showTotals(totals);
     const int status = printText(program, "");
-    return status == exitFine && !reader.isWellFormed() ? exitFailure : status;
+    return status == exitFine && totals.problems != 0 ? exitFailure : status;
 }
 
 } // namespace
@@ -98,13 +149,13 @@ int main(int argc, char **argv) {
     platform::reserveStandardDescriptors();
     std::ios::sync_with_stdio(false);
 
-    IdentifierRule rule = IdentifierRule::detect;
-    ReaderOptions options = {.afterFault = AfterFault::locate, .bands = false};
+    Wishes wishes;
+    std::optional<std::uint32_t> dotsPerInch;
     bool json = false;
     bool help = false;
     bool showVersion = false;
     int choice = 0;
-    while ((choice = getopt_long(argc, argv, "i:brjhV", longOptions.data(), nullptr)) != -1) {
+    while ((choice = getopt_long(argc, argv, "i:brp:d:jhV", longOptions.data(), nullptr)) != -1) {
         switch (choice) {
         case 'i': {
             const std::string when = optarg;
@@ -113,15 +164,26 @@ int main(int argc, char **argv) {
             if (found == ruleNames.end()) {
                 return refuseUsage(program, "--identifier does not take '" + when + "'");
             }
-            rule = found->second;
+            wishes.rule = found->second;
             break;
         }
         case 'b':
-            options.bands = true;
+            wishes.options.bands = true;
             break;
         case 'r':
-            options.afterFault = AfterFault::resume;
+            wishes.options.afterFault = AfterFault::resume;
             break;
+        case 'p':
+            wishes.pictures = PagePictures::Wishes{optarg, std::nullopt};
+            break;
+        case 'd': {
+            const auto number = parseNumber(optarg, largestResolution);
+            if (!number || *number == 0) {
+                return refuseUsage(program, std::string("--dpi does not take '") + optarg + "'");
+            }
+            dotsPerInch = static_cast<std::uint32_t>(*number);
+            break;
+        }
         case 'j':
             json = true;
             break;
@@ -141,6 +203,9 @@ int main(int argc, char **argv) {
     if (showVersion) {
         return printText(program, std::string(program) + " " + version + "\n");
     }
+    if (dotsPerInch && !wishes.pictures) {
+        return refuseUsage(program, "--dpi is for --pictures");
+    }
     if (argc - optind > 1) {
         return refuseUsage(program,
                            std::string("reads one stream; '") + argv[optind + 1] + "' is one too many");
@@ -153,6 +218,13 @@ int main(int argc, char **argv) {
     if (fd == -1) {
         return reportFailure(program, inputName, errno);
     }
-    return json ? dump(fd, inputName, rule, options, JsonReport(std::cout, file))
-                : dump(fd, inputName, rule, options, TextReport(std::cout));
+    if (wishes.pictures) {
+        wishes.pictures->dotsPerInch = dotsPerInch;
+        const std::string &folder = wishes.pictures->folder;
+        if (mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) {
+            return reportFailure(program, folder, errno);
+        }
+    }
+    return json ? dump(fd, inputName, wishes, JsonReport(std::cout, file))
+                : dump(fd, inputName, wishes, TextReport(std::cout));
 }

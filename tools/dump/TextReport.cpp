@@ -51,6 +51,15 @@ void TextReport::show(const StreamEvent &event) {
     std::visit([this](const auto &part) { showPart(part); }, event);
 }
 
+void TextReport::show(const raster::PageProblemFound &found) {
+    showProblem(found.offset, found.text);
+}
+
+/// The line of its page stands below it.
+void TextReport::show(const PictureWritten & /*picture*/) {
+    ++pictures;
+}
+
 void TextReport::showTotals(const StreamTotals &totals) {
     out << '\n'
         << counted(totals.pages, "page", "pages") << ", " << counted(totals.bands, "band", "bands") << ", "
@@ -67,6 +76,9 @@ void TextReport::showTotals(const StreamTotals &totals) {
     }
     if (totals.cancelled) {
         out << "The job was cancelled.\n";
+    }
+    if (pictures != 0) {
+        out << counted(pictures, "picture", "pictures") << " written\n";
     }
     if (totals.problems != 0) {
         out << counted(totals.problems, "problem", "problems") << '\n';
@@ -164,7 +176,11 @@ void TextReport::showPart(const CommandRead &command) {
 }
 
 void TextReport::showPart(const ProblemFound &problem) {
-    paragraph(problem.offset, "PROBLEM (at " + hexadecimal(problem.offset, 1) + "): " + problem.text);
+    showProblem(problem.offset, problem.text);
+}
+
+void TextReport::showProblem(std::uint64_t offset, const std::string &text) {
+    paragraph(offset, "PROBLEM (at " + hexadecimal(offset, 1) + "): " + text);
 }
 
 void TextReport::showPart(const SearchEnded &search) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "driver/stream/StreamReader.h"
+#include "tools/dump/PagePictures.h"
 
 #include <ostream>
 #include <string>
@@ -15,6 +16,10 @@ class TextReport {
     explicit TextReport(std::ostream &theOut) : out(theOut) {}
 
     void show(const StreamEvent &event);
+
+    // What the pictures of pages are about, where they are wanted.
+    void show(const raster::PageProblemFound &found);
+    void show(const PictureWritten &picture);
 
     /// The sums, when the stream has been read.
     void showTotals(const StreamTotals &totals);
@@ -34,6 +39,7 @@ class TextReport {
     void showPart(const ProblemFound &problem);
     void showPart(const SearchEnded &search);
 
+    void showProblem(std::uint64_t offset, const std::string &text);
     void beginPart(std::uint64_t offset, const std::string &name);
     void line(const std::string &name, const std::string &value);
     void paragraph(std::uint64_t offset, std::string_view text);
@@ -42,6 +48,7 @@ class TextReport {
     std::ostream &out;
     Table table = Table::none;
     bool showsBands = false;
+    std::uint64_t pictures = 0;
     std::string paper; ///< of the pages shown last
 };
 
