@@ -1,4 +1,5 @@
 #include "Version.h"
+#include "platform/CommandLine.h"
 #include "platform/PipeCapacity.h"
 #include "platform/StandardDescriptors.h"
 #include "raster/FilterOptions.h"
@@ -46,10 +47,6 @@ this program and prints the stream.
 Exit status: that of the filter, or 0 when the stream was written; 1 when the
 raster could not be rendered; 2 for a mistake in the arguments.
 )";
-
-constexpr int exitFine = 0;
-constexpr int exitFailure = 1;
-constexpr int exitUsage = 2;
 
 /// Large enough that renderer and filter seldom wait for each other.
 constexpr std::size_t pipeBytes = std::size_t{1024} * 1024;
@@ -236,36 +233,25 @@ int run(const Arguments &arguments, char *name, bool streamOnly) {
     return streamOnly ? render(reader, job, STDOUT_FILENO) : printThroughFilter(reader, job, name);
 }
 
-int refuseUsage(const std::string &problem) {
-    std::fprintf(stderr, "%s: %s\nTry '%s --help' for more information.\n", program, problem.c_str(),
-                 program);
-    return exitUsage;
-}
-
-int printText(const std::string &text) {
-    const bool written = std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
-    return written ? exitFine : exitFailure;
-}
-
 int runProgram(int argc, char **argv) {
     // The scheduler's first argument is the number of the job, never an option.
     int first = 1;
     const std::string_view option = argc > 1 ? argv[1] : "";
     const bool streamOnly = option == "--stream";
     if (option == "--help" || option == "-h") {
-        return printText(helpText);
+        return printText(program, helpText);
     }
     if (option == "--version" || option == "-V") {
-        return printText(std::string(program) + " " + version + "\n");
+        return printText(program, std::string(program) + " " + version + "\n");
     }
     if (streamOnly) {
         ++first;
     } else if (option.starts_with('-')) {
-        return refuseUsage("unrecognized option '" + std::string(option) + "'");
+        return refuseUsage(program, "unrecognized option '" + std::string(option) + "'");
     }
     const int count = argc - first;
     if (count < fewestArguments || count > mostArguments) {
-        return refuseUsage("job, user, title, copies and options are needed, and at most one file");
+        return refuseUsage(program, "job, user, title, copies and options are needed, and at most one file");
     }
     return run(argumentsFrom(argv + first, count), argv[0], streamOnly);
 }
