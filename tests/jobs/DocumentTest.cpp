@@ -4,10 +4,10 @@
 #include "printer/JobReport.h"
 #include "printer/SheetReport.h"
 #include "tests/jobs/PrivateScheduler.h"
-#include "tests/raster/StreamPages.h"
 #include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
 #include "tests/support/NumberedDocument.h"
+#include "tests/support/StreamPages.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

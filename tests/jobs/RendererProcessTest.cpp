@@ -1,12 +1,12 @@
 #include "Version.h"
 #include "log/DebugLog.h"
 #include "raster/PlaneCoding.h"
-#include "tests/raster/RasterText.h"
-#include "tests/raster/StreamPages.h"
 #include "tests/support/Files.h"
 #include "tests/support/PPD.h"
 #include "tests/support/PrivateTmp.h"
 #include "tests/support/Process.h"
+#include "tests/support/RasterText.h"
+#include "tests/support/StreamPages.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

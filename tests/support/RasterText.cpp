@@ -1,4 +1,4 @@
-#include "tests/raster/RasterText.h"
+#include "tests/support/RasterText.h"
 
 #include <gtest/gtest.h>
 

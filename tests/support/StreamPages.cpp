@@ -1,4 +1,4 @@
-#include "tests/raster/StreamPages.h"
+#include "tests/support/StreamPages.h"
 
 #include "driver/stream/StreamReader.h"
 #include "raster/PlaneCoding.h"
