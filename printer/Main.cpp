@@ -7,6 +7,7 @@
 #include "printer/Pace.h"
 #include "printer/PrinterRun.h"
 #include "printer/ScenarioLibrary.h"
+#include "printer/SheetPictures.h"
 #include "printer/StatusView.h"
 
 #include <getopt.h>
@@ -42,6 +43,9 @@ Show what happens: on a terminal as a picture that changes, else line by line.
   -l, --list-scenarios   list the installed scenarios and exit
   -o, --output=FILE      keep the data that the printer receives
   -r, --report=FILE      write a JSON report of the jobs at the end
+  -p, --sheets=DIR       write a picture of each printed side, and index.html,
+                         which shows them, into the folder
+  -d, --dpi=N            smaller pictures, of N dots per inch
   -j, --jobs=N           end after N jobs, once they are printed as far as they
                          can be (without: on SIGTERM or SIGINT)
   -k, --stay             wait for the message bus when it is lost
@@ -55,11 +59,16 @@ Exit status: 0, 1 when a job was broken or input or output failed, 2 for a
 mistake in the options.
 )";
 
-const std::array<option, 9> longOptions = {{
+/// What a job can tell of its own.
+constexpr std::uint64_t largestResolution = UINT16_MAX;
+
+const std::array<option, 11> longOptions = {{
     {"scenario", required_argument, nullptr, 's'},
     {"list-scenarios", no_argument, nullptr, 'l'},
     {"output", required_argument, nullptr, 'o'},
     {"report", required_argument, nullptr, 'r'},
+    {"sheets", required_argument, nullptr, 'p'},
+    {"dpi", required_argument, nullptr, 'd'},
     {"jobs", required_argument, nullptr, 'j'},
     {"stay", no_argument, nullptr, 'k'},
     {"help", no_argument, nullptr, 'h'},
@@ -72,6 +81,7 @@ struct Options {
     std::string scenario;
     std::string outputFile;
     std::string reportFile;
+    SheetPictures::Wishes sheets;
     std::uint64_t jobs = 0; ///< 0: no limit
     bool stays = false;
 };
@@ -154,22 +164,32 @@ class Display {
 class Results {
   public:
     explicit Results(const Options &theOptions)
-        : options(theOptions), output(options.outputFile), reportFile(options.reportFile) {}
+        : options(theOptions), output(options.outputFile), reportFile(options.reportFile),
+          sheets(options.sheets) {}
 
     void start() {
         if (!std::exchange(hasStarted, true)) {
             output.drop();
             reportFile.drop();
+            sheets.start();
         }
     }
 
-    void add(std::span<const std::byte> bytes) { output.write(bytes); }
+    void add(std::span<const std::byte> bytes) {
+        output.write(bytes);
+        sheets.take(bytes);
+    }
 
-    void add(const JobReport &job) { jobs.push_back(job); }
+    void add(const JobReport &job) {
+        jobs.push_back(job);
+        sheets.endJob(job);
+    }
+
+    void note(PrinterTime now, const PrinterModel &printer) { sheets.note(now, printer); }
 
     [[nodiscard]] std::size_t jobCount() const { return jobs.size(); }
 
-    [[nodiscard]] bool takesData() const { return output.error() == 0; }
+    [[nodiscard]] bool takesData() const { return output.error() == 0 && sheets.error() == 0; }
 
     [[nodiscard]] bool hasBrokenJob() const {
         return std::any_of(jobs.begin(), jobs.end(),
@@ -184,21 +204,26 @@ class Results {
         reportFile.write(std::as_bytes(std::span(report)));
         reportFile.close();
         output.close();
+        if (hasStarted) {
+            sheets.end(jobs);
+        }
     }
 
     /// Says what went wrong with the files, if something did. Returns whether all is well.
     [[nodiscard]] bool areFilesFine() const {
-        return isFine(output, options.outputFile) && isFine(reportFile, options.reportFile);
+        return isFine(output.error(), options.outputFile) && isFine(reportFile.error(), options.reportFile) &&
+               isFine(sheets.error(), sheets.failedFile());
     }
 
   private:
-    static bool isFine(const OutputFile &file, const std::string &path) {
-        return file.error() == 0 || reportFailure(program, path, file.error()) == exitFine;
+    static bool isFine(int error, const std::string &path) {
+        return error == 0 || reportFailure(program, path, error) == exitFine;
     }
 
     const Options &options;
     OutputFile output;
     OutputFile reportFile;
+    SheetPictures sheets;
     bool hasStarted = false;
     std::vector<JobReport> jobs;
 };
@@ -213,6 +238,7 @@ bool serve(const Options &options, Scenario scenario, Display &display, Results 
     Pace pace;
     const auto goOn = [&](const VirtualPrinter &printer, PrinterTime now) {
         results.start();
+        results.note(now, printer.printer());
         if (pace.isDue(now)) {
             display.show(printer);
         }
@@ -278,7 +304,7 @@ int main(int argc, char **argv) {
 
     Options options;
     int choice = 0;
-    while ((choice = getopt_long(argc, argv, "s:lo:r:j:khV", longOptions.data(), nullptr)) != -1) {
+    while ((choice = getopt_long(argc, argv, "s:lo:r:p:d:j:khV", longOptions.data(), nullptr)) != -1) {
         switch (choice) {
         case 's':
             options.scenario = optarg;
@@ -291,6 +317,17 @@ int main(int argc, char **argv) {
         case 'r':
             options.reportFile = optarg;
             break;
+        case 'p':
+            options.sheets.folder = optarg;
+            break;
+        case 'd': {
+            const auto number = parseNumber(optarg, largestResolution);
+            if (!number || *number == 0) {
+                return refuseUsage(program, std::string("--dpi does not take '") + optarg + "'");
+            }
+            options.sheets.dotsPerInch = static_cast<std::uint32_t>(*number);
+            break;
+        }
         case 'j': {
             const auto jobs = parseNumber(optarg, UINT64_MAX);
             if (!jobs || *jobs == 0) {
@@ -309,6 +346,9 @@ int main(int argc, char **argv) {
         default:
             return refuseUsage(program);
         }
+    }
+    if (options.sheets.dotsPerInch && options.sheets.folder.empty()) {
+        return refuseUsage(program, "--dpi is for --sheets");
     }
     if (argc - optind != 1 || *argv[optind] == '\0') {
         return refuseUsage(program, "wants one device URI");

@@ -1,5 +1,6 @@
 #include "driver/stream/PageStream.h"
 #include "tests/jobs/PrinterFixture.h"
+#include "tests/raster/DrawnPage.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
@@ -534,6 +535,25 @@ TEST_F(FilterAndPrinter, FailAtOnceWithoutABus) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
     EXPECT_THAT(logMessages(), Contains("DriverFilter init: failed to allocate IPC"));
     expectNothingLeft();
+}
+
+TEST_F(FilterAndPrinter, ShowTheSheetsThatAreAskedFor) {
+    startPrinter("duplex-unit", {"--jobs=1", "--sheets=/tmp/sheets", "--dpi=300"});
+    const test::DrawnPage drawn = test::markedPage(80, 40);
+    std::string stream = std::string(36, 'i') + test::jobHeaders(raster::CompressMode::zstd);
+    for (std::uint16_t number = 1; number <= 4; ++number) {
+        stream += drawn.page(raster::CompressMode::zstd, 16, number);
+    }
+    startFilter({.stream = stream + "JIDG", .options = twoSided(1, true, 4)});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishPrinter().exitStatus, 0);
+    EXPECT_THAT(test::namesIn("/tmp/sheets"),
+                ElementsAre("index.html", "sheet-0001-back.png", "sheet-0001-front.png",
+                            "sheet-0002-back.png", "sheet-0002-front.png"));
+    const std::string page = readFile("/tmp/sheets/index.html");
+    EXPECT_THAT(page, testing::HasSubstr("whole: 4 sides on 2 sheets, 1 copy, 4 printed"));
+    EXPECT_THAT(page, testing::HasSubstr("In the order printed: 2, 1, 4, 3</p>"));
+    EXPECT_THAT(page, testing::HasSubstr("sides printed: 4</text>"));
 }
 
 } // namespace
