@@ -17,9 +17,6 @@
 
 namespace veltrin::raster {
 
-/// A page of more dots is not decoded: 2^29 are an A3 page at 1600 dpi and 64 MiB a plane.
-inline constexpr std::uint64_t mostDots = std::uint64_t{1} << 29;
-
 /// What keeps some of a page from being decoded.
 enum class PageProblem {
     noSize,       ///< the page header tells a width or a height of 0

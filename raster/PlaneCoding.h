@@ -18,6 +18,9 @@ enum class CompressMode : std::uint16_t {
     zstd = 1, ///< one zstd frame that tells its content's size
 };
 
+/// Pages of more dots are neither rendered nor decoded: 2^29 are an A3 page at 1600 dpi and 64 MiB a plane.
+inline constexpr std::uint64_t mostDots = std::uint64_t{1} << 29;
+
 /// The bytes of a row of so many dots, its last byte filled up.
 [[nodiscard]] constexpr std::size_t rowBytes(std::uint32_t dots) {
     return (std::size_t{dots} + 7) / 8;

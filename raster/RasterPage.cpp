@@ -1,5 +1,7 @@
 #include "raster/RasterPage.h"
 
+#include "raster/PlaneCoding.h"
+
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -9,7 +11,7 @@ namespace veltrin::raster {
 
 namespace {
 
-constexpr std::uint32_t mostDots = std::numeric_limits<std::uint16_t>::max();
+constexpr std::uint32_t mostDotsInARow = std::numeric_limits<std::uint16_t>::max();
 constexpr std::uint32_t sampleBits = 8;
 constexpr double pointsPerInch = 72;
 
@@ -45,7 +47,7 @@ std::optional<Samples> samplesOf(const cups_page_header2_t &header) {
 std::string problemWithFormat(const cups_page_header2_t &header, const std::optional<Samples> &samples) {
     if (!samples) {
         return "The raster has colour space " + std::to_string(numberIn(header.cupsColorSpace)) +
-               "; only sRGB (19) and gray (18) can be printed.";
+               "; only sRGB (19 or 1) and gray (18, 0 or 3) can be printed.";
     }
     if (header.cupsBitsPerColor != sampleBits ||
         header.cupsBitsPerPixel != sampleBits * bytesPerDot(*samples)) {
@@ -61,8 +63,8 @@ std::string problemWithFormat(const cups_page_header2_t &header, const std::opti
 
 std::string problemWithSizes(const cups_page_header2_t &header, Samples samples) {
     const std::string size = std::to_string(header.cupsWidth) + "x" + std::to_string(header.cupsHeight);
-    if (header.cupsWidth == 0 || header.cupsHeight == 0 || header.cupsWidth > mostDots ||
-        header.cupsHeight > mostDots) {
+    if (header.cupsWidth == 0 || header.cupsHeight == 0 || header.cupsWidth > mostDotsInARow ||
+        header.cupsHeight > mostDotsInARow) {
         return "The raster has " + size + " pixels, which is no page.";
     }
     // Both factors fit 16 bits.
@@ -71,7 +73,7 @@ std::string problemWithSizes(const cups_page_header2_t &header, Samples samples)
                " pixels.";
     }
     if (header.HWResolution[0] != header.HWResolution[1] || header.HWResolution[0] == 0 ||
-        header.HWResolution[0] > mostDots) {
+        header.HWResolution[0] > mostDotsInARow) {
         return "The raster has a resolution of " + std::to_string(header.HWResolution[0]) + "x" +
                std::to_string(header.HWResolution[1]) + " dpi, which cannot be printed.";
     }
@@ -80,7 +82,7 @@ std::string problemWithSizes(const cups_page_header2_t &header, Samples samples)
 
 /// Fields with fractions are newer than those without; a raster may have either.
 double newerOr(float newer, unsigned older) {
-    return newer > 0 ? double{newer} : double(older);
+    return newer > 0 ? static_cast<double>(newer) : static_cast<double>(older);
 }
 
 RasterBox boxOf(const cups_page_header2_t &header) {
@@ -92,8 +94,8 @@ RasterBox boxOf(const cups_page_header2_t &header) {
     box.pageHeight = newerOr(header.cupsPageSize[1], header.PageSize[1]);
     // Boxes are left, bottom, right and top, from the lower left corner.
     if (header.cupsImagingBBox[3] > 0) {
-        box.left = header.cupsImagingBBox[0];
-        box.top = box.pageHeight - double{header.cupsImagingBBox[3]};
+        box.left = static_cast<double>(header.cupsImagingBBox[0]);
+        box.top = box.pageHeight - static_cast<double>(header.cupsImagingBBox[3]);
     } else if (header.ImagingBoundingBox[3] > 0) {
         box.left = header.ImagingBoundingBox[0];
         box.top = box.pageHeight - header.ImagingBoundingBox[3];
@@ -127,7 +129,9 @@ std::optional<RasterPage> rasterPageFrom(const cups_page_header2_t &header, std:
     page.tumble = numberIn(header.Tumble) != CUPS_FALSE;
     page.pageSizeName = textOf(header.cupsPageSizeName);
     page.mediaType = textOf(header.MediaType);
-    if (!placeOnPage(page.box)) {
+    page.copies = header.NumCopies;
+    const auto placement = placeOnPage(page.box);
+    if (!placement || std::uint64_t{placement->across.page} * placement->down.page > mostDots) {
         problem = "The raster's page of " + std::to_string(std::lround(page.box.pageWidth)) + "x" +
                   std::to_string(std::lround(page.box.pageHeight)) + " points cannot be printed.";
         return std::nullopt;

@@ -22,6 +22,7 @@ struct RasterPage {
     RasterBox box;
     Samples samples = Samples::rgb;
     std::uint32_t bytesPerLine = 0;
+    std::uint32_t copies = 1; ///< that are left to be made of each page; some renderers always say 1
     bool duplex = false;
     bool tumble = false;
     std::string pageSizeName; ///< the PPD's name of the page size; may be empty

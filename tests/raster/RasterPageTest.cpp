@@ -111,9 +111,9 @@ TEST(RasterPage, WhatCannotBePrintedIsRefused) {
              header.cupsColorSpace = CUPS_CSPACE_CMYK;
              header.cupsBitsPerPixel = 32;
          },
-         "The raster has colour space 6; only sRGB (19) and gray (18) can be printed."},
+         "The raster has colour space 6; only sRGB (19 or 1) and gray (18, 0 or 3) can be printed."},
         {[](Header &header) { std::memset(&header.cupsColorSpace, 0xFF, sizeof header.cupsColorSpace); },
-         "The raster has colour space 4294967295; only sRGB (19) and gray (18) can be printed."},
+         "The raster has colour space 4294967295; only sRGB (19 or 1) and gray (18, 0 or 3) can be printed."},
         {[](Header &header) { header.cupsBitsPerColor = 1; },
          "The raster has 1 bits per colour and 24 per pixel; only 8 bits per colour can be printed."},
         {[](Header &header) { header.cupsBitsPerPixel = 32; },
