@@ -114,11 +114,36 @@ bool isCollated(const JobOptions &options, const PPDChoices &choices) {
     return handling && *handling != "separate-documents-uncollated-copies";
 }
 
+/// Whether the filters that lay out the pages take the job's copies to be collated. They know nothing of what
+/// is chosen in the PPD.
+bool asksForCollation(const JobOptions &options) {
+    const auto collate = options.find("Collate");
+    const auto handling = options.find("multiple-document-handling");
+    const bool byName = collate && (booleanValue(*collate) || equalIgnoringCase(*collate, "on"));
+    return byName || (handling && *handling != "separate-documents-uncollated-copies");
+}
+
+/// Whether the pages come repeated, so that the copies are not ours to make.
+bool areCopiesMade(const JobOptions &options, const PPDChoices &choices, const RasterPage &page) {
+    const bool knowsCollation = choices.collate && booleanValue(*choices.collate);
+    return page.copies <= 1 && (choices.manualCopies || (asksForCollation(options) && !knowsCollation));
+}
+
 Sides sidesOf(const RasterPage &page) {
     if (!page.duplex) {
         return Sides::oneSided;
     }
     return page.tumble ? Sides::shortEdge : Sides::longEdge;
+}
+
+/// What the job asks for by the PPD's own name of it. CUPS does not mind the case, but the paper rule and the
+/// codes go by the letter.
+template <typename Named>
+std::string namedLike(const std::string &asked, const std::optional<std::string> &chosen, Named named) {
+    if (chosen && equalIgnoringCase(*chosen, asked)) {
+        return *chosen;
+    }
+    return named(asked).value_or(asked);
 }
 
 std::optional<std::string> notEmpty(std::string value) {
@@ -128,7 +153,7 @@ std::optional<std::string> notEmpty(std::string value) {
 std::optional<std::string> paperTypeOf(const JobOptions &options, const PPDChoices &choices,
                                        const RasterPage &page) {
     if (auto asked = options.find("PaperType")) {
-        return asked;
+        return namedLike(*asked, choices.paperType, typeNamed);
     }
     if (const auto type = options.find("media-type")) {
         if (auto name = typeNamed(*type)) {
@@ -143,7 +168,7 @@ std::optional<std::string> paperTypeOf(const JobOptions &options, const PPDChoic
 
 std::string inputSlotOf(const JobOptions &options, const PPDChoices &choices) {
     if (auto asked = options.find("InputSlot")) {
-        return *asked;
+        return namedLike(*asked, choices.inputSlot, sourceNamed);
     }
     if (const auto source = options.find("media-source")) {
         if (auto name = sourceNamed(*source)) {
@@ -165,7 +190,9 @@ JobTicket ticketFor(const std::string &copiesArgument, const JobOptions &options
     ticket.paperType = paperTypeOf(options, choices, firstPage);
     ticket.inputSlot = inputSlotOf(options, choices);
     ticket.sides = sidesOf(firstPage);
-    ticket.layout.copies = static_cast<std::uint32_t>(std::max(integerValue(copiesArgument), 1));
+    if (!areCopiesMade(options, choices, firstPage)) {
+        ticket.layout.copies = static_cast<std::uint32_t>(std::max(integerValue(copiesArgument), 1));
+    }
     ticket.layout.collate = isCollated(options, choices);
     ticket.layout.twoSided =
         ticket.sides != Sides::oneSided && canDuplexPaper(ticket.media, ticket.paperType);

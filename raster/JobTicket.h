@@ -19,6 +19,7 @@ struct PPDChoices {
     std::optional<std::string> collate = std::nullopt;
     std::optional<std::string> inputSlot = std::nullopt;
     std::optional<std::string> paperType = std::nullopt;
+    bool manualCopies = false; ///< it asks for every copy to be rendered
 };
 
 /// Whose edge the sheets are bound on, as PMDuplexing counts.
@@ -36,16 +37,16 @@ struct JobTicket {
     bool operator==(const JobTicket &) const = default;
 };
 
-/// - Copies are those of the fifth argument: not every renderer in front repeats or counts them in its
-/// header.
-/// - Collation is what is chosen in the PPD; without such an option, what the job's options say. The header's
-/// is never
-///   set.
-/// - Sides and size of the paper are the header's, where the defaults have gone in.
-/// - The type of the paper is the job's: "PaperType", else "media-type" or a keyword of "media". Else it is
-/// what the PPD
-///   or else the header says.
-/// - The same names, as the filter will see them, decide whether this paper is printed on both sides.
+/// Copies are those of the fifth argument: not every renderer in front counts them in its header. Only where
+/// the pages have been repeated already is it one: if the PPD asks for that, or if the job wants its copies
+/// collated and the PPD cannot be told so.
+///
+/// Collation is what is chosen in the PPD; without such an option, what the job's options say. That of the
+/// header is never set. Sides and size of the paper are the header's, where the defaults have gone in.
+///
+/// The type of the paper is the job's: "PaperType", else "media-type" or a keyword of "media". Else it is
+/// what the PPD or else the header says. The same names, as the filter will see them, decide whether this
+/// paper is printed on both sides.
 [[nodiscard]] JobTicket ticketFor(const std::string &copiesArgument, const JobOptions &options,
                                   const PPDChoices &choices, const RasterPage &firstPage);
 

@@ -42,6 +42,7 @@ PPDChoices choicesInPPD(const std::string &path, const std::string &options, std
     choices.collate = choiceOf(ppd.get(), "Collate");
     choices.inputSlot = choiceOf(ppd.get(), "InputSlot");
     choices.paperType = choiceOf(ppd.get(), "PaperType");
+    choices.manualCopies = ppd->manual_copies != 0;
     return choices;
 }
 

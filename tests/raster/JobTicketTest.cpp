@@ -33,6 +33,47 @@ TEST(JobTicket, CopiesAreThoseOfTheArgument) {
     EXPECT_EQ(ticketOf("", {}, a4Page(), "99999999999").layout.copies, 0x7FFFFFFFU);
 }
 
+struct RepeatedCase {
+    std::uint32_t copiesInHeader;
+    PPDChoices choices;
+    const char *options;
+    std::uint32_t copies;
+};
+
+TEST(JobTicket, CopiesThatHaveBeenMadeAreNotMadeAgain) {
+    const PPDChoices marked = {.collate = "True"};
+    const PPDChoices unmarked = {.collate = "False"};
+    const PPDChoices manual = {.manualCopies = true};
+    const std::vector<RepeatedCase> cases = {
+        // Left to us, by a header that says so or by one that never says anything else.
+        {2, {}, "", 2},
+        {1, {}, "", 2},
+        {1, unmarked, "", 2},
+        {1, marked, "Collate=True", 2},
+        {1, marked, "multiple-document-handling=single-document", 2},
+        {2, {}, "Collate=True", 2},
+        {2, manual, "", 2},
+        {1, {}, "Collate=False", 2},
+        {1, {}, "multiple-document-handling=separate-documents-uncollated-copies", 2},
+        // Made by the filters in front.
+        {1, {}, "Collate=True", 1},
+        {1, {}, "collate=on", 1},
+        {1, unmarked, "collate=yes", 1},
+        {1, unmarked, "Collate=on", 1},
+        {1, unmarked, "Collate=False multiple-document-handling=separate-documents-collated-copies", 1},
+        {1, manual, "", 1},
+        {1, manual, "Collate=True", 1},
+        {0, manual, "", 1},
+    };
+    for (const RepeatedCase &each : cases) {
+        RasterPage page = a4Page();
+        page.copies = each.copiesInHeader;
+        EXPECT_EQ(ticketOf(each.options, each.choices, page, "2").layout.copies, each.copies)
+            << each.copiesInHeader << ", " << each.choices.collate.value_or("no choice") << ", "
+            << each.options;
+    }
+}
+
 struct CollateCase {
     std::optional<std::string> choice;
     const char *options;
@@ -86,6 +127,9 @@ TEST(JobTicket, TypeOfThePaper) {
         {"", std::nullopt, "Thin", "Thin"},
         {"", "Labels", "Thin", "Labels"},
         {"PaperType=Bond", "Labels", "Thin", "Bond"},
+        {"PaperType=thick", "Plain", "", "Thick"},
+        {"PaperType=mine", "Mine", "", "Mine"},
+        {"PaperType=papyrus", "Plain", "", "papyrus"},
         {"media-type=labels", "Plain", "", "Labels"},
         {"media-type=LABELS", "Plain", "", "Labels"},
         {"media-type=stationery-letterhead", "Plain", "", "Letterhead"},
@@ -109,6 +153,8 @@ TEST(JobTicket, Tray) {
     EXPECT_EQ(ticketOf("").inputSlot, "");
     EXPECT_EQ(ticketOf("", {.inputSlot = "Tray2"}).inputSlot, "Tray2");
     EXPECT_EQ(ticketOf("InputSlot=Bypass", {.inputSlot = "Tray2"}).inputSlot, "Bypass");
+    EXPECT_EQ(ticketOf("InputSlot=tray2", {.inputSlot = "Tray1"}).inputSlot, "Tray2");
+    EXPECT_EQ(ticketOf("InputSlot=drawer", {.inputSlot = "Drawer"}).inputSlot, "Drawer");
     EXPECT_EQ(ticketOf("media-source=tray-2", {.inputSlot = "Auto"}).inputSlot, "Tray2");
     EXPECT_EQ(ticketOf("media-source=auto", {.inputSlot = "Auto"}).inputSlot, "Auto");
     EXPECT_EQ(ticketOf("media=A5,tray2", {.inputSlot = "Auto"}).inputSlot, "Tray2");
@@ -126,6 +172,7 @@ TEST(JobTicket, SizeOfThePaper) {
 TEST(JobTicket, PaperThatRefusesTheBackIsLaidOutOneSided) {
     RasterPage page = a4Page(true);
     EXPECT_FALSE(ticketOf("PaperType=Labels", {}, page).layout.twoSided);
+    EXPECT_FALSE(ticketOf("PaperType=thick", {.paperType = "Plain"}, page).layout.twoSided);
     EXPECT_FALSE(ticketOf("", {.paperType = "Envelope"}, page).layout.twoSided);
     EXPECT_FALSE(ticketOf("media-type=cardstock", {}, page).layout.twoSided);
     EXPECT_EQ(ticketOf("PaperType=Labels", {}, page).sides, Sides::longEdge) << "as asked for";
