@@ -7,10 +7,12 @@
 #include "raster/QueuePPD.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +33,7 @@ using namespace veltrin::raster;
 
 constexpr const char *program = "veltrin-raster";
 constexpr const char *filterName = "veltrin";
+constexpr const char *noMemory = "There is not enough memory to render the page.";
 
 constexpr const char *helpText = R"(Usage: veltrin-raster JOB USER TITLE COPIES OPTIONS [FILE]
   or:  veltrin-raster --stream JOB USER TITLE COPIES OPTIONS [FILE]
@@ -146,14 +149,25 @@ std::optional<std::string> findFilter() {
     return std::nullopt;
 }
 
-/// The renderer's own process behind the pipe: it keeps nothing open that others wait for the end of.
-int renderBehindPipe(RasterReader &reader, const Job &job, int output) {
+/// The renderer's own process behind the pipe. It does not hold the job's output open, ends with the filter
+/// even while it waits for raster, and without a word when the filter reads no more.
+int renderBehindPipe(RasterReader &reader, const Job &job, int output, pid_t parent) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) {
+        return exitFailure; // it has ended before the system was told
+    }
+    std::signal(SIGPIPE, SIG_DFL);
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere != -1) {
         dup2(nowhere, STDOUT_FILENO);
         close(nowhere);
     }
-    return render(reader, job, output);
+    try {
+        return render(reader, job, output);
+    } catch (const std::bad_alloc &) {
+        tellError(noMemory);
+        return exitFailure;
+    }
 }
 
 /// Becomes the filter, with the stream from `input`; comes back where that fails.
@@ -188,6 +202,7 @@ int printThroughFilter(RasterReader &reader, const Job &job, char *name) {
         return exitFailure;
     }
     platform::widenPipe(ends[1], pipeBytes);
+    const pid_t parent = getpid();
     const pid_t child = fork();
     if (child == -1) {
         tellError("There is no process for the renderer: " + errorText() + ".");
@@ -196,7 +211,7 @@ int printThroughFilter(RasterReader &reader, const Job &job, char *name) {
     if (child == 0) {
         close(ends[0]);
         // Nothing of the parent's is to be put away twice.
-        _exit(renderBehindPipe(reader, job, ends[1]));
+        _exit(renderBehindPipe(reader, job, ends[1], parent));
     }
     close(ends[1]);
     becomeFilter(*filter, name, job, ends[0]);
@@ -263,7 +278,7 @@ int main(int argc, char **argv) {
     try {
         return runProgram(argc, argv);
     } catch (const std::bad_alloc &) {
-        tellError("There is not enough memory to render the page.");
+        tellError(noMemory);
         return exitFailure;
     }
 }

@@ -18,11 +18,13 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <optional>
 #include <span>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -46,7 +48,10 @@ constexpr std::uint32_t coarse = 75;
 
 enum class Edge { none, longEdge, shortEdge };
 
-cups_page_header2_t sidedHeader(Edge edge, cups_page_header2_t header = rasterHeader(coarse)) {
+/// Of pages that come once, however many copies there are to be.
+cups_page_header2_t sidedHeader(Edge edge, std::uint32_t copies = 1) {
+    cups_page_header2_t header = rasterHeader(coarse);
+    header.NumCopies = copies;
     header.Duplex = edge != Edge::none ? CUPS_TRUE : CUPS_FALSE;
     header.Tumble = edge == Edge::shortEdge ? CUPS_TRUE : CUPS_FALSE;
     return header;
@@ -294,7 +299,7 @@ std::vector<std::uint32_t> sidesOfJob(const Layout &layout) {
 TEST_F(RendererProcessTest, WritesEveryCopyAsTheFilterExpectsIt) {
     forLayouts([this](const Layout &layout) {
         const StreamContents contents =
-            rendered(streamCommand(document(layout.pages, sidedHeader(layout.edge)),
+            rendered(streamCommand(document(layout.pages, sidedHeader(layout.edge, layout.copies)),
                                    layout.collate ? "collate=true" : "", std::to_string(layout.copies)));
         EXPECT_EQ(numbersOn(contents), sidesOfJob(layout)) << describe(layout);
         for (const StreamPage &page : contents.pages) {
@@ -332,7 +337,7 @@ TEST_F(RendererProcessTest, TheFilterPrintsTheRightSheets) {
     installFilter();
     forLayouts([this](const Layout &layout) {
         const ProcessResult result =
-            runToEnd(filterCommand(document(layout.pages, sidedHeader(layout.edge)),
+            runToEnd(filterCommand(document(layout.pages, sidedHeader(layout.edge, layout.copies)),
                                    layout.collate ? "collate=true" : "", std::to_string(layout.copies)));
         EXPECT_EQ(result.exitStatus, 0) << result.errors;
         const StreamContents printed = contentsOf(result.output);
@@ -559,7 +564,8 @@ TEST_F(RendererProcessTest, ARasterThatCannotBePrintedFailsTheJob) {
     cmyk.cupsBytesPerLine = 4 * cmyk.cupsWidth;
     cmyk.cupsNumColors = 4;
     const std::string inCmyk = rasterText({{cmyk, numbered(1, 4)}});
-    const std::string error = "The raster has colour space 6; only sRGB (19) and gray (18) can be printed.";
+    const std::string error =
+        "The raster has colour space 6; only sRGB (19 or 1) and gray (18, 0 or 3) can be printed.";
     expectFailure(streamCommand(inCmyk), error);
     expectFailure(filterCommand(inCmyk), error);
 
@@ -718,6 +724,37 @@ TEST_F(RendererProcessTest, EndsWithItsFilter) {
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_THAT(namesIn(spoolDirectory), IsEmpty());
+}
+
+TEST_F(RendererProcessTest, TheRendererEndsWithItsFilterThoughItWaitsForRaster) {
+    installFilter();
+    const std::string whole = document(3, sidedHeader(Edge::longEdge));
+    Command command = filterCommand("", "", "2");
+    command.input = Pipe();
+    Process process(command);
+    process.write(whole.substr(0, whole.size() / 2));
+    EXPECT_TRUE(
+        process.waitUntil([&] { return process.errors().find("Rendering page 2") != std::string::npos; }));
+    const std::string id = std::to_string(process.id());
+    std::string renderer = readFile("/proc/" + id + "/task/" + id + "/children");
+    renderer = renderer.substr(0, renderer.find(' '));
+    ASSERT_NE(renderer, "");
+    process.send(SIGKILL);
+    // Its input is open all the while. Whoever takes it over may leave it as a zombie.
+    const auto isAtWork = [&] {
+        std::ifstream file("/proc/" + renderer + "/stat");
+        std::string number;
+        std::string name;
+        std::string state;
+        return file >> number >> name >> state && state != "Z" && state != "X";
+    };
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (isAtWork() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(isAtWork());
+    process.closeInput();
+    process.finish();
 }
 
 TEST_F(RendererProcessTest, AnOutputThatCannotBeWrittenFailsTheJob) {
