@@ -74,7 +74,7 @@ class DocumentTest : public testing::Test {
     }
 
     /// The sheets of the last document by the numbers on their sides, "1/2", "3/-", or "1" where only one
-    /// side was printed; in no particular order.
+    /// side was printed, in the order in which they were begun.
     [[nodiscard]] std::vector<std::string> sheets(const StreamContents &contents) const {
         printer::JobRecorder recorder(1, [](const StreamEvent &) {});
         recorder.feed(std::as_bytes(std::span(stream)));
@@ -88,7 +88,6 @@ class DocumentTest : public testing::Test {
             texts.push_back((sheet.front ? side(*sheet.front) : "none") +
                             (sheet.back ? "/" + side(*sheet.back) : ""));
         }
-        std::sort(texts.begin(), texts.end());
         return texts;
     }
 
@@ -104,17 +103,21 @@ struct Copies {
 
     [[nodiscard]] bool isTwoSided() const { return sides != "one-sided"; }
 
-    /// What must lie in the output tray, in whatever order.
+    /// The sheets in the order in which they are begun. A stack that is turned by hand begins with its last.
     [[nodiscard]] std::vector<std::string> sheets() const {
-        std::vector<std::string> sheets;
-        for (std::uint32_t copy = 0; copy < copies; ++copy) {
-            for (std::uint32_t page = 1; page <= pages; page += isTwoSided() ? 2U : 1U) {
-                const bool isAlone = pages == 1 && copies == 1;
-                const std::string back = page < pages ? std::to_string(page + 1) : "-";
-                sheets.push_back(std::to_string(page) + (isTwoSided() && !isAlone ? "/" + back : ""));
-            }
+        std::vector<std::string> ofOneCopy;
+        for (std::uint32_t page = 1; page <= pages; page += isTwoSided() ? 2U : 1U) {
+            const bool isAlone = pages == 1 && copies == 1;
+            const std::string back = page < pages ? std::to_string(page + 1) : "-";
+            ofOneCopy.push_back(std::to_string(page) + (isTwoSided() && !isAlone ? "/" + back : ""));
         }
-        std::sort(sheets.begin(), sheets.end());
+        if (isTwoSided()) {
+            std::reverse(ofOneCopy.begin(), ofOneCopy.end());
+        }
+        std::vector<std::string> sheets;
+        for (std::size_t place = 0; place < ofOneCopy.size() * copies; ++place) {
+            sheets.push_back(ofOneCopy[collate ? place % ofOneCopy.size() : place / copies]);
+        }
         return sheets;
     }
 };
@@ -184,6 +187,8 @@ TEST_F(DocumentTest, InBlackAndWhiteThereIsBlackAlone) {
         EXPECT_THAT(contents.pages.front().planes[plane], IsEmpty());
     }
     EXPECT_GT(inkOf(contents.pages.front(), raster::black, test::redPatch), 0.3);
+    EXPECT_EQ(contents.header.bColorMode, 0);
+    EXPECT_EQ(contents.pages.front().header.bPlane, 1);
 }
 
 TEST_F(DocumentTest, PagesAreChosenAndTurnedRoundBeforeTheyAreRendered) {
@@ -194,8 +199,13 @@ TEST_F(DocumentTest, PagesAreChosenAndTurnedRoundBeforeTheyAreRendered) {
 TEST_F(DocumentTest, PaperThatTakesNoSecondSideIsPrintedOneSidedAndWhole) {
     const StreamContents contents = print(numberedPdf(3), {"-n", "2", "-o", "sides=two-sided-long-edge", "-o",
                                                            "PageSize=A5", "-o", "fit-to-page"});
-    EXPECT_EQ(contents.pages.size(), 6U);
+    ASSERT_EQ(contents.pages.size(), 6U);
     EXPECT_EQ(contents.header.wJobSetting, 0);
+    const auto black = [&](std::size_t place) { return contents.pages[place].planes[raster::black]; };
+    for (const std::size_t place : {0U, 2U, 4U}) {
+        EXPECT_EQ(black(place), black(place + 1)) << "a page and its copy";
+        EXPECT_NE(black(place), black((place + 2) % 6)) << "another page";
+    }
     EXPECT_EQ(contents.pages.front().header.bPaperSize, 11) << "A5";
 }
 
@@ -209,6 +219,25 @@ TEST_F(DocumentTest, TrayAndPaperTypeStandInThePageHeader) {
     EXPECT_EQ(header.bPaperSize, 1) << "Letter";
     EXPECT_EQ(header.wScanLineWidth, 5100);
     EXPECT_EQ(header.wHeight, 6600);
+}
+
+TEST_F(DocumentTest, APictureIsPrintedAsWell) {
+    std::string picture = "P6 64 64 255\n";
+    for (int dot = 0; dot < 64 * 64; ++dot) {
+        picture.append("\xff\0\0", 3);
+    }
+    const StreamContents contents = print(picture, {"-n", "2"});
+    ASSERT_EQ(contents.pages.size(), 2U);
+    EXPECT_FALSE(contents.pages.front().planes[raster::magenta].empty());
+    EXPECT_TRUE(contents.pages.front().planes[raster::cyan].empty());
+}
+
+TEST_F(DocumentTest, CollationInOtherWordsRepeatsNothingTwice) {
+    for (const char *words :
+         {"Collate=on", "multiple-document-handling=separate-documents-collated-copies"}) {
+        EXPECT_THAT(numbersOn(print(numberedPdf(2), {"-n", "2", "-o", words})), ElementsAre(1, 2, 1, 2))
+            << words;
+    }
 }
 
 TEST_F(DocumentTest, ATextIsPrintedAsWell) {
