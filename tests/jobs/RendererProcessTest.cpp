@@ -707,15 +707,28 @@ TEST_F(RendererProcessTest, EndsOnSIGTERMInTheMiddleOfAPage) {
     EXPECT_THAT(namesIn(spoolDirectory), IsEmpty());
 }
 
-TEST_F(RendererProcessTest, EndsWithItsFilter) {
-    installFilter();
-    const std::string whole = document(3, sidedHeader(Edge::longEdge));
-    Command command = filterCommand("", "", "2");
-    command.input = Pipe();
-    Process process(command);
-    process.write(whole.substr(0, whole.size() / 2));
-    EXPECT_TRUE(
-        process.waitUntil([&] { return process.errors().find("Rendering page 2") != std::string::npos; }));
+class RenderingJob : public RendererProcessTest {
+  protected:
+    /// Renderer and filter of a job whose raster the test feeds.
+    Command jobThatIsFed() {
+        installFilter();
+        Command command = filterCommand("", "", "2");
+        command.input = Pipe();
+        return command;
+    }
+
+    /// Feeds half of three pages; the renderer then waits in the middle of the second.
+    static void feedHalf(Process &process) {
+        const std::string whole = document(3, sidedHeader(Edge::longEdge));
+        process.write(whole.substr(0, whole.size() / 2));
+        EXPECT_TRUE(process.waitUntil(
+            [&] { return process.errors().find("Rendering page 2") != std::string::npos; }));
+    }
+};
+
+TEST_F(RenderingJob, EndsWithItsFilter) {
+    Process process(jobThatIsFed());
+    feedHalf(process);
     // The scheduler signals the group; here the filter alone, and the document ends as that of a cancelled
     // job does.
     process.send(SIGTERM);
@@ -726,15 +739,9 @@ TEST_F(RendererProcessTest, EndsWithItsFilter) {
     EXPECT_THAT(namesIn(spoolDirectory), IsEmpty());
 }
 
-TEST_F(RendererProcessTest, TheRendererEndsWithItsFilterThoughItWaitsForRaster) {
-    installFilter();
-    const std::string whole = document(3, sidedHeader(Edge::longEdge));
-    Command command = filterCommand("", "", "2");
-    command.input = Pipe();
-    Process process(command);
-    process.write(whole.substr(0, whole.size() / 2));
-    EXPECT_TRUE(
-        process.waitUntil([&] { return process.errors().find("Rendering page 2") != std::string::npos; }));
+TEST_F(RenderingJob, EndsWithItsFilterThoughItWaitsForRaster) {
+    Process process(jobThatIsFed());
+    feedHalf(process);
     const std::string id = std::to_string(process.id());
     std::string renderer = readFile("/proc/" + id + "/task/" + id + "/children");
     renderer = renderer.substr(0, renderer.find(' '));
