@@ -66,25 +66,18 @@ void SheetPictures::listen() {
 }
 
 void SheetPictures::readPart(const StreamEvent &event) {
+    planes.take(event);
     if (const auto *header = std::get_if<FileHeaderRead>(&event)) {
         job.name = textIn(header->header.szFileName);
-        planes.beginJob(header->header);
     } else if (const auto *headerEx = std::get_if<FileHeaderExRead>(&event)) {
         job.user = textIn(headerEx->header.szUserName);
-    } else if (const auto *begun = std::get_if<PageBegun>(&event)) {
-        planes.beginPage(begun->offset, begun->header);
-    } else if (const auto *band = std::get_if<BandRead>(&event)) {
-        planes.beginBand(band->offset, band->header);
-    } else if (const auto *data = std::get_if<BandDataRead>(&event)) {
-        planes.takeData(data->bytes);
-    } else if (const auto *page = std::get_if<PageRead>(&event)) {
-        endPage(*page);
+    } else if (std::holds_alternative<PageRead>(event)) {
+        endPage();
     }
 }
 
 /// Which sheet the side is of shows only when all are there.
-void SheetPictures::endPage(const PageRead &page) {
-    planes.endPage(page.complete);
+void SheetPictures::endPage() {
     ShownSide side;
     if (planes.isDecodable() && failure == 0) {
         side = {numbered("side-", job.sides.size() + 1, ".png"), planes.height(), planes.linesBegun()};

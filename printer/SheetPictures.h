@@ -48,7 +48,7 @@ class SheetPictures {
   private:
     void listen();
     void readPart(const StreamEvent &event);
-    void endPage(const PageRead &page);
+    void endPage();
     void fail(const std::string &path, int error);
 
     [[nodiscard]] std::string pathOf(const std::string &name) const { return wishes.folder + "/" + name; }

@@ -75,6 +75,20 @@ bool PagePlanes::Room::makeZeroed(std::size_t wanted) {
 
 PagePlanes::PagePlanes(ProblemSink problemFound) : sink(std::move(problemFound)) {}
 
+void PagePlanes::take(const StreamEvent &event) {
+    if (const auto *job = std::get_if<FileHeaderRead>(&event)) {
+        beginJob(job->header);
+    } else if (const auto *page = std::get_if<PageBegun>(&event)) {
+        beginPage(page->offset, page->header);
+    } else if (const auto *band = std::get_if<BandRead>(&event)) {
+        beginBand(band->offset, band->header);
+    } else if (const auto *piece = std::get_if<BandDataRead>(&event)) {
+        takeData(piece->bytes);
+    } else if (const auto *read = std::get_if<PageRead>(&event)) {
+        endPage(read->complete);
+    }
+}
+
 void PagePlanes::beginJob(const FileHeader &header) {
     compressMode = header.wCompressMode;
     dotsPerInch = header.wResolution;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "driver/stream/PageStream.h"
+#include "driver/stream/StreamReader.h"
 #include "raster/PlaneCoding.h"
 #include "raster/Separation.h"
 
@@ -46,14 +47,11 @@ class PagePlanes {
 
     explicit PagePlanes(ProblemSink problemFound);
 
-    // What comes. Bands and data outside a page are nobody's.
-    void beginJob(const FileHeader &header);
-    void beginPage(std::uint64_t offset, const PageHeader &header);
-    void beginBand(std::uint64_t offset, const BandHeader &header);
-    void takeData(std::span<const std::byte> bytes);
-    void endPage(bool complete); ///< `complete` says that its last band was there
+    /// Takes a part of the stream; the reader is to tell of bands and of their data. Those outside a page are
+    /// nobody's.
+    void take(const StreamEvent &event);
 
-    // What there is, from `endPage()` to the next `beginPage()`.
+    // What there is, from the end of a page to the beginning of the next.
 
     /// Whether the page has a size of which it can be shown.
     [[nodiscard]] bool isDecodable() const { return decodable; }
@@ -76,6 +74,12 @@ class PagePlanes {
     [[nodiscard]] std::span<const std::byte> row(Plane ink, std::uint32_t line) const;
 
   private:
+    void beginJob(const FileHeader &header);
+    void beginPage(std::uint64_t offset, const PageHeader &header);
+    void beginBand(std::uint64_t offset, const BandHeader &header);
+    void takeData(std::span<const std::byte> bytes);
+    void endPage(bool complete); ///< `complete` says that its last band was there
+
     struct Coded {
         std::uint64_t offset = 0;
         std::uint64_t size = 0;

@@ -17,17 +17,9 @@ inline void decodePages(const std::string &stream, raster::PagePlanes &planes,
                         std::size_t pieceSize = SIZE_MAX) {
     StreamReader reader(
         [&](const StreamEvent &event) {
-            if (const auto *job = std::get_if<FileHeaderRead>(&event)) {
-                planes.beginJob(job->header);
-            } else if (const auto *page = std::get_if<PageBegun>(&event)) {
-                planes.beginPage(page->offset, page->header);
-            } else if (const auto *band = std::get_if<BandRead>(&event)) {
-                planes.beginBand(band->offset, band->header);
-            } else if (const auto *data = std::get_if<BandDataRead>(&event)) {
-                planes.takeData(data->bytes);
-            } else if (const auto *read = std::get_if<PageRead>(&event)) {
-                planes.endPage(read->complete);
-                pageEnded(*read);
+            planes.take(event);
+            if (const auto *page = std::get_if<PageRead>(&event)) {
+                pageEnded(*page);
             }
         },
         IdentifierRule::detect, {.afterFault = AfterFault::resume, .bands = true, .data = true});

@@ -31,21 +31,13 @@ void PagePictures::take(const StreamEvent &event) {
     if (failure != 0) {
         return;
     }
-    if (const auto *job = std::get_if<FileHeaderRead>(&event)) {
-        planes.beginJob(job->header);
-    } else if (const auto *page = std::get_if<PageBegun>(&event)) {
-        planes.beginPage(page->offset, page->header);
-    } else if (const auto *band = std::get_if<BandRead>(&event)) {
-        planes.beginBand(band->offset, band->header);
-    } else if (const auto *data = std::get_if<BandDataRead>(&event)) {
-        planes.takeData(data->bytes);
-    } else if (const auto *read = std::get_if<PageRead>(&event)) {
-        endPage(*read);
+    planes.take(event);
+    if (const auto *page = std::get_if<PageRead>(&event)) {
+        endPage(*page);
     }
 }
 
 void PagePictures::endPage(const PageRead &page) {
-    planes.endPage(page.complete);
     ++pages;
     if (!planes.isDecodable()) {
         return;
