@@ -222,6 +222,8 @@ TEST_F(ChannelOnBusTest, ABackendThatStallsHoldsTheFilterUpUntilTheJobIsCancelle
     const Backend backend;
     const auto channel = makeChannel();
     ASSERT_NE(channel, nullptr);
+    ASSERT_TRUE(channel->sendData(Block(16)));
+    ASSERT_TRUE(channel->waitForDelivery()); // nothing is under way any more, the announcement neither
     backend.stall();
     for (int i = 0; i < 16; ++i) {
         EXPECT_TRUE(channel->sendData(Block(100000)));
@@ -237,7 +239,7 @@ TEST_F(ChannelOnBusTest, ABackendThatStallsHoldsTheFilterUpUntilTheJobIsCancelle
     channel->stop();
     backend.goOn();
     EXPECT_TRUE(backend.hearsGoodbye());
-    EXPECT_EQ(backend.blocksTaken(), 17U);
+    EXPECT_EQ(backend.blocksTaken(), 18U);
 }
 
 TEST_F(ChannelOnBusTest, ABusThatDiesFailsTheSend) {
