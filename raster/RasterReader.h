@@ -8,10 +8,12 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace veltrin::raster {
 
-/// Reads CUPS raster, page by page and line by line, and says what is wrong with it as a sentence for people.
+/// Reads CUPS raster of every version, page by page and line by line, and says what is wrong with it as a
+/// sentence for people. Its end is an end only where a page could begin.
 class RasterReader {
   public:
     /// Reads from this descriptor, which stays the caller's to close. Nothing is read yet.
@@ -41,7 +43,11 @@ class RasterReader {
         void operator()(cups_raster_t *stream) const { cupsRasterClose(stream); }
     };
 
-    static ssize_t readSome(void *reader, unsigned char *buffer, std::size_t size);
+    static ssize_t handOut(void *reader, unsigned char *buffer, std::size_t size);
+    [[nodiscard]] std::size_t readInto(std::span<unsigned char> bytes);
+    [[nodiscard]] bool keepMore();
+    [[nodiscard]] bool isAppleRaster();
+    [[nodiscard]] Result open();
     [[nodiscard]] Result fail(const std::string &sentence);
     [[nodiscard]] std::string whyNothingCame(const char *where) const;
 
@@ -51,9 +57,12 @@ class RasterReader {
     std::uint32_t pages = 0;
     std::string failure;
 
-    std::uint64_t bytesRead = 0;
-    bool ended = false; ///< the input has
-    int error = 0;      ///< that of the read that failed
+    static constexpr std::size_t roomSize = std::size_t{64} * 1024;
+    std::vector<unsigned char> room;
+    std::span<unsigned char> kept; ///< what has been read and not yet been handed out, in the room
+    std::uint64_t bytesTaken = 0;  ///< by the library
+    bool ended = false;            ///< the input has
+    int error = 0;                 ///< that of the read that failed
 };
 
 } // namespace veltrin::raster
