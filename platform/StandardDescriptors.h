@@ -10,4 +10,7 @@ namespace veltrin::platform {
 /// that they cannot be written.
 void reserveStandardDescriptors();
 
+/// Closes every other descriptor, whoever has opened it.
+void closeAllButStandardDescriptors();
+
 } // namespace veltrin::platform

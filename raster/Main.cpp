@@ -149,21 +149,22 @@ std::optional<std::string> findFilter() {
     return std::nullopt;
 }
 
-/// The renderer's own process behind the pipe. It does not hold the job's output open, ends with the filter
-/// even while it waits for raster, and without a word when the filter reads no more.
+/// The renderer's own process behind the pipe. It holds nothing open that is the filter's: not the job's
+/// output, and not what the scheduler and the backend tell the filter through. It ends with the filter even
+/// while it waits for raster, and without a word when the filter reads no more.
 int renderBehindPipe(RasterReader &reader, const Job &job, int output, pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) {
         return exitFailure; // it has ended before the system was told
     }
     std::signal(SIGPIPE, SIG_DFL);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere != -1) {
-        dup2(nowhere, STDOUT_FILENO);
-        close(nowhere);
+    if (dup2(output, STDOUT_FILENO) == -1) {
+        tellError("The renderer cannot be given the pipe for its pages: " + errorText() + ".");
+        return exitFailure;
     }
+    platform::closeAllButStandardDescriptors();
     try {
-        return render(reader, job, output);
+        return render(reader, job, STDOUT_FILENO);
     } catch (const std::bad_alloc &) {
         tellError(noMemory);
         return exitFailure;
@@ -218,16 +219,22 @@ int printThroughFilter(RasterReader &reader, const Job &job, char *name) {
     return exitFailure;
 }
 
-int run(const Arguments &arguments, char *name, bool streamOnly) {
-    int input = STDIN_FILENO;
-    if (arguments.file) {
-        input = open(arguments.file->c_str(), O_RDONLY | O_CLOEXEC);
-        if (input == -1) {
-            tellError("The file " + *arguments.file + " cannot be opened: " + errorText() + ".");
-            return exitFailure;
-        }
+/// Makes the file the standard input.
+bool readFrom(const std::string &file) {
+    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd == -1 || dup2(fd, STDIN_FILENO) == -1) {
+        tellError("The file " + file + " cannot be opened: " + errorText() + ".");
+        return false;
     }
-    RasterReader reader(input);
+    close(fd);
+    return true;
+}
+
+int run(const Arguments &arguments, char *name, bool streamOnly) {
+    if (arguments.file && !readFrom(*arguments.file)) {
+        return exitFailure;
+    }
+    RasterReader reader(STDIN_FILENO);
     switch (reader.nextPage()) {
     case RasterReader::Result::page:
         break;

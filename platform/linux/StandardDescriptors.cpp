@@ -15,4 +15,8 @@ void reserveStandardDescriptors() {
     }
 }
 
+void closeAllButStandardDescriptors() {
+    closefrom(STDERR_FILENO + 1);
+}
+
 } // namespace veltrin::platform

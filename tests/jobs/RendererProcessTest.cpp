@@ -1,19 +1,25 @@
 #include "Version.h"
 #include "log/DebugLog.h"
 #include "raster/PlaneCoding.h"
+#include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
 #include "tests/support/PPD.h"
 #include "tests/support/PrivateTmp.h"
 #include "tests/support/Process.h"
+#include "tests/support/RasterForms.h"
 #include "tests/support/RasterText.h"
 #include "tests/support/StreamPages.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -57,13 +63,19 @@ cups_page_header2_t sidedHeader(Edge edge, std::uint32_t copies = 1) {
     return header;
 }
 
+/// Numbered pages.
+std::vector<RasterSheet> sheets(std::uint32_t pages,
+                                const cups_page_header2_t &header = rasterHeader(coarse)) {
+    std::vector<RasterSheet> all;
+    for (std::uint32_t page = 1; page <= pages; ++page) {
+        all.push_back({header, numbered(page, header.cupsBitsPerPixel / 8)});
+    }
+    return all;
+}
+
 /// A document of numbered pages.
 std::string document(std::uint32_t pages, const cups_page_header2_t &header = rasterHeader(coarse)) {
-    std::vector<RasterSheet> sheets;
-    for (std::uint32_t page = 1; page <= pages; ++page) {
-        sheets.push_back({header, numbered(page, header.cupsBitsPerPixel / 8)});
-    }
-    return rasterText(sheets);
+    return rasterText(sheets(pages, header));
 }
 
 /// The number that a page of such a document bears as a bar; 0 for a blank one.
@@ -432,10 +444,8 @@ TEST_F(RendererProcessTest, ReadsAFile) {
 }
 
 TEST_F(RendererProcessTest, ReadsEveryFormOfRaster) {
-    for (const cups_mode_t mode : {CUPS_RASTER_WRITE, CUPS_RASTER_WRITE_COMPRESSED, CUPS_RASTER_WRITE_PWG}) {
-        const cups_page_header2_t header = rasterHeader(coarse);
-        const std::string raster = rasterText({{header, numbered(1)}, {header, numbered(2)}}, mode);
-        EXPECT_THAT(numbersOn(rendered(streamCommand(raster))), ElementsAre(1, 2)) << mode;
+    for (const FormedRaster &raster : everyForm(sheets(2))) {
+        EXPECT_THAT(numbersOn(rendered(streamCommand(raster.text))), ElementsAre(1, 2)) << raster.form;
     }
 }
 
@@ -569,6 +579,42 @@ TEST_F(RendererProcessTest, ARasterThatCannotBePrintedFailsTheJob) {
     expectFailure(streamCommand(inCmyk), error);
     expectFailure(filterCommand(inCmyk), error);
 
+    const auto changed = [](const std::function<void(cups_page_header2_t &)> &change) {
+        cups_page_header2_t header = rasterHeader(coarse);
+        change(header);
+        return rasterText({{header, numbered(1, 1)}});
+    };
+    const std::string deep = changed([](cups_page_header2_t &header) {
+        header.cupsBitsPerColor = 16;
+        header.cupsBitsPerPixel = 48;
+        header.cupsBytesPerLine = 6 * header.cupsWidth;
+    });
+    const std::string shallow = changed([](cups_page_header2_t &header) {
+        header.cupsColorSpace = CUPS_CSPACE_K;
+        header.cupsNumColors = 1;
+        header.cupsBitsPerColor = 1;
+        header.cupsBitsPerPixel = 1;
+        header.cupsBytesPerLine = (header.cupsWidth + 7) / 8;
+    });
+    const std::string banded = changed([](cups_page_header2_t &header) {
+        header.cupsColorOrder = CUPS_ORDER_BANDED;
+        header.cupsBitsPerPixel = 24;
+    });
+    const std::string uneven =
+        changed([](cups_page_header2_t &header) { header.HWResolution[1] = 2 * coarse; });
+    for (const auto &[raster, sentence] :
+         {std::pair(deep, "The raster has 16 bits per colour and 48 per pixel; only 8 bits per colour can be "
+                          "printed."),
+          std::pair(shallow,
+                    "The raster has 1 bits per colour and 1 per pixel; only 8 bits per colour can be "
+                    "printed."),
+          std::pair(banded,
+                    "The raster has its colours one after the other; only chunky pixels can be printed."),
+          std::pair(uneven, "The raster has a resolution of 75x150 dpi, which cannot be printed.")}) {
+        expectFailure(streamCommand(raster), sentence);
+        expectFailure(filterCommand(raster), sentence);
+    }
+
     const std::string changing =
         rasterText({{rasterHeader(coarse), numbered(1)}, {rasterHeader(150), numbered(2)}});
     expectFailure(streamCommand(changing),
@@ -585,56 +631,67 @@ TEST_F(RendererProcessTest, ARasterThatCannotBePrintedFailsTheJob) {
         "The raster's page size changes within a two-sided job.");
 }
 
-TEST_F(RendererProcessTest, AbsurdSizesTakeNoMemory) {
-    // Headers that the library would not write are put together by hand.
-    const auto withHeader = [](const std::function<void(cups_page_header2_t &)> &change) {
-        std::string text = document(1);
-        cups_page_header2_t header;
-        std::memcpy(&header, text.data() + 4, sizeof header);
-        change(header);
-        std::memcpy(text.data() + 4, &header, sizeof header);
-        return text;
+/// Behind the last page: everything that was announced has been rendered and handed over by then.
+TEST_F(RendererProcessTest, AFailureBetweenPagesFailsTheJobOfTheFilterToo) {
+    installFilter();
+    forLayouts([this](const Layout &layout) {
+        if (layout.pages > 2 || layout.copies > 2) {
+            return;
+        }
+        SCOPED_TRACE(describe(layout));
+        const std::string broken = document(layout.pages, sidedHeader(layout.edge, layout.copies)) + "more";
+        expectFailure(
+            filterCommand(broken, layout.collate ? "collate=true" : "", std::to_string(layout.copies)),
+            "The raster ends in the header of page " + std::to_string(layout.pages + 1) + ".");
+    });
+}
+
+/// Both sides of a sheet, in two copies.
+TEST_F(RendererProcessTest, DamagedRasterNeverMakesADamagedStream) {
+    std::uint32_t random = 1;
+    const auto next = [&random] {
+        random = random * 1664525 + 1013904223;
+        return random >> 8;
     };
-    using Header = cups_page_header2_t;
-    for (const std::string &raster : {
-             withHeader([](Header &header) { header.cupsWidth = 0xFFFFFFFF; }),
-             withHeader([](Header &header) { header.cupsHeight = 0xFFFFFFFF; }),
-             withHeader([](Header &header) { header.cupsBytesPerLine = 0xFFFFFFF0; }),
-             withHeader([](Header &header) {
-                 header.cupsWidth = 0x15555550;
-                 header.cupsBytesPerLine = 0x3FFFFFF0;
-             }),
-             withHeader([](Header &header) { header.cupsPageSize[0] = 1e30F; }),
-         }) {
-        const auto start = std::chrono::steady_clock::now();
-        const ProcessResult result = runToEnd(streamCommand(raster));
-        EXPECT_EQ(result.exitStatus, 1);
-        EXPECT_THAT(result.errors, HasSubstr("ERROR: The raster"));
-        EXPECT_EQ(result.output, "");
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    for (const FormedRaster &raster : everyForm(sheets(2, sidedHeader(Edge::longEdge)))) {
+        for (int round = 0; round < 12; ++round) {
+            std::string damaged = raster.text;
+            for (int changes = 0; changes < 3; ++changes) {
+                // Mostly in the numbers of a header, else anywhere.
+                const std::size_t at = next() % 4 == 0
+                                           ? next() % damaged.size()
+                                           : raster.pageEnds[next() % 2] + 256 + next() % (420 - 256);
+                damaged[at] = static_cast<char>(next());
+            }
+            const ProcessResult result = runToEnd(streamCommand(damaged, "", "2"));
+            const StreamContents contents = contentsOf(result.output);
+            if (result.exitStatus == 0) {
+                EXPECT_TRUE(contents.wellFormed);
+                EXPECT_TRUE(contents.endOfJob);
+                EXPECT_EQ(contents.pages.size(), 4U) << raster.form << ", round " << round;
+                EXPECT_THAT(contents.problems, IsEmpty());
+            } else {
+                EXPECT_EQ(result.exitStatus, 1);
+                EXPECT_THAT(result.errors, HasSubstr("ERROR: "));
+                EXPECT_FALSE(contents.endOfJob);
+            }
+        }
     }
 }
 
-TEST_F(RendererProcessTest, DamagedRasterNeverMakesADamagedStream) {
-    const std::string whole = document(2, sidedHeader(Edge::longEdge));
-    std::uint32_t random = 1;
-    for (int round = 0; round < 60; ++round) {
-        std::string damaged = whole;
-        for (int changes = 0; changes < 3; ++changes) {
-            random = random * 1664525 + 1013904223;
-            // In the first header, mostly where its numbers are.
-            damaged[4 + 256 + (random >> 8) % (sizeof(cups_page_header2_t) - 256)] =
-                static_cast<char>(random >> 24);
-        }
-        const ProcessResult result = runToEnd(streamCommand(damaged, "", "2"));
-        const StreamContents contents = contentsOf(result.output);
-        if (result.exitStatus == 0) {
-            EXPECT_TRUE(contents.wellFormed);
-            EXPECT_THAT(contents.problems, IsEmpty());
-        } else {
-            EXPECT_EQ(result.exitStatus, 1);
-            EXPECT_THAT(result.errors, HasSubstr("ERROR: "));
-            EXPECT_FALSE(contents.endOfJob);
+TEST_F(RendererProcessTest, ACutIsNoticedInEveryForm) {
+    installFilter();
+    for (const Edge edge : {Edge::none, Edge::longEdge}) {
+        for (const FormedRaster &raster : everyForm(sheets(2, sidedHeader(edge)))) {
+            const std::size_t second = raster.pageEnds[1];
+            for (const auto &[size, error] :
+                 {std::pair(second - 1, "The raster ends in the middle of page 1."),
+                  std::pair(second + 1, "The raster ends in the header of page 2."),
+                  std::pair(second + 300, "The raster ends in the header of page 2.")}) {
+                SCOPED_TRACE(raster.form);
+                expectFailure(filterCommand(raster.text.substr(0, size), "", edge == Edge::none ? "1" : "2"),
+                              error);
+            }
         }
     }
 }
@@ -707,62 +764,251 @@ TEST_F(RendererProcessTest, EndsOnSIGTERMInTheMiddleOfAPage) {
     EXPECT_THAT(namesIn(spoolDirectory), IsEmpty());
 }
 
+/// Whether the process runs. Whoever takes over an ended one may leave it as a zombie.
+bool isAtWork(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string number;
+    std::string name;
+    std::string state;
+    return file >> number >> name >> state && state != "Z" && state != "X";
+}
+
+/// Waits for the end of a process that is not the test's child.
+bool hasGone(pid_t process) {
+    const auto deadline = std::chrono::steady_clock::now() + processDeadline;
+    while (isAtWork(process) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    return !isAtWork(process);
+}
+
+/// What the process has open, by the descriptors' numbers.
+std::map<int, std::string> descriptorsOf(pid_t process) {
+    std::map<int, std::string> open;
+    for (const auto &entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/fd")) {
+        open[std::stoi(entry.path().filename())] = std::filesystem::read_symlink(entry.path());
+    }
+    return open;
+}
+
+/// Whether the pipe that is this process's descriptor takes no more.
+bool isFull(pid_t process, int descriptor) {
+    const std::string path = "/proc/" + std::to_string(process) + "/fd/" + std::to_string(descriptor);
+    pollfd pipe = {open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), POLLOUT, 0};
+    EXPECT_NE(pipe.fd, -1) << path;
+    const bool full = poll(&pipe, 1, 0) == 0;
+    close(pipe.fd);
+    return full;
+}
+
 class RenderingJob : public RendererProcessTest {
   protected:
-    /// Renderer and filter of a job whose raster the test feeds.
-    Command jobThatIsFed() {
+    RenderingJob() {
         installFilter();
-        Command command = filterCommand("", "", "2");
-        command.input = Pipe();
-        return command;
+        EXPECT_EQ(pipe2(printer.data(), O_CLOEXEC), 0);
+    }
+
+    ~RenderingJob() override {
+        closePrinter();
+        close(printer[1]);
+    }
+
+    /// Renderer and filter of a job whose raster the test feeds, in a process group of their own as those of
+    /// a scheduler are.
+    [[nodiscard]] Command jobThatIsFed(const std::string &options = "",
+                                       const std::string &copies = "2") const {
+        return inGroup({"/usr/bin/setsid", executable, "17", "anna", "a title", copies, options});
+    }
+
+    [[nodiscard]] Command inGroup(const std::vector<std::string> &arguments) const {
+        return {.program = arguments.front(),
+                .arguments = arguments,
+                .environment = environment,
+                .input = Pipe()};
+    }
+
+    /// The renderer's process, once the filter has been started in the first one.
+    [[nodiscard]] static pid_t rendererOf(Process &job) {
+        const std::string id = std::to_string(job.id());
+        std::string children;
+        EXPECT_TRUE(job.waitUntil([&] {
+            children = readFile("/proc/" + id + "/task/" + id + "/children");
+            return !children.empty() && readFile("/proc/" + id + "/comm") == "veltrin\n";
+        }));
+        return children.empty() ? -1 : std::stoi(children);
     }
 
     /// Feeds half of three pages; the renderer then waits in the middle of the second.
-    static void feedHalf(Process &process) {
+    static void feedHalf(Process &job) {
         const std::string whole = document(3, sidedHeader(Edge::longEdge));
-        process.write(whole.substr(0, whole.size() / 2));
-        EXPECT_TRUE(process.waitUntil(
-            [&] { return process.errors().find("Rendering page 2") != std::string::npos; }));
+        job.write(whole.substr(0, whole.size() / 2));
+        EXPECT_TRUE(
+            job.waitUntil([&] { return job.errors().find("Rendering page 2") != std::string::npos; }));
     }
+
+    static std::string noisyPages(std::uint32_t pages, std::uint32_t copies) {
+        return rasterText(std::vector<RasterSheet>(pages, {sidedHeader(Edge::none, copies), noise()}));
+    }
+
+    /// Waits until nothing moves, since the test takes nothing off the printer's pipe: the filter stands in
+    /// front of that one, the renderer in front of the filter's.
+    static void waitUntilBlocked(Process &job, pid_t renderer) {
+        EXPECT_TRUE(job.waitUntil(
+            [&] { return isFull(job.id(), STDOUT_FILENO) && isFull(renderer, STDOUT_FILENO); }));
+    }
+
+    void closePrinter() {
+        if (printer[0] != -1) {
+            close(printer[0]);
+            printer[0] = -1;
+        }
+    }
+
+    /// Takes what is printed, to its end.
+    std::string print() {
+        close(printer[1]);
+        printer[1] = -1;
+        std::string all;
+        std::array<char, 65536> block;
+        for (ssize_t got = 1; got > 0;) {
+            got = read(printer[0], block.data(), block.size());
+            all.append(block.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
+        }
+        return all;
+    }
+
+    void expectFailedAndGone(Process &job, pid_t renderer) const {
+        const ProcessResult result = job.finish();
+        EXPECT_FALSE(result.timedOut);
+        EXPECT_EQ(result.signal, std::nullopt);
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_TRUE(hasGone(renderer));
+        EXPECT_THAT(namesIn(spoolDirectory), IsEmpty());
+    }
+
+    std::array<int, 2> printer{-1, -1}; ///< the pipe for what is printed, where a test holds that up
 };
 
-TEST_F(RenderingJob, EndsWithItsFilter) {
-    Process process(jobThatIsFed());
-    feedHalf(process);
-    // The scheduler signals the group; here the filter alone, and the document ends as that of a cancelled
-    // job does.
-    process.send(SIGTERM);
-    process.closeInput();
-    const ProcessResult result = process.finish(std::chrono::seconds(10));
-    EXPECT_FALSE(result.timedOut);
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_THAT(namesIn(spoolDirectory), IsEmpty());
+TEST_F(RenderingJob, ItsRendererHoldsNothingOfTheFiltersOpen) {
+    // The scheduler's channels to the backend, and one more.
+    Process job(inGroup({"/bin/sh", "-c", R"(exec "$0" "$@" 3</dev/null 4</dev/zero 9</dev/full)", executable,
+                         "17", "anna", "a title", "2", ""}));
+    feedHalf(job);
+    const pid_t renderer = rendererOf(job);
+    std::map<int, std::string> renderers = descriptorsOf(renderer);
+    const std::map<int, std::string> filters = descriptorsOf(job.id());
+    EXPECT_TRUE(filters.contains(4));
+    // The pages of a job with several copies have no name.
+    std::erase_if(renderers, [](const auto &open) { return open.second.ends_with("(deleted)"); });
+    ASSERT_EQ(renderers.size(), 3U) << testing::PrintToString(renderers);
+    EXPECT_EQ(renderers.at(STDOUT_FILENO), filters.at(STDIN_FILENO));
+    EXPECT_EQ(renderers.at(STDERR_FILENO), filters.at(STDERR_FILENO));
+    EXPECT_NE(renderers.at(STDIN_FILENO), filters.at(STDIN_FILENO));
+    job.closeInput();
+    expectFailedAndGone(job, renderer);
+}
+
+TEST_F(RenderingJob, EndsOnSIGTERMWhileItWaitsForRaster) {
+    Process job(jobThatIsFed());
+    feedHalf(job);
+    const pid_t renderer = rendererOf(job);
+    kill(-job.id(), SIGTERM);
+    expectFailedAndGone(job, renderer); // though the input is still open
+}
+
+TEST_F(RenderingJob, EndsOnSIGTERMOfItsRendererWhileItWaitsForRaster) {
+    Process job(jobThatIsFed());
+    feedHalf(job);
+    const pid_t renderer = rendererOf(job);
+    kill(renderer, SIGTERM);
+    expectFailedAndGone(job, renderer);
+}
+
+TEST_F(RenderingJob, EndsOnSIGTERMOfItsFilterWhileItWaitsForRaster) {
+    Process job(jobThatIsFed());
+    feedHalf(job);
+    const pid_t renderer = rendererOf(job);
+    job.send(SIGTERM);
+    // A scheduler that does not run as root signals each process alone: the document's end comes with that
+    // of the program in front.
+    job.closeInput();
+    expectFailedAndGone(job, renderer);
 }
 
 TEST_F(RenderingJob, EndsWithItsFilterThoughItWaitsForRaster) {
-    Process process(jobThatIsFed());
-    feedHalf(process);
-    const std::string id = std::to_string(process.id());
-    std::string renderer = readFile("/proc/" + id + "/task/" + id + "/children");
-    renderer = renderer.substr(0, renderer.find(' '));
-    ASSERT_NE(renderer, "");
-    process.send(SIGKILL);
-    // Its input is open all the while. Whoever takes it over may leave it as a zombie.
-    const auto isAtWork = [&] {
-        std::ifstream file("/proc/" + renderer + "/stat");
-        std::string number;
-        std::string name;
-        std::string state;
-        return file >> number >> name >> state && state != "Z" && state != "X";
-    };
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (isAtWork() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    EXPECT_FALSE(isAtWork());
-    process.closeInput();
-    process.finish();
+    Process job(jobThatIsFed());
+    feedHalf(job);
+    const pid_t renderer = rendererOf(job);
+    job.send(SIGKILL);
+    EXPECT_TRUE(hasGone(renderer)); // though the input is still open
+    job.closeInput();
+    job.finish();
 }
+
+TEST_F(RenderingJob, EndsWithItsRendererThatWasKilledWithoutAWord) {
+    Process job(jobThatIsFed());
+    feedHalf(job);
+    const pid_t renderer = rendererOf(job);
+    kill(renderer, SIGKILL);
+    expectFailedAndGone(job, renderer);
+}
+
+/// Where SIGTERM finds a job whose printer takes nothing.
+struct HeldUp {
+    const char *name;
+    const char *options;
+    std::uint32_t pages;
+    bool wholeDocument; ///< the input has ended
+};
+
+constexpr auto heldUpJobs = std::to_array<HeldUp>({
+    {"among the copies of its first page", "", 2, false},
+    {"among the copies behind its last page", "collate=true", 2, true},
+});
+
+class HeldUpJob : public RenderingJob, public testing::WithParamInterface<HeldUp> {
+  protected:
+    HeldUpJob() {
+        Command command = jobThatIsFed(GetParam().options, "30");
+        command.output = Descriptor{printer[1]};
+        job.emplace(command);
+        job->write(noisyPages(GetParam().pages, 30));
+        if (GetParam().wholeDocument) {
+            job->closeInput();
+            const std::string last = "PAGE: " + std::to_string(GetParam().pages) + " 30\n";
+            EXPECT_TRUE(job->waitUntil([&] { return job->errors().find(last) != std::string::npos; }));
+        }
+        renderer = rendererOf(*job);
+        waitUntilBlocked(*job, renderer);
+        EXPECT_EQ(job->errors().find("Rendering page 2") != std::string::npos, GetParam().wholeDocument);
+    }
+
+    std::optional<Process> job;
+    pid_t renderer = -1;
+};
+
+TEST_P(HeldUpJob, EndsOnSIGTERM) {
+    kill(-job->id(), SIGTERM);
+    EXPECT_TRUE(hasGone(renderer));
+    closePrinter(); // the backend has had the signal, too
+    expectFailedAndGone(*job, renderer);
+}
+
+TEST_P(HeldUpJob, EndsOnSIGTERMOfItsFilter) {
+    job->send(SIGTERM);
+    closePrinter();
+    expectFailedAndGone(*job, renderer);
+}
+
+TEST_P(HeldUpJob, EndsOnSIGTERMOfItsRenderer) {
+    kill(renderer, SIGTERM);
+    EXPECT_TRUE(hasGone(renderer));
+    EXPECT_FALSE(contentsOf(print()).pages.empty()) << "what was rendered is printed";
+    expectFailedAndGone(*job, renderer);
+}
+
+INSTANTIATE_TEST_SUITE_P(RendererProcess, HeldUpJob, testing::ValuesIn(heldUpJobs), nameOfCase<HeldUp>);
 
 TEST_F(RendererProcessTest, AnOutputThatCannotBeWrittenFailsTheJob) {
     Command command = streamCommand(document(1));

@@ -62,5 +62,23 @@ TEST(StandardDescriptors, AreLeftAloneWhenOpen) {
     EXPECT_EQ(status, 0);
 }
 
+TEST(StandardDescriptors, AreTheOnlyOnesThatAreLeft) {
+    const int status = exitStatusOf([] {
+        const int ordinary = open("/dev/null", O_RDONLY);
+        const int distant = fcntl(ordinary, F_DUPFD, 200);
+        closeAllButStandardDescriptors();
+        if (fcntl(ordinary, F_GETFD) != -1 || fcntl(distant, F_GETFD) != -1) {
+            return 1;
+        }
+        for (int fd = 0; fd <= 2; ++fd) {
+            if (fcntl(fd, F_GETFD) == -1) {
+                return 2;
+            }
+        }
+        return 0;
+    });
+    EXPECT_EQ(status, 0);
+}
+
 } // namespace
 } // namespace veltrin::platform

@@ -33,6 +33,16 @@ std::string rasterText(const std::vector<RasterSheet> &pages, cups_mode_t mode) 
     return text;
 }
 
+Paint noise() {
+    return [](std::uint32_t line, std::span<std::uint8_t> dots) {
+        std::uint32_t random = line + 1;
+        for (std::uint8_t &dot : dots) {
+            random = random * 1664525 + 1013904223;
+            dot = static_cast<std::uint8_t>(random >> 24);
+        }
+    };
+}
+
 Paint numbered(std::uint32_t number, std::uint32_t bytesPerDot) {
     return [number, bytesPerDot](std::uint32_t line, std::span<std::uint8_t> dots) {
         std::fill(dots.begin(), dots.end(), std::uint8_t{255});

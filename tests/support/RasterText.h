@@ -28,4 +28,7 @@ struct RasterSheet {
 /// high.
 [[nodiscard]] Paint numbered(std::uint32_t number, std::uint32_t bytesPerDot = 3);
 
+/// Dots of all colours without a pattern, which no compression makes small.
+[[nodiscard]] Paint noise();
+
 } // namespace veltrin::test
