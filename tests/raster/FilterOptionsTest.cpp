@@ -1,14 +1,14 @@
 #include "raster/FilterOptions.h"
 
-#include "filter/DuplexPaperRule.h"
-#include "filter/OptionValues.h"
+#include "filter/CUPSFilter.h"
+#include "tests/support/Arguments.h"
+#include "tests/support/FakePlatform.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace veltrin::raster {
@@ -22,27 +22,33 @@ RasterPage a4Page(bool duplex = false, bool tumble = false) {
     return page;
 }
 
+/// The filter, as far as it reads its options.
+class ReadingFilter : public CUPSFilter {
+  public:
+    using CUPSFilter::CUPSFilter;
+    using CUPSFilter::settings;
+
+    [[nodiscard]] bool init() override {
+        const bool result = CUPSFilter::init();
+        needsPPD = false;
+        return result;
+    }
+};
+
+JobSettings filtersSettings(const std::string &options) {
+    test::FakePlatform platform;
+    test::Arguments arguments({"queue", "1", "user", "title", "1", options});
+    const std::unique_ptr<CUPSFilter> filter = CUPSFilter::initWithArgc(
+        std::make_unique<ReadingFilter>(platform), arguments.count(), arguments.vector());
+    EXPECT_TRUE(filter != nullptr && filter->run());
+    return static_cast<const ReadingFilter &>(*filter).settings;
+}
+
 /// What the filter makes of its options.
-JobLayout filtersLayout(const std::string &text) {
-    const JobOptions options(text);
-    // By names in the very case in which it looks for them.
-    const auto exact = [&options](std::string_view name) -> std::optional<std::string> {
-        for (const auto &[key, value] : options.all()) {
-            if (key == name) {
-                return value;
-            }
-        }
-        return std::nullopt;
-    };
-    JobLayout layout;
-    layout.copies = static_cast<std::uint32_t>(
-        integerValue(exact("com.apple.print.PrintSettings.PMCopies..n.").value_or("")));
-    layout.copies = layout.copies == 0 ? 1 : layout.copies;
-    layout.collate = booleanValue(exact("com.apple.print.PrintSettings.PMCopyCollate..b.").value_or(""));
-    const int sides = integerValue(exact("com.apple.print.PrintSettings.PMDuplexing..n.").value_or(""));
-    layout.twoSided = (sides == 2 || sides == 3) && canDuplexPaper(exact("media"), exact("PaperType"));
-    EXPECT_EQ(exact("com.apple.print.PrintSettings.PMTotalSidesImaged..n."), std::nullopt);
-    return layout;
+JobLayout filtersLayout(const std::string &options) {
+    const JobSettings settings = filtersSettings(options);
+    EXPECT_EQ(settings.sidesImaged, 1U) << "no number of sides is told";
+    return {.copies = settings.copies, .collate = settings.collate, .twoSided = settings.duplex};
 }
 
 TEST(FilterOptions, MakeTheFilterAgree) {
