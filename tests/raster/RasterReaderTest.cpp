@@ -1,5 +1,6 @@
 #include "raster/RasterReader.h"
 
+#include "tests/support/PeakMemory.h"
 #include "tests/support/RasterForms.h"
 
 #include <gmock/gmock.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -225,6 +227,39 @@ TEST(RasterReader, RefusesWhatTheLibraryTakesForRasterThough) {
     const Reading reading = readingOf(file.descriptor());
     EXPECT_THAT(reading.pages, IsEmpty());
     EXPECT_EQ(reading.problem, "The document is no CUPS raster.");
+}
+
+TEST(RasterReader, TakesNoMemoryForSizesThatCannotBe) {
+    using Header = cups_page_header2_t;
+    constexpr std::size_t little = std::size_t{4} * 1024 * 1024;
+    const std::vector<void (*)(Header &)> changes = {
+        [](Header &header) { header.cupsWidth = 0xFFFFFFFF; },
+        [](Header &header) { header.cupsHeight = 0xFFFFFFFF; },
+        [](Header &header) { header.cupsBytesPerLine = 0xFFFFFFF0; },
+        [](Header &header) {
+            header.cupsWidth = 0x15555550;
+            header.cupsBytesPerLine = 0x3FFFFFF0;
+        },
+        [](Header &header) { header.cupsPageSize[0] = 1e30F; },
+    };
+    for (const cups_mode_t mode : {CUPS_RASTER_WRITE, CUPS_RASTER_WRITE_COMPRESSED}) {
+        for (const auto change : changes) {
+            std::string raster = test::rasterText({smallPage(1)}, mode);
+            Header header;
+            std::memcpy(&header, raster.data() + 4, sizeof header);
+            change(header);
+            std::memcpy(raster.data() + 4, &header, sizeof header);
+            // What follows is no reason to keep more of it.
+            raster += std::string(std::size_t{16} * 1024 * 1024, '\x55');
+            const TextFile file(raster);
+            EXPECT_LT(test::peakMemoryOf([&file] {
+                          const Reading reading = readingOf(file.descriptor());
+                          EXPECT_THAT(reading.pages, IsEmpty());
+                          EXPECT_THAT(reading.problem, StartsWith("The raster"));
+                      }),
+                      little);
+        }
+    }
 }
 
 /// Damage may go unnoticed where it changes but colours or paper; never does it take a page away.
