@@ -172,6 +172,17 @@ std::optional<ipp_jstate_t> PrivateScheduler::stateOf(int job) const {
     return state;
 }
 
+int PrivateScheduler::sheetsOf(int job) const {
+    ipp_t *request = ippNewRequest(IPP_OP_GET_JOB_ATTRIBUTES);
+    const std::string uri = "ipp://localhost/jobs/" + std::to_string(job);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "job-uri", nullptr, uri.c_str());
+    ipp_t *answer = cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/");
+    ipp_attribute_t *sheets = ippFindAttribute(answer, "job-media-sheets-completed", IPP_TAG_INTEGER);
+    const int count = sheets != nullptr ? ippGetInteger(sheets, 0) : -1;
+    ippDelete(answer);
+    return count;
+}
+
 PrivateScheduler::QueueStatus PrivateScheduler::queueStatus(const std::string &name) const {
     ipp_t *request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
     const std::string uri = "ipp://localhost/printers/" + name;

@@ -49,6 +49,9 @@ class PrivateScheduler {
     /// Nothing as long as the scheduler does not know the job.
     [[nodiscard]] std::optional<ipp_jstate_t> stateOf(int job) const;
 
+    /// The sheets that the scheduler has counted for the job; -1 where it does not tell.
+    [[nodiscard]] int sheetsOf(int job) const;
+
     struct QueueStatus {
         ipp_pstate_t state = IPP_PSTATE_STOPPED;
         std::string message; ///< what people see beside it
