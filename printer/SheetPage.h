@@ -1,7 +1,7 @@
 #pragma once
 
 #include "printer/JobReport.h"
-#include "printer/PrinterModel.h"
+#include "printer/TimeChart.h"
 #include "raster/PagePlanes.h"
 
 #include <cstdint>
@@ -15,6 +15,7 @@ namespace veltrin::printer {
 /// A side in the order in which it came.
 struct ShownSide {
     std::string picture;          ///< its file's name; empty where it could not be decoded at all
+    std::uint32_t dots = 0;       ///< of a line
     std::uint32_t lines = 0;      ///< of the page
     std::uint32_t linesBegun = 0; ///< of those that came
 };
@@ -26,26 +27,6 @@ struct ShownJob {
     std::vector<ShownSide> sides;
     std::vector<raster::PageProblemFound> problems; ///< the first of them
     std::uint64_t problemCount = 0;
-};
-
-/// The printer at a moment.
-struct Moment {
-    PrinterTime when{};
-    std::uint32_t freeImageMemory = 0;
-    std::uint64_t printed = 0;
-    StatusCodes status;
-};
-
-/// The printer's time, in moments at which something was different.
-class Course {
-  public:
-    /// Adds a moment. What is kept is no more than can be seen.
-    void add(const Moment &moment);
-
-    [[nodiscard]] const std::vector<Moment> &moments() const { return kept; }
-
-  private:
-    std::vector<Moment> kept;
 };
 
 /// An HTML document without scripts or anything from elsewhere but the pictures beside it. `shown` belongs to

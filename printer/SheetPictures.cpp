@@ -80,7 +80,8 @@ void SheetPictures::readPart(const StreamEvent &event) {
 void SheetPictures::endPage() {
     ShownSide side;
     if (planes.isDecodable() && failure == 0) {
-        side = {numbered("side-", job.sides.size() + 1, ".png"), planes.height(), planes.linesBegun()};
+        side = {numbered("side-", job.sides.size() + 1, ".png"), planes.width(), planes.height(),
+                planes.linesBegun()};
         const raster::PagePicture picture(planes, wishes.dotsPerInch);
         if (const int error = raster::writePicture(pathOf(side.picture), picture)) {
             fail(pathOf(side.picture), error);

@@ -551,8 +551,8 @@ TEST_F(FilterAndPrinter, ShowTheSheetsThatAreAskedFor) {
                 ElementsAre("index.html", "sheet-0001-back.png", "sheet-0001-front.png",
                             "sheet-0002-back.png", "sheet-0002-front.png"));
     const std::string page = readFile("/tmp/sheets/index.html");
-    EXPECT_THAT(page, testing::HasSubstr("whole: 4 sides on 2 sheets, 1 copy, 4 printed"));
-    EXPECT_THAT(page, testing::HasSubstr("In the order printed: 2, 1, 4, 3</p>"));
+    EXPECT_THAT(page, testing::HasSubstr("4 sides on 2 sheets, 1 copy, 4 printed"));
+    EXPECT_THAT(page, testing::HasSubstr("<li>2</li>\n<li>1</li>\n<li>4</li>\n<li>3</li>\n</ol>"));
     EXPECT_THAT(page, testing::HasSubstr("sides printed: 4</text>"));
 }
 

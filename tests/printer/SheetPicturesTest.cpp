@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <regex>
 #include <span>
 #include <string>
 #include <vector>
@@ -70,6 +71,30 @@ class SheetPicturesTest : public testing::Test {
         return number;
     }
 
+    /// The texts between two marks.
+    static std::vector<std::string> textsIn(const std::string &html, const std::string &expression) {
+        const std::regex pattern(expression);
+        std::vector<std::string> texts;
+        for (std::sregex_iterator found(html.begin(), html.end(), pattern), end; found != end; ++found) {
+            texts.push_back((*found)[1]);
+        }
+        return texts;
+    }
+
+    /// The pages as the list of their order has them, in one line.
+    static std::string orderIn(const std::string &html) {
+        std::string order;
+        const std::string list = html.substr(html.find("<ol class='order'>"));
+        for (const std::string &item : textsIn(list.substr(0, list.find("</ol>")), "<li[^>]*>([^<]*)</li>")) {
+            order += (order.empty() ? "" : " ") + (item.starts_with("pause") ? "[" + item + "]" : item);
+        }
+        return order;
+    }
+
+    static std::vector<std::string> captionsIn(const std::string &html) {
+        return textsIn(html, "<p>(Sheet [0-9]+, copy [0-9]+)");
+    }
+
     SheetPictures pictures{{folder, std::nullopt}};
     std::vector<JobReport> jobs;
 };
@@ -97,10 +122,11 @@ TEST_F(SheetPicturesTest, HaveTheSidesOfAPrinterWithADuplexUnit) {
     EXPECT_EQ(numberIn("sheet-0002-front.png"), 3U);
     EXPECT_EQ(numberIn("sheet-0002-back.png"), 4U);
     const std::string html = page();
-    EXPECT_THAT(html, HasSubstr("whole: 4 sides on 2 sheets, 1 copy, 4 printed"));
-    EXPECT_THAT(html, HasSubstr("In the order printed: 2, 1, 4, 3</p>"));
+    EXPECT_THAT(html, HasSubstr("<strong>whole</strong>: 4 sides on 2 sheets, 1 copy, 4 printed, "
+                                "two-sided by the duplex unit, "));
+    EXPECT_EQ(orderIn(html), "2 1 4 3");
     EXPECT_THAT(html, HasSubstr("<p>Sheet 2, copy 1: A4, Plain, from tray 1</p>"));
-    EXPECT_THAT(html, HasSubstr("src='sheet-0001-front.png' alt='Front: page 1'"));
+    EXPECT_THAT(html, HasSubstr("src='sheet-0001-front.png' alt='Sheet 1, Front: page 1'"));
     EXPECT_THAT(html, Not(HasSubstr("class='bad'")));
     EXPECT_THAT(html, Not(HasSubstr("<script")));
 }
@@ -114,8 +140,9 @@ TEST_F(SheetPicturesTest, HaveTheSidesOfAStackTurnedByHand) {
     EXPECT_EQ(numberIn("sheet-0001-back.png"), 4U);
     EXPECT_EQ(numberIn("sheet-0002-front.png"), 1U);
     EXPECT_EQ(numberIn("sheet-0002-back.png"), 2U);
-    EXPECT_THAT(page(),
-                HasSubstr("4, 2, <span class='pause'>pause: the stack is turned by hand</span> 1, 3"));
+    const std::string html = page();
+    EXPECT_EQ(orderIn(html), "4 2 [pause: the stack is turned by hand] 1 3");
+    EXPECT_THAT(html, HasSubstr("two-sided by hand"));
 }
 
 TEST_F(SheetPicturesTest, GoOnWithTheNumbersOfCopiesAndJobs) {
@@ -134,6 +161,7 @@ TEST_F(SheetPicturesTest, GoOnWithTheNumbersOfCopiesAndJobs) {
     EXPECT_LT(html.find("Sheet 2, copy 1"), second);
     EXPECT_LT(second, html.find("Sheet 3, copy 2"));
     EXPECT_THAT(html, HasSubstr("not printed on</div><figcaption>Back"));
+    EXPECT_THAT(html, HasSubstr("4 printed, one-sided"));
     EXPECT_THAT(html, HasSubstr("<h2>Job 2"));
     EXPECT_THAT(html, HasSubstr("Sheet 5, copy 1"));
 }
@@ -147,11 +175,23 @@ TEST_F(SheetPicturesTest, CountCopiesInTheOrderOfTheSheets) {
     EXPECT_THAT(html, HasSubstr("Sheet 2, copy 2"));
 }
 
+TEST_F(SheetPicturesTest, KeepTheSheetsOfACopyTogether) {
+    pictures.start();
+    print(jobHeaders(mode) + numberedPage(1) + numberedPage(1) + numberedPage(2) + numberedPage(2) +
+          endOfJob);
+    EXPECT_THAT(captionsIn(page()),
+                ElementsAre("Sheet 1, copy 1", "Sheet 3, copy 1", "Sheet 2, copy 2", "Sheet 4, copy 2"));
+}
+
 TEST_F(SheetPicturesTest, HaveABlankBackBlank) {
     pictures.start();
     print(jobHeaders(mode) + DrawnPage(40, 20).page(mode, 128, 2, 0x0C) + numberedPage(1, 0x04) + endOfJob);
     const test::ReadPicture back = readPicture(std::string(folder) + "/sheet-0001-back.png");
     EXPECT_THAT(back.rgb, testing::Each(255));
+    const std::string html = page();
+    EXPECT_THAT(html, HasSubstr("<figcaption>Back: page 2, blank</figcaption>"));
+    EXPECT_THAT(html, HasSubstr("<figcaption>Front: page 1</figcaption>"));
+    EXPECT_EQ(orderIn(html), "2 blank 1");
 }
 
 TEST_F(SheetPicturesTest, ShowABrokenSideAsFarAsItCame) {
@@ -163,7 +203,7 @@ TEST_F(SheetPicturesTest, ShowABrokenSideAsFarAsItCame) {
     EXPECT_EQ(picture.at(0, 0), raster::colourOf(1));
     EXPECT_EQ(picture.at(0, 19), raster::colourOf(0));
     const std::string html = page();
-    EXPECT_THAT(html, HasSubstr("broken: 1 side"));
+    EXPECT_THAT(html, HasSubstr("<strong class='bad'>broken</strong>: 1 side on 1 sheet"));
     EXPECT_THAT(html, HasSubstr("broke off at line 15 of 20"));
     EXPECT_THAT(html, HasSubstr("inside a band&#39;s data"));
 }
@@ -187,43 +227,56 @@ TEST_F(SheetPicturesTest, ShowNamesAsTextAlone) {
     pictures.start();
     std::string headers = jobHeaders(mode);
     headers.replace(56, 24, "<script>alert('1')\xFF\x01</b>");
+    headers.replace(120 + 72, 6, "J\xC3\xB6rg&");
     print(headers + numberedPage(1) + endOfJob);
     const std::string html = page();
     EXPECT_THAT(html, Not(HasSubstr("<script")));
-    EXPECT_THAT(html, HasSubstr("&#60;script&#62;alert(&#39;1&#39;)..&#60;/b&#62;"));
+    EXPECT_THAT(html, HasSubstr("&#60;script&#62;alert(&#39;1&#39;)\xEF\xBF\xBD.&#60;/b&#62;"));
+    EXPECT_THAT(html, HasSubstr("Of <bdi>J\xC3\xB6rg&#38;</bdi>"));
+}
+
+TEST_F(SheetPicturesTest, TellOfAJobWithoutPages) {
+    pictures.start();
+    print(jobHeaders(mode) + endOfJob);
+    const std::string html = page();
+    EXPECT_THAT(html, HasSubstr("<h2>Job 1: <span class='soft'>without a name</span></h2>"));
+    EXPECT_THAT(html, HasSubstr("0 sides on 0 sheets, 0 copies"));
+    EXPECT_THAT(html, HasSubstr("Not a single page came."));
+}
+
+TEST_F(SheetPicturesTest, TellOfAPrinterWithoutJobs) {
+    pictures.start();
+    EXPECT_THAT(page(), HasSubstr("No job has come."));
+}
+
+TEST_F(SheetPicturesTest, TellWhatIsNotPrinted) {
+    pictures.start();
+    print(jobHeaders(mode) + numberedPage(1) + numberedPage(2) + endOfJob);
+    jobs[0].pagesPrinted = 1;
+    const std::string html = page();
+    EXPECT_THAT(html, HasSubstr("<figcaption>Front: page 1</figcaption>"));
+    EXPECT_THAT(html, HasSubstr("Front: page 2 <span class='bad'>not printed</span>"));
+}
+
+TEST_F(SheetPicturesTest, GiveEachSideTheShapeOfItsPaper) {
+    pictures.start();
+    print(jobHeaders(mode) + numberedPage(1) + endOfJob);
+    EXPECT_THAT(page(),
+                HasSubstr("<a class='paper' style='aspect-ratio: 40 / 20' href='sheet-0001-front.png'>"));
 }
 
 TEST_F(SheetPicturesTest, HaveAChartOfTheTime) {
     pictures.start();
     PrinterModel printer(PrinterSettings{});
     pictures.note(std::chrono::seconds(0), printer);
-    printer.jobBegan();
-    printer.received(MemoryPool::image, 7'864'320);
-    PageHeader header{};
-    header.bPaperTray = 2;
-    printer.pageArrived(header);
-    for (int tenth = 1; tenth <= 60; ++tenth) {
-        printer.advance(std::chrono::milliseconds(100 * tenth));
-        pictures.note(std::chrono::milliseconds(100 * tenth), printer);
-    }
+    printer.received(MemoryPool::image, 1);
+    pictures.note(std::chrono::seconds(3), printer);
     print(jobHeaders(mode) + numberedPage(1) + endOfJob);
+    jobs[0].overruns.push_back({std::chrono::seconds(2), MemoryPool::image, 7});
     const std::string html = page();
-    EXPECT_THAT(html, HasSubstr("image memory in use, of 15.0 MiB"));
-    EXPECT_THAT(html, HasSubstr("sides printed: 1</text>"));
-    EXPECT_THAT(html, HasSubstr("V60.0H")); // half of the memory
-    EXPECT_THAT(html, HasSubstr("<title>4/0/0 Printing</title>"));
-    EXPECT_THAT(html, HasSubstr(">6.0 s</text>"));
-}
-
-TEST(Course, KeepsNoMoreThanCanBeSeen) {
-    Course course;
-    for (unsigned i = 0; i < 1'000'000; ++i) {
-        course.add({std::chrono::milliseconds(i), i < 500'000 ? 7 : i, 0, {}});
-    }
-    EXPECT_LE(course.moments().size(), 4000U);
-    EXPECT_GE(course.moments().size(), 1000U);
-    EXPECT_EQ(course.moments().front().when, std::chrono::milliseconds(0));
-    EXPECT_GE(course.moments().back().when, std::chrono::milliseconds(990'000));
+    EXPECT_THAT(html, HasSubstr("From 0.0 s to 3.0 s"));
+    EXPECT_THAT(html, HasSubstr("<li class='bad'>1 memory overrun</li>"));
+    EXPECT_THAT(html, HasSubstr(">1 memory overrun</text>"));
 }
 
 TEST(SheetPictures, DoNothingWhereNothingIsWanted) {
