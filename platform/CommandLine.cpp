@@ -37,6 +37,25 @@ std::optional<std::vector<std::uint64_t>> parseNumbers(std::string_view text, st
     }
 }
 
+std::optional<int> readOptions(const char *program, int argc, char **argv, const char *shortOptions,
+                               const option *longOptions,
+                               const std::function<bool(int choice, const char *value)> &take) {
+    int choice = 0;
+    while ((choice = getopt_long(argc, argv, shortOptions, longOptions, nullptr)) != -1) {
+        if (choice == '?') {
+            return refuseUsage(program);
+        }
+        if (!take(choice, optarg)) {
+            const option *taken = longOptions;
+            while (taken->val != choice) {
+                ++taken;
+            }
+            return refuseUsage(program, std::string("--") + taken->name + " does not take '" + optarg + "'");
+        }
+    }
+    return std::nullopt;
+}
+
 int refuseUsage(const char *program, const std::string &problem) {
     std::cerr << program << ": " << problem << '\n';
     return refuseUsage(program);

@@ -1,9 +1,16 @@
 #pragma once
 
+#include <getopt.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 // What the programs' command lines have in common.
@@ -23,6 +30,21 @@ enum ExitStatus : int {
 /// The numbers between commas, each as `parseNumber()` takes it; nothing if one of them is not.
 [[nodiscard]] std::optional<std::vector<std::uint64_t>> parseNumbers(std::string_view text,
                                                                      std::uint64_t largest);
+
+/// What a word stands for; nothing for one that is not in the table.
+template <typename Value, std::size_t count>
+[[nodiscard]] std::optional<Value> parseWord(const std::array<std::pair<const char *, Value>, count> &table,
+                                             std::string_view word) {
+    const auto *found =
+        std::find_if(table.begin(), table.end(), [word](const auto &entry) { return word == entry.first; });
+    return found != table.end() ? std::optional(found->second) : std::nullopt;
+}
+
+/// Hands each option of the command line to `take`, with its value if it has one. `take` returns whether that
+/// is a value for the option. Returns `exitUsage` after the first mistake, which has been written about then.
+[[nodiscard]] std::optional<int> readOptions(const char *program, int argc, char **argv,
+                                             const char *shortOptions, const option *longOptions,
+                                             const std::function<bool(int choice, const char *value)> &take);
 
 /// Writes "program: problem" and how to get help to standard error. Returns `exitUsage`.
 [[nodiscard]] int refuseUsage(const char *program, const std::string &problem);

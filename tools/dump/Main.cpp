@@ -11,7 +11,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -99,6 +98,58 @@ struct Wishes {
     std::optional<PagePictures::Wishes> pictures;
 };
 
+/// What the command line asks for.
+struct Request {
+    Wishes wishes;
+    std::optional<std::uint32_t> dotsPerInch;
+    bool json = false;
+    bool help = false;
+    bool version = false;
+};
+
+bool readRule(IdentifierRule &rule, const char *when) {
+    const auto found = parseWord(ruleNames, when);
+    rule = found.value_or(rule);
+    return found.has_value();
+}
+
+bool readResolution(std::optional<std::uint32_t> &dotsPerInch, const char *value) {
+    const auto number = parseNumber(value, largestResolution);
+    if (!number || *number == 0) {
+        return false;
+    }
+    dotsPerInch = static_cast<std::uint32_t>(*number);
+    return true;
+}
+
+/// Takes one option. Returns whether its value is one.
+bool take(int choice, const char *value, Request &request) {
+    switch (choice) {
+    case 'i':
+        return readRule(request.wishes.rule, value);
+    case 'b':
+        request.wishes.options.bands = true;
+        return true;
+    case 'r':
+        request.wishes.options.afterFault = AfterFault::resume;
+        return true;
+    case 'p':
+        request.wishes.pictures = PagePictures::Wishes{value, std::nullopt};
+        return true;
+    case 'd':
+        return readResolution(request.dotsPerInch, value);
+    case 'j':
+        request.json = true;
+        return true;
+    case 'h':
+        request.help = true;
+        return true;
+    default:
+        request.version = true;
+        return true;
+    }
+}
+
 /// Whether the event is only for the pictures.
 bool isForPictures(const StreamEvent &event) {
     return std::holds_alternative<PageBegun>(event) || std::holds_alternative<BandRead>(event);
@@ -143,88 +194,51 @@ int dump(int fd, const std::string &inputName, const Wishes &wishes, Report repo
     return status == exitFine && totals.problems != 0 ? exitFailure : status;
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-    platform::reserveStandardDescriptors();
-    std::ios::sync_with_stdio(false);
-
-    Wishes wishes;
-    std::optional<std::uint32_t> dotsPerInch;
-    bool json = false;
-    bool help = false;
-    bool showVersion = false;
-    int choice = 0;
-    while ((choice = getopt_long(argc, argv, "i:brp:d:jhV", longOptions.data(), nullptr)) != -1) {
-        switch (choice) {
-        case 'i': {
-            const std::string when = optarg;
-            const auto *found = std::find_if(ruleNames.begin(), ruleNames.end(),
-                                             [&when](const auto &entry) { return when == entry.first; });
-            if (found == ruleNames.end()) {
-                return refuseUsage(program, "--identifier does not take '" + when + "'");
-            }
-            wishes.rule = found->second;
-            break;
-        }
-        case 'b':
-            wishes.options.bands = true;
-            break;
-        case 'r':
-            wishes.options.afterFault = AfterFault::resume;
-            break;
-        case 'p':
-            wishes.pictures = PagePictures::Wishes{optarg, std::nullopt};
-            break;
-        case 'd': {
-            const auto number = parseNumber(optarg, largestResolution);
-            if (!number || *number == 0) {
-                return refuseUsage(program, std::string("--dpi does not take '") + optarg + "'");
-            }
-            dotsPerInch = static_cast<std::uint32_t>(*number);
-            break;
-        }
-        case 'j':
-            json = true;
-            break;
-        case 'h':
-            help = true;
-            break;
-        case 'V':
-            showVersion = true;
-            break;
-        default:
-            return refuseUsage(program);
-        }
-    }
-    if (help) {
-        return printText(program, helpText);
-    }
-    if (showVersion) {
-        return printText(program, std::string(program) + " " + version + "\n");
-    }
-    if (dotsPerInch && !wishes.pictures) {
-        return refuseUsage(program, "--dpi is for --pictures");
-    }
-    if (argc - optind > 1) {
-        return refuseUsage(program,
-                           std::string("reads one stream; '") + argv[optind + 1] + "' is one too many");
-    }
-
-    const std::string file = optind < argc ? argv[optind] : "-";
+/// Dumps the file, or standard input where it is "-".
+int dumpFile(const std::string &file, Request request) {
     const bool fromFile = file != "-";
     const std::string inputName = fromFile ? file : "standard input";
     const int fd = fromFile ? open(file.c_str(), O_RDONLY | O_CLOEXEC) : STDIN_FILENO;
     if (fd == -1) {
         return reportFailure(program, inputName, errno);
     }
+    Wishes &wishes = request.wishes;
     if (wishes.pictures) {
-        wishes.pictures->dotsPerInch = dotsPerInch;
+        wishes.pictures->dotsPerInch = request.dotsPerInch;
         const std::string &folder = wishes.pictures->folder;
         if (mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) {
             return reportFailure(program, folder, errno);
         }
     }
-    return json ? dump(fd, inputName, wishes, JsonReport(std::cout, file))
-                : dump(fd, inputName, wishes, TextReport(std::cout));
+    return request.json ? dump(fd, inputName, wishes, JsonReport(std::cout, file))
+                        : dump(fd, inputName, wishes, TextReport(std::cout));
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    platform::reserveStandardDescriptors();
+    std::ios::sync_with_stdio(false);
+
+    Request request;
+    const auto refusal =
+        readOptions(program, argc, argv, "i:brp:d:jhV", longOptions.data(),
+                    [&request](int choice, const char *value) { return take(choice, value, request); });
+    if (refusal) {
+        return *refusal;
+    }
+    if (request.help) {
+        return printText(program, helpText);
+    }
+    if (request.version) {
+        return printText(program, std::string(program) + " " + version + "\n");
+    }
+    if (request.dotsPerInch && !request.wishes.pictures) {
+        return refuseUsage(program, "--dpi is for --pictures");
+    }
+    if (argc - optind > 1) {
+        return refuseUsage(program,
+                           std::string("reads one stream; '") + argv[optind + 1] + "' is one too many");
+    }
+    return dumpFile(optind < argc ? argv[optind] : "-", std::move(request));
 }

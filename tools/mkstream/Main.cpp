@@ -130,13 +130,9 @@ bool readPlaneSizes(PlaneSizes &sizes, const char *text) {
 }
 
 bool readOrder(CopyOrder &order, const std::string &text) {
-    const auto *found = std::find_if(orderNames.begin(), orderNames.end(),
-                                     [&text](const auto &entry) { return text == entry.first; });
-    if (found == orderNames.end()) {
-        return false;
-    }
-    order = found->second;
-    return true;
+    const auto found = parseWord(orderNames, text);
+    order = found.value_or(order);
+    return found.has_value();
 }
 
 /// Takes one option over; false if its value is none that the option takes.
@@ -252,16 +248,11 @@ int main(int argc, char **argv) {
     platform::reserveStandardDescriptors();
 
     Request request;
-    int choice = 0;
-    while ((choice = getopt_long(argc, argv, "n:c:b:s:o:hV", longOptions.data(), nullptr)) != -1) {
-        if (choice == '?') {
-            return refuseUsage(program);
-        }
-        if (!take(choice, optarg, request)) {
-            const auto *taken = std::find_if(longOptions.begin(), longOptions.end(),
-                                             [choice](const option &entry) { return entry.val == choice; });
-            return refuseUsage(program, std::string("--") + taken->name + " does not take '" + optarg + "'");
-        }
+    const auto refusal =
+        readOptions(program, argc, argv, "n:c:b:s:o:hV", longOptions.data(),
+                    [&request](int choice, const char *value) { return take(choice, value, request); });
+    if (refusal) {
+        return *refusal;
     }
     if (request.help) {
         return printText(program, helpText);
