@@ -60,6 +60,7 @@ void SheetPictures::take(std::span<const std::byte> bytes) {
 /// To the present job, from its first byte on, as its report does.
 void SheetPictures::listen() {
     if (!reader) {
+        planes.beginStream();
         reader.emplace([this](const StreamEvent &event) { readPart(event); }, IdentifierRule::absent,
                        ReaderOptions{.afterFault = AfterFault::stop, .bands = true, .data = true});
     }

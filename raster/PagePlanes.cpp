@@ -38,6 +38,8 @@ const char *nameOf(PageProblem problem) {
         return "page-without-size";
     case PageProblem::tooLarge:
         return "page-too-large";
+    case PageProblem::tooManyDots:
+        return "too-many-dots";
     case PageProblem::unknownMode:
         return "unknown-compress-mode";
     case PageProblem::bandTooWide:
@@ -103,15 +105,29 @@ void PagePlanes::beginPage(std::uint64_t offset, const PageHeader &header) {
     position = 0;
     inked = {};
     plane = planeCount;
-    decodable = false;
-    if (dots == 0 || lines == 0) {
+    decodable = hasSize(offset);
+}
+
+/// Whether the page's size is one to be decoded; says it if not.
+bool PagePlanes::hasSize(std::uint64_t offset) {
+    const std::uint64_t size = std::uint64_t{dots} * lines;
+    if (size == 0) {
         report(offset, PageProblem::noSize, "the page header tells no size: " + sizeText(dots, lines));
-    } else if (std::uint64_t{dots} * lines > mostDots) {
+        return false;
+    }
+    if (size > mostDots) {
         report(offset, PageProblem::tooLarge,
                "a page of " + sizeText(dots, lines) + " is too large to be decoded");
-    } else {
-        decodable = true;
+        return false;
     }
+    if (dotsSoFar + size > mostDotsUntil(offset)) {
+        report(offset, PageProblem::tooManyDots,
+               "a page of " + sizeText(dots, lines) +
+                   " is too much: the pages before it had more dots already than so few bytes tell of");
+        return false;
+    }
+    dotsSoFar += size;
+    return true;
 }
 
 void PagePlanes::beginBand(std::uint64_t offset, const BandHeader &header) {

@@ -5,6 +5,7 @@
 #include "raster/PlaneCoding.h"
 #include "raster/Separation.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +23,7 @@ namespace veltrin::raster {
 enum class PageProblem {
     noSize,       ///< the page header tells a width or a height of 0
     tooLarge,     ///< more than `mostDots`
+    tooManyDots,  ///< see `mostDotsUntil`
     unknownMode,  ///< the job's `wCompressMode` is not known
     bandTooWide,  ///< a band reaches beyond the page's side
     bandTooLow,   ///< a band reaches below the page's last line
@@ -31,6 +33,16 @@ enum class PageProblem {
 
 /// The problem's name for programs, such as "band-too-wide".
 [[nodiscard]] const char *nameOf(PageProblem problem);
+
+/// How many dots the pages of a stream may have in all, up to the byte at `offset`.
+///
+/// A header of 64 bytes can announce half a gigabyte of dots, and a stream of nothing else would keep the
+/// decoder at work for hours. What a renderer makes never comes near: where its pages have the most dots for
+/// their bytes, when they are blank, A3 at 1200 dpi in bands of 128 lines, these are 55 thousand for each
+/// byte.
+[[nodiscard]] constexpr std::uint64_t mostDotsUntil(std::uint64_t offset) {
+    return 8 * mostDots + std::min(offset, UINT64_MAX >> 17) * 65536;
+}
 
 struct PageProblemFound {
     std::uint64_t offset; ///< of the header or plane at fault, in the stream
@@ -46,6 +58,9 @@ class PagePlanes {
     using ProblemSink = std::function<void(const PageProblemFound &)>;
 
     explicit PagePlanes(ProblemSink problemFound);
+
+    /// Another stream begins: offsets count from 0 again.
+    void beginStream() { dotsSoFar = 0; }
 
     /// Takes a part of the stream; the reader is to tell of bands and of their data. Those outside a page are
     /// nobody's.
@@ -74,6 +89,7 @@ class PagePlanes {
     [[nodiscard]] std::span<const std::byte> row(Plane ink, std::uint32_t line) const;
 
   private:
+    [[nodiscard]] bool hasSize(std::uint64_t offset);
     void beginJob(const FileHeader &header);
     void beginPage(std::uint64_t offset, const PageHeader &header);
     void beginBand(std::uint64_t offset, const BandHeader &header);
@@ -110,6 +126,7 @@ class PagePlanes {
     std::uint16_t compressMode = 0;
     std::uint32_t dotsPerInch = 0;
 
+    std::uint64_t dotsSoFar = 0; ///< of the stream's pages
     std::uint64_t pageOffset = 0;
     bool inPage = false;
     bool decodable = false;

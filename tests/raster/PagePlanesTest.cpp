@@ -182,6 +182,66 @@ TEST(PagePlanes, AreNotThereForAPageWithoutSizeOrTooLarge) {
                 ElementsAre("a page of 65535 x 65535 dots is too large to be decoded"));
 }
 
+/// The largest page, in one band without ink.
+std::string hugePage() {
+    return pageHeader(8192, 65535) + bandOf(8192, 65535, {}, true);
+}
+
+TEST(PagePlanes, AreNoMoreThanSoFewBytesTellOf) {
+    std::string stream = jobHeaders(CompressMode::zstd);
+    for (int page = 0; page < 10; ++page) {
+        stream += hugePage();
+    }
+    const DrawnPage drawn = markedPage(40, 20);
+    stream += drawn.page(CompressMode::zstd) + endOfJob;
+    const Decoded result = decoded(stream);
+    EXPECT_THAT(result.problems, ElementsAre("too-many-dots at 1040", "too-many-dots at 1136"));
+    EXPECT_EQ(result.texts[0], "a page of 8192 x 65535 dots is too much: the pages before it had more dots "
+                               "already than so few bytes tell of");
+    ASSERT_EQ(result.pages.size(), 11U);
+    EXPECT_EQ(result.pages[7], "large");
+    EXPECT_EQ(result.pages[8], "");
+    EXPECT_EQ(result.pages[10], shown(drawn)) << "a small one";
+}
+
+TEST(PagePlanes, AreThoseOfEachStreamByItself) {
+    std::vector<std::string> problems;
+    PagePlanes planes([&problems](const PageProblemFound &found) { problems.push_back(found.text); });
+    std::string stream = jobHeaders(CompressMode::zstd);
+    for (int page = 0; page < 8; ++page) {
+        stream += hugePage();
+    }
+    for (int time = 0; time < 3; ++time) {
+        planes.beginStream();
+        test::decodePages(
+            stream + endOfJob, planes, [](const PageRead &) {}, SIZE_MAX);
+    }
+    EXPECT_THAT(problems, IsEmpty());
+}
+
+TEST(MostDots, AreEnoughForAnyNumberOfBlankPages) {
+    struct Paper {
+        std::uint64_t dots;
+        std::uint64_t lines;
+    };
+
+    constexpr std::uint64_t linesPerBand = 128;
+    for (const Paper &paper :
+         {Paper{4961, 7016}, Paper{7016, 9921}, Paper{9921, 14031}, Paper{14031, 19843}}) {
+        const std::uint64_t bands = (paper.lines + linesPerBand - 1) / linesPerBand;
+        const std::uint64_t bytes = sizeof(PageHeader) + bands * sizeof(BandHeader);
+        for (std::uint64_t page = 0; page < 100'000; page += 99) {
+            ASSERT_LE((page + 1) * paper.dots * paper.lines, mostDotsUntil(272 + page * bytes)) << page;
+        }
+    }
+}
+
+TEST(MostDots, AreBoundedAndDoNotOverflow) {
+    EXPECT_EQ(mostDotsUntil(0), std::uint64_t{1} << 32);
+    EXPECT_EQ(mostDotsUntil(1'000'000), (std::uint64_t{1} << 32) + 65'536'000'000);
+    EXPECT_GE(mostDotsUntil(UINT64_MAX), mostDotsUntil(UINT64_MAX >> 17));
+}
+
 TEST(PagePlanes, LeaveOutABandBeyondThePage) {
     const CompressMode mode = CompressMode::zstd;
     const DrawnPage drawn = markedPage(48, 40);
