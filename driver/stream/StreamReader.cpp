@@ -206,15 +206,8 @@ void StreamReader::finish() {
     } else if (step == Step::identifier || (step == Step::start && rule == IdentifierRule::present)) {
         report(StreamProblem::truncatedIdentifier, recordOffset,
                end + "inside the identifier (" + partOf(have, identifierSize) + ")");
-    } else if (step == Step::header) {
-        report(StreamProblem::truncatedHeader, recordOffset,
-               end + "inside " + partName(tag()) + " (" + partOf(have, wanted) + ")");
-    } else if (step == Step::command) {
-        report(StreamProblem::truncatedCommand, recordOffset,
-               end + "inside a command record (" + partOf(have, wanted) + ")");
-    } else if (step == Step::data) {
-        report(StreamProblem::truncatedData, recordOffset,
-               end + "inside a band's data (" + partOf(have, wanted) + ")");
+    } else if (isInsideSomething()) {
+        reportTruncation(end);
     } else if (!atBoundary && (sums.endOfJob || sums.cancelled)) {
         bytesAfterEndRead();
     } else if (!atBoundary) {
@@ -226,6 +219,31 @@ void StreamReader::finish() {
         report(StreamProblem::missingEndOfJob, sums.bytes, "the input ends without an end-of-job mark");
     }
     endPage(false);
+}
+
+bool StreamReader::isInsideSomething() const {
+    return step == Step::header || step == Step::command || step == Step::data;
+}
+
+/// `end` says how the stream ends inside of it.
+void StreamReader::reportTruncation(const std::string &end) {
+    const std::string part = " (" + partOf(have, wanted) + ")";
+    if (step == Step::header) {
+        report(StreamProblem::truncatedHeader, recordOffset, end + "inside " + partName(tag()) + part);
+    } else if (step == Step::command) {
+        report(StreamProblem::truncatedCommand, recordOffset, end + "inside a command record" + part);
+    } else {
+        report(StreamProblem::truncatedData, recordOffset, end + "inside a band's data" + part);
+    }
+}
+
+void StreamReader::breakOff() {
+    if (isInsideSomething()) {
+        reportTruncation("the stream breaks off at byte " + std::to_string(sums.bytes) + ", ");
+        endPage(false);
+    }
+    held.clear();
+    expectTag();
 }
 
 /// No more bytes will come for what is waiting for some.

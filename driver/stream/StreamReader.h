@@ -176,8 +176,19 @@ class StreamReader {
 
     void feed(std::span<const std::byte> bytes);
 
+    /// The stream stops where it is, in the midst of a band's data, say, but the input goes on: what is fed
+    /// next begins with a tag.
+    void breakOff();
+
     /// The input has ended: reports what is missing. Nothing may be fed afterwards.
     void finish();
+
+    /// Bytes of the present band's data that are still to come; 0 where a tag comes next, or the rest of a
+    /// header.
+    [[nodiscard]] std::uint64_t dataToCome() const { return step == Step::data ? wanted - have : 0; }
+
+    /// What comes next is not read any more, see `AfterFault::stop`.
+    [[nodiscard]] bool isLost() const { return step == Step::ignore; }
 
     [[nodiscard]] const StreamTotals &totals() const { return sums; }
 
@@ -220,6 +231,8 @@ class StreamReader {
                 bool sayNothingFound);
     void search(bool isAll);
     void headerFound(std::size_t at);
+    [[nodiscard]] bool isInsideSomething() const;
+    void reportTruncation(const std::string &end);
     void finishSearches();
     [[nodiscard]] std::string restIsNotRead() const;
 

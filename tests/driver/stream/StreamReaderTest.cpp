@@ -737,6 +737,68 @@ TEST(StreamReader, ReportsDataWhenAskedTo) {
     EXPECT_EQ(readPieces({stream}).data, "");
 }
 
+/// A stream that breaks off, while the input goes on with a record.
+class StreamThatBreaksOff {
+  public:
+    explicit StreamThatBreaksOff(const std::string &bytes) {
+        feed(bytes);
+        toCome = reader.dataToCome();
+        isLost = reader.isLost();
+        reader.breakOff();
+        feed(cancel);
+        reader.finish();
+    }
+
+    std::uint64_t toCome = 0;
+    bool isLost = false;
+    std::vector<StreamProblem> problems;
+    std::vector<bool> pages; ///< whether they are complete
+    std::uint64_t commands = 0;
+
+    [[nodiscard]] const StreamTotals &totals() const { return reader.totals(); }
+
+  private:
+    void feed(const std::string &bytes) { reader.feed(std::as_bytes(std::span(bytes))); }
+
+    StreamReader reader{[this](const StreamEvent &event) {
+                            if (const auto *found = std::get_if<ProblemFound>(&event)) {
+                                problems.push_back(found->problem);
+                            } else if (const auto *page = std::get_if<PageRead>(&event)) {
+                                pages.push_back(page->complete);
+                            } else if (std::holds_alternative<CommandRead>(event)) {
+                                ++commands;
+                            }
+                        },
+                        IdentifierRule::absent};
+};
+
+TEST(StreamReader, ReadsARecordBehindAStreamThatBreaksOff) {
+    const StreamThatBreaksOff inData(headers() + page(1) + page(2).substr(0, 64 + 32 + 5));
+    EXPECT_EQ(inData.toCome, 14U - 5U);
+    EXPECT_FALSE(inData.isLost);
+    EXPECT_THAT(inData.problems, ElementsAre(StreamProblem::truncatedData, StreamProblem::commandInsideJob));
+    EXPECT_THAT(inData.pages, ElementsAre(true, false));
+    EXPECT_EQ(inData.commands, 1U);
+    EXPECT_TRUE(inData.totals().cancelled);
+    EXPECT_EQ(inData.totals().unread, 0U);
+
+    const StreamThatBreaksOff inHeader(headers() + page(1).substr(0, 63));
+    EXPECT_EQ(inHeader.toCome, 0U);
+    EXPECT_THAT(inHeader.problems,
+                ElementsAre(StreamProblem::truncatedHeader, StreamProblem::commandInsideJob));
+    EXPECT_EQ(inHeader.commands, 1U);
+
+    const StreamThatBreaksOff lost("PIDGeons");
+    EXPECT_TRUE(lost.isLost);
+    EXPECT_THAT(lost.problems, ElementsAre(StreamProblem::unknownTag));
+    EXPECT_EQ(lost.commands, 1U);
+    EXPECT_EQ(lost.totals().unread, 8U);
+
+    const StreamThatBreaksOff between(headers() + page(1));
+    EXPECT_THAT(between.problems, ElementsAre(StreamProblem::commandInsideJob));
+    EXPECT_THAT(between.pages, ElementsAre(true));
+}
+
 TEST(StreamReader, CountsWhatItCannotRead) {
     EXPECT_EQ(readPieces({headers() + "PIDG" + "1234567"}).totals.unread, 11U);
     EXPECT_EQ(readPieces({headers() + endOfJob + "1234567"}).totals.unread, 7U);
