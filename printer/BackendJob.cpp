@@ -1,6 +1,7 @@
 #include "printer/BackendJob.h"
 
 #include "platform/SchedulerJob.h"
+#include "printer/ChannelPlug.h"
 #include "printer/LineOutput.h"
 #include "printer/OutputFile.h"
 #include "printer/Pace.h"
@@ -111,18 +112,19 @@ class BackendJob {
             lastHeard = when;
             messages.add("DEBUG: " + line);
         };
-        PrinterRun run(platform, {.uri = uri,
-                                  .scenario = scenario,
-                                  .listener = listening,
-                                  .waitsForOther = [this] { return waitForOther(); },
-                                  // Two queues with one device URI: the other's filter has a backend of
-                                  // its own to wait for, which would find nothing to print.
-                                  .objectionTo = platform::objectionToPeer,
-                                  .goOn = [this](VirtualPrinter &printer,
-                                                 PrinterTime now) { return goOn(printer, now); }});
+        const PrinterClock clock;
+        VirtualPrinter printer(scenario, listening);
+        ChannelPlug plug(platform, printer, clock,
+                         {.uri = uri,
+                          .waitsForOther = [this] { return waitForOther(); },
+                          // Two queues with one device URI: the other's filter has a backend of
+                          // its own to wait for, which would find nothing to print.
+                          .objectionTo = platform::objectionToPeer});
         std::string problem;
-        const bool served = run.run(problem);
-        const bool reported = !isPrinterOurs || writeReport(run.virtualPrinter().printer());
+        const bool served = runPrinter(
+            printer, plug, clock, [this](VirtualPrinter &ours, PrinterTime now) { return goOn(ours, now); },
+            problem);
+        const bool reported = !isPrinterOurs || writeReport(printer.printer());
         if (endWanted() && !served) {
             return backendOk;
         }
@@ -165,8 +167,6 @@ class BackendJob {
         // Nobody waits for this printer, so its time passes at once.
         while (!printer.isAtRest() && printer.nextDue()) {
             printer.advance(*printer.nextDue());
-            while (printer.takeDeed()) {
-            }
         }
         return writeReport(printer.printer()) ? exitStatus() : backendFailed;
     }

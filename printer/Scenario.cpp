@@ -239,6 +239,11 @@ Happening plain(const Member & /*event*/) {
     return Plain{};
 }
 
+template <typename Plain>
+Happening plainOfPlug(const Member & /*event*/) {
+    return PlugHappening(Plain{});
+}
+
 Happening paperEmpty(const Member &event) {
     return PaperEmpty{required<Tray>(event, "tray", tray)};
 }
@@ -267,14 +272,10 @@ struct HappeningKind {
 };
 
 constexpr std::pair<const char *, HappeningKind> happeningKinds[] = {
-    {"cover-open", {plain<CoverOpen>}},
-    {"paper-empty", {paperEmpty, "tray"}},
-    {"refill", {refill, "tray", "sheets"}},
-    {"status", {showStatus, "codes"}},
-    {"port", {reportPort, "port"}},
-    {"memory", {resizeMemory, "memory"}},
-    {"leave", {plain<Leave>}},
-    {"vanish", {plain<Vanish>}},
+    {"cover-open", {plain<CoverOpen>}},     {"paper-empty", {paperEmpty, "tray"}},
+    {"refill", {refill, "tray", "sheets"}}, {"status", {showStatus, "codes"}},
+    {"port", {reportPort, "port"}},         {"memory", {resizeMemory, "memory"}},
+    {"leave", {plainOfPlug<Leave>}},        {"vanish", {plainOfPlug<Vanish>}},
 };
 
 ScenarioEvent scenarioEvent(const Member &event) {

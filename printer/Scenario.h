@@ -37,14 +37,18 @@ struct ResizeMemory {
     MemorySizes sizes;
 };
 
+// What can happen to the plug.
+
 /// The backend says goodbye; when that is over it announces itself again.
 struct Leave {};
 
 /// The backend is gone without a word; when that is over it comes as somebody new.
 struct Vanish {};
 
+using PlugHappening = std::variant<Leave, Vanish>;
+
 using Happening =
-    std::variant<CoverOpen, PaperEmpty, Refill, ShowStatus, ReportPort, ResizeMemory, Leave, Vanish>;
+    std::variant<CoverOpen, PaperEmpty, Refill, ShowStatus, ReportPort, ResizeMemory, PlugHappening>;
 
 struct ScenarioEvent {
     /// When the first job has gone on for so long, or when so many of its pages have arrived whole.

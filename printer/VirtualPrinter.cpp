@@ -1,7 +1,5 @@
 #include "printer/VirtualPrinter.h"
 
-#include "ipc/ChannelVocabulary.h"
-#include "printer/StatusReply.h"
 #include "printer/StatusView.h"
 
 #include <algorithm>
@@ -14,10 +12,6 @@ namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
-
-std::string describe(const std::string &object, const std::optional<std::size_t> &bytes) {
-    return object + (bytes ? ", " + std::to_string(*bytes) + " bytes" : "");
-}
 
 std::string describe(const PageRead &page, std::size_t place) {
     std::array<char, 160> text{};
@@ -33,12 +27,7 @@ std::string describe(const PageRead &page, std::size_t place) {
 
 VirtualPrinter::VirtualPrinter(Scenario theScenario, PrinterListener theListener)
     : scenario(std::move(theScenario)), listener(std::move(theListener)), model(scenario.printer),
-      timeline(scenario.events), toldStatus(model.status()) {
-    // Whoever waits for the printer already has missed nothing by it. A late announcement waits for a job.
-    if (scenario.announcement == 0us) {
-        announce();
-    }
-}
+      timeline(scenario.events), toldStatus(model.status()) {}
 
 std::string shownText(std::string text) {
     std::replace_if(
@@ -46,77 +35,15 @@ std::string shownText(std::string text) {
     return text;
 }
 
-void VirtualPrinter::tell(std::string line) const {
-    listener.told(time, shownText(std::move(line)));
+void VirtualPrinter::tell(PrinterTime when, std::string line) const {
+    listener.told(when, shownText(std::move(line)));
 }
 
 // ---- What comes in
 
-void VirtualPrinter::take(const platform::Notification &notification, PrinterTime now) {
-    advance(now);
-    if (!notification.object) {
-        tell("< something without a name");
-        return;
-    }
-    const std::string &object = *notification.object;
-    tell("< " +
-         describe(object, notification.data ? std::optional(notification.data->size()) : std::nullopt));
-
-    if (object == channel::frontendByebye) {
-        if (job) {
-            ++job->report.notifications[object];
-        }
-        endJob();
-        return;
-    }
-    if (object == channel::frontendAlive) {
-        endJob(); // of a host that is no more
-    }
-    if (!job) {
-        beginJob();
-    }
-    ++job->report.notifications[object];
-    if (object == channel::frontendAlive) {
-        hostAnnounced();
-    } else if (object == channel::readPipe) {
-        statusRequested();
-    } else if (object == channel::writePipe && notification.data) {
-        takeData(*notification.data, now);
-    }
-}
-
-void VirtualPrinter::announce() {
-    plan(time, PostNotification{channel::backendAlive, std::nullopt});
-}
-
-void VirtualPrinter::reconnected(PrinterTime now) {
-    advance(now);
-    if (scenario.announcement && isPresent()) {
-        announce();
-    }
-}
-
-void VirtualPrinter::hostAnnounced() {
-    if (scenario.announcement && isPresent()) {
-        plan(time + *scenario.announcement, PostNotification{channel::backendAlive, std::nullopt});
-    }
-}
-
-void VirtualPrinter::statusRequested() {
-    const std::uint64_t request = ++job->report.statusRequests;
-    if (!isPresent()) {
-        return;
-    }
-    if (auto reply = statusReply(scenario.replies, request, model.record())) {
-        plan(time + reply->delay, PostNotification{std::move(reply->object), std::move(reply->data)});
-    }
-}
-
 void VirtualPrinter::takeData(std::span<const std::byte> bytes, PrinterTime now) {
     advance(now);
-    if (!job) {
-        beginJob();
-    }
+    needJob();
     listener.dataArrived(bytes);
     job->feed(bytes);
     settleMemory();
@@ -125,7 +52,10 @@ void VirtualPrinter::takeData(std::span<const std::byte> bytes, PrinterTime now)
 
 // ---- A job
 
-void VirtualPrinter::beginJob() {
+void VirtualPrinter::needJob() {
+    if (job) {
+        return;
+    }
     job = std::make_unique<JobRecorder>(++jobs, [this](const StreamEvent &event) { streamEvent(event); });
     overrunsBefore = model.overruns().size();
     settledHeader = 0;
@@ -256,30 +186,9 @@ void VirtualPrinter::tellChanges() {
 }
 
 std::optional<PrinterTime> VirtualPrinter::nextDue() const {
-    std::optional<PrinterTime> next = timeline.nextDue();
-    const auto consider = [&next](PrinterTime due) { next = std::min(next.value_or(due), due); };
-    if (!deeds.empty()) {
-        consider(deeds.begin()->first);
-    }
-    if (const auto change = model.nextChange()) {
-        consider(*change);
-    }
-    return next;
-}
-
-std::optional<ChannelDeed> VirtualPrinter::takeDeed() {
-    if (deeds.empty() || deeds.begin()->first > time) {
-        return std::nullopt;
-    }
-    ChannelDeed deed = std::move(deeds.begin()->second);
-    deeds.erase(deeds.begin());
-    if (const auto *post = std::get_if<PostNotification>(&deed)) {
-        tell("> " + describe(post->object, post->data ? std::optional(post->data->size()) : std::nullopt));
-        if (job && post->object == channel::readPipe) {
-            ++job->report.replies;
-        }
-    }
-    return deed;
+    const std::optional<PrinterTime> event = timeline.nextDue();
+    const std::optional<PrinterTime> change = model.nextChange();
+    return event && change ? std::min(event, change) : (event ? event : change);
 }
 
 void VirtualPrinter::happen(const Timeline::Entry &entry) {
@@ -312,29 +221,8 @@ void VirtualPrinter::happen(const ResizeMemory &memory, const Timeline::Entry &e
     model.resizeMemory(entry.begins ? memory.sizes : scenario.printer.memory);
 }
 
-// What falls into the time without a channel shows only when that is over.
-
-void VirtualPrinter::happen(const Leave & /*leave*/, const Timeline::Entry &entry) {
-    hasLeft = entry.begins;
-    if (!hasVanished) {
-        plan(time,
-             PostNotification{entry.begins ? channel::backendByebye : channel::backendAlive, std::nullopt});
-    }
-}
-
-void VirtualPrinter::happen(const Vanish & /*vanish*/, const Timeline::Entry &entry) {
-    hasVanished = entry.begins;
-    if (entry.begins) {
-        tell("gone without a word");
-        deeds.clear();
-        gone = !timeline.event(entry).lasting;
-        plan(time, Disconnect{});
-    } else {
-        plan(time, Reconnect{});
-        if (!hasLeft) {
-            announce();
-        }
-    }
+void VirtualPrinter::happen(const PlugHappening & /*happening*/, const Timeline::Entry &entry) {
+    plugEvents(timeline.event(entry), entry.begins);
 }
 
 } // namespace veltrin::printer

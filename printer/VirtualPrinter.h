@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/NotificationCenter.h"
 #include "printer/JobReport.h"
 #include "printer/PrinterModel.h"
 #include "printer/Scenario.h"
@@ -8,33 +7,16 @@
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
-#include <variant>
+#include <utility>
 #include <vector>
 
-// The printer and its backend as one end of the channel: what they make of what comes in and what they have
-// to do when, without doing it.
+// The printer with its jobs and its scenario, whatever it is plugged into.
 
 namespace veltrin::printer {
-
-// What is to be done on the channel.
-
-struct PostNotification {
-    std::string object;
-    std::optional<std::vector<std::byte>> data;
-};
-
-/// Leave the channel without a word.
-struct Disconnect {};
-
-/// Come back to it as somebody new.
-struct Reconnect {};
-
-using ChannelDeed = std::variant<PostNotification, Disconnect, Reconnect>;
 
 /// Who wants to know what happens.
 struct PrinterListener {
@@ -55,31 +37,41 @@ class VirtualPrinter {
   public:
     VirtualPrinter(Scenario scenario, PrinterListener listener);
 
-    /// Data may also come beside the channel, as to a backend whose job no filter has handled.
-    void takeData(std::span<const std::byte> bytes, PrinterTime now);
+    /// Where the scenario's events go that happen to the plug: one that begins, or is over.
+    using PlugEvents = std::function<void(const ScenarioEvent &event, bool begins)>;
 
-    /// A notification from the host.
-    void take(const platform::Notification &notification, PrinterTime now);
+    void setPlugEvents(PlugEvents events) { plugEvents = std::move(events); }
 
     /// Lets the time pass up to `now`.
     void advance(PrinterTime now);
 
-    /// When there is something to be done or told next, if nothing comes in.
+    /// The time up to which it has passed.
+    [[nodiscard]] PrinterTime passed() const { return time; }
+
+    /// When something will happen next, if nothing comes in.
     [[nodiscard]] std::optional<PrinterTime> nextDue() const;
 
-    /// The next deed, if one is due; it is to be done at once.
-    [[nodiscard]] std::optional<ChannelDeed> takeDeed();
+    /// A job begins, unless one is under way.
+    void needJob();
+
+    /// Data of the job, which begins with them if none is under way.
+    void takeData(std::span<const std::byte> bytes, PrinterTime now);
 
     /// The end of a job whose host does not say so, for the report.
     void endJob();
 
-    /// The channel, lost meanwhile, is there again.
-    void reconnected(PrinterTime now);
+    /// A line for people.
+    void tell(std::string line) const { tell(time, std::move(line)); }
+
+    void tell(PrinterTime when, std::string line) const;
 
     /// Tells which jobs are not printed to their end, and why.
     void tellUnprinted() const;
 
     [[nodiscard]] bool inJob() const { return job != nullptr; }
+
+    /// The present job's, which there must be.
+    [[nodiscard]] JobReport &report() { return job->report; }
 
     /// The present job or the last one, in a line for people.
     [[nodiscard]] std::string jobText() const;
@@ -88,27 +80,16 @@ class VirtualPrinter {
     /// the next one from it stays for good.
     [[nodiscard]] bool isAtRest() const;
 
-    /// It has vanished for good.
-    [[nodiscard]] bool isGone() const { return gone; }
-
     [[nodiscard]] const PrinterModel &printer() const { return model; }
 
+    [[nodiscard]] const Scenario &rules() const { return scenario; }
+
   private:
-    void tell(std::string line) const;
-
-    void plan(PrinterTime when, ChannelDeed deed) { deeds.emplace(when, std::move(deed)); }
-
-    /// Whether the channel is there and the backend has not said goodbye.
-    [[nodiscard]] bool isPresent() const { return !hasLeft && !hasVanished; }
-
-    void announce();
-    void hostAnnounced();
-    void statusRequested();
-    void beginJob();
     void streamEvent(const StreamEvent &event);
     void settleMemory();
     void advanceModel(PrinterTime now);
     void tellChanges();
+    void tellPrintedJobs();
     void happen(const Timeline::Entry &entry);
     void happen(const CoverOpen &cover, const Timeline::Entry &entry);
     void happen(const PaperEmpty &paper, const Timeline::Entry &entry);
@@ -116,18 +97,7 @@ class VirtualPrinter {
     void happen(const ShowStatus &shown, const Timeline::Entry &entry);
     void happen(const ReportPort &reported, const Timeline::Entry &entry);
     void happen(const ResizeMemory &memory, const Timeline::Entry &entry);
-    void happen(const Leave &leave, const Timeline::Entry &entry);
-    void happen(const Vanish &vanish, const Timeline::Entry &entry);
-
-    Scenario scenario;
-    PrinterListener listener;
-    PrinterModel model;
-    Timeline timeline;
-    PrinterTime time{};
-    std::multimap<PrinterTime, ChannelDeed> deeds; ///< by when they are due, first planned first
-    bool hasLeft = false;                          ///< with a goodbye
-    bool hasVanished = false;                      ///< without one
-    bool gone = false;
+    void happen(const PlugHappening &happening, const Timeline::Entry &entry);
 
     /// A job that has come, and not left the printer as paper yet.
     struct Unprinted {
@@ -135,7 +105,12 @@ class VirtualPrinter {
         std::size_t pages;
     };
 
-    void tellPrintedJobs();
+    Scenario scenario;
+    PrinterListener listener;
+    PlugEvents plugEvents = [](const ScenarioEvent &, bool) {};
+    PrinterModel model;
+    Timeline timeline;
+    PrinterTime time{};
 
     std::unique_ptr<JobRecorder> job;
     std::string lastSummary; ///< of the job that ended last

@@ -91,8 +91,8 @@ TEST(Scenario, SaysWhatHappensWhen) {
     EXPECT_EQ(std::get<ShowStatus>(events[4].happening).codes, (StatusCodes{49, 6, 0}));
     EXPECT_EQ(std::get<ReportPort>(events[5].happening).port, 3);
     EXPECT_EQ(std::get<ResizeMemory>(events[6].happening).sizes, (MemorySizes{MemorySizes().header, 7}));
-    EXPECT_TRUE(std::holds_alternative<Leave>(events[7].happening));
-    EXPECT_TRUE(std::holds_alternative<Vanish>(events[8].happening));
+    EXPECT_TRUE(std::holds_alternative<Leave>(std::get<PlugHappening>(events[7].happening)));
+    EXPECT_TRUE(std::holds_alternative<Vanish>(std::get<PlugHappening>(events[8].happening)));
     EXPECT_EQ(events[8].lasting, 0s);
 }
 

@@ -2,7 +2,9 @@
 
 #include "driver/stream/CommandRecord.h"
 #include "driver/stream/StreamMaker.h"
+#include "printer/ChannelEnd.h"
 #include "printer/StatusView.h"
+#include "tests/printer/WatchedPrinter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,18 +22,17 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// A virtual printer in virtual time; the test is its host.
-class PrinterUnderTest {
+/// A virtual printer on a channel, in virtual time; the test is its host.
+class PrinterUnderTest : public WatchedPrinter {
   public:
-    explicit PrinterUnderTest(const std::string &members = "")
-        : virtualPrinter(scenario(members), listener()) {}
+    explicit PrinterUnderTest(const std::string &members = "") : WatchedPrinter(members) {}
 
     void hostSends(const std::string &object, std::optional<std::string> data = std::nullopt) {
         std::optional<std::span<const std::byte>> block;
         if (data) {
             block = std::as_bytes(std::span(*data));
         }
-        virtualPrinter.take({object, block}, now);
+        channelEnd.take({object, block}, now);
         doDeeds();
     }
 
@@ -57,46 +58,25 @@ class PrinterUnderTest {
 
     /// Lets the time pass, doing what is due when it is due.
     void passUntil(PrinterTime until) {
-        for (auto due = virtualPrinter.nextDue(); due && *due <= until; due = virtualPrinter.nextDue()) {
+        for (auto due = channelEnd.nextDue(); due && *due <= until; due = channelEnd.nextDue()) {
             now = std::max(now, *due);
-            virtualPrinter.advance(now);
+            channelEnd.advance(now);
             doDeeds();
         }
         now = until;
-        virtualPrinter.advance(now);
+        channelEnd.advance(now);
         doDeeds();
     }
 
     /// Deeds, as "0.250 backend-alive", "1.000 readPipe 64", "2.000 disconnect".
     std::vector<std::string> done;
-    std::vector<std::string> told;
-    std::vector<JobReport> jobs;
-    std::string output;
     PrinterTime now{};
 
-    [[nodiscard]] VirtualPrinter &printer() { return virtualPrinter; }
+    [[nodiscard]] ChannelEnd &end() { return channelEnd; }
 
   private:
-    static Scenario scenario(const std::string &members) {
-        std::string problem;
-        auto parsed = parseScenario(
-            R"({"description": "test")" + (members.empty() ? "" : ", " + members) + "}", problem);
-        EXPECT_EQ(problem, "");
-        return parsed.value_or(Scenario());
-    }
-
-    PrinterListener listener() {
-        return {.told = [this](PrinterTime when,
-                               const std::string &line) { told.push_back(secondsText(when) + " " + line); },
-                .dataArrived =
-                    [this](std::span<const std::byte> bytes) {
-                        output.append(reinterpret_cast<const char *>(bytes.data()), bytes.size());
-                    },
-                .jobEnded = [this](const JobReport &report) { jobs.push_back(report); }};
-    }
-
     void doDeeds() {
-        while (const auto deed = virtualPrinter.takeDeed()) {
+        while (const auto deed = channelEnd.takeDeed()) {
             std::string text = secondsText(now) + " ";
             if (const auto *post = std::get_if<PostNotification>(&*deed)) {
                 text += post->object + (post->data ? " " + std::to_string(post->data->size()) : "");
@@ -107,7 +87,7 @@ class PrinterUnderTest {
         }
     }
 
-    VirtualPrinter virtualPrinter;
+    ChannelEnd channelEnd{printer()};
 };
 
 TEST(VirtualPrinter, AnnouncesItselfAtOnceAndToEveryHost) {
@@ -285,7 +265,7 @@ TEST(VirtualPrinter, ShowsNothingThatATerminalWouldObey) {
 
 TEST(VirtualPrinter, TakesNoHarmFromWhatIsNoNotificationOfTheChannel) {
     PrinterUnderTest test;
-    test.printer().take({std::nullopt, std::nullopt}, 0s);
+    test.end().take({std::nullopt, std::nullopt}, 0s);
     test.hostSends("writePipe");
     test.hostSends("hello", "data");
     EXPECT_EQ(test.output, "");
@@ -398,7 +378,7 @@ TEST(VirtualPrinter, CanLeaveAndComeBack) {
     EXPECT_THAT(test.done, ElementsAre("6.000 backend-alive"));
     test.hostSends("readPipe");
     EXPECT_EQ(test.done.back(), "10.000 readPipe 64");
-    EXPECT_FALSE(test.printer().isGone());
+    EXPECT_FALSE(test.end().isGone());
 }
 
 TEST(VirtualPrinter, CanVanishAndComeBackAsSomebodyNew) {
@@ -409,7 +389,7 @@ TEST(VirtualPrinter, CanVanishAndComeBackAsSomebodyNew) {
     test.done.clear();
     test.passUntil(10s);
     EXPECT_THAT(test.done, ElementsAre("1.000 disconnect", "3.000 reconnect", "3.000 backend-alive"));
-    EXPECT_FALSE(test.printer().isGone());
+    EXPECT_FALSE(test.end().isGone());
     EXPECT_TRUE(test.printer().inJob());
 }
 
@@ -422,7 +402,7 @@ TEST(VirtualPrinter, CanVanishForGood) {
     test.passUntil(10s);
     // The reply that was still to come is not.
     EXPECT_THAT(test.done, ElementsAre("1.000 disconnect"));
-    EXPECT_TRUE(test.printer().isGone());
+    EXPECT_TRUE(test.end().isGone());
 }
 
 TEST(VirtualPrinter, SaysNothingWhileItHasVanished) {
@@ -460,12 +440,12 @@ TEST(VirtualPrinter, AnnouncesItselfWhenTheChannelIsThereAgain) {
     PrinterUnderTest test;
     test.passUntil(1s);
     test.done.clear();
-    test.printer().reconnected(1s);
+    test.end().reconnected(1s);
     test.passUntil(2s);
     EXPECT_EQ(test.done.size(), 1U);
 
     PrinterUnderTest silent(R"("announcement": "never")");
-    silent.printer().reconnected(1s);
+    silent.end().reconnected(1s);
     silent.passUntil(2s);
     EXPECT_THAT(silent.done, IsEmpty());
 }
@@ -516,7 +496,7 @@ TEST(VirtualPrinter, IsNotAtRestWhileSomebodyIsToCome) {
 TEST(VirtualPrinter, HasNothingToDoWhileNothingHappens) {
     PrinterUnderTest test;
     test.passUntil(1s);
-    EXPECT_EQ(test.printer().nextDue(), std::nullopt);
+    EXPECT_EQ(test.end().nextDue(), std::nullopt);
 }
 
 } // namespace

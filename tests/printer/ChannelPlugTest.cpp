@@ -1,5 +1,6 @@
-#include "printer/PrinterRun.h"
+#include "printer/ChannelPlug.h"
 
+#include "printer/PrinterRun.h"
 #include "tests/support/FakePlatform.h"
 
 #include <gmock/gmock.h>
@@ -22,23 +23,35 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-class PrinterRunTest : public testing::Test {
+class ChannelPlugTest : public testing::Test {
   protected:
-    PrinterRun::Wishes wishes(const std::string &members = "") {
+    struct Wishes {
+        Scenario scenario;
+        PrinterListener listener;
+        ChannelPlug::Wishes plug;
+    };
+
+    Wishes wishes(const std::string &members = "") {
         std::string problemOfScenario;
         auto scenario = parseScenario(
             R"({"description": "test")" + (members.empty() ? "" : ", " + members) + "}", problemOfScenario);
         EXPECT_EQ(problemOfScenario, "");
-        PrinterRun::Wishes result;
-        result.uri = "usb://x";
+        Wishes result;
+        result.plug.uri = "usb://x";
         result.scenario = scenario.value_or(Scenario());
         result.listener.told = [this](PrinterTime, const std::string &line) { told.push_back(line); };
         result.listener.jobEnded = [this](const JobReport &report) { jobs.push_back(report); };
-        result.goOn = [this](const VirtualPrinter &, PrinterTime now) { return goOn(now); };
         return result;
     }
 
-    bool run(PrinterRun::Wishes wanted) { return PrinterRun(platform, std::move(wanted)).run(problem); }
+    bool run(const Wishes &wanted) {
+        const PrinterClock clock;
+        VirtualPrinter printer(wanted.scenario, wanted.listener);
+        ChannelPlug plug(platform, printer, clock, wanted.plug);
+        return runPrinter(
+            printer, plug, clock, [this](const VirtualPrinter &, PrinterTime now) { return goOn(now); },
+            problem);
+    }
 
     [[nodiscard]] std::vector<std::string> posts() const {
         std::vector<std::string> objects;
@@ -55,7 +68,7 @@ class PrinterRunTest : public testing::Test {
     std::string problem;
 };
 
-TEST_F(PrinterRunTest, ListensUnderItsNameAndSaysHelloAndGoodbye) {
+TEST_F(ChannelPlugTest, ListensUnderItsNameAndSaysHelloAndGoodbye) {
     std::vector<std::string> trace;
     center.trace = [&trace](const std::string &line) { trace.push_back(line); };
     EXPECT_TRUE(run(wishes()));
@@ -67,7 +80,7 @@ TEST_F(PrinterRunTest, ListensUnderItsNameAndSaysHelloAndGoodbye) {
     EXPECT_TRUE(center.peerCommands.presentComesFirst);
 }
 
-TEST_F(PrinterRunTest, LooksAtEverythingElseTenTimesASecondAtLeast) {
+TEST_F(ChannelPlugTest, LooksAtEverythingElseTenTimesASecondAtLeast) {
     int rounds = 0;
     goOn = [&rounds](PrinterTime) { return ++rounds <= 5; };
     EXPECT_TRUE(run(wishes()));
@@ -75,7 +88,7 @@ TEST_F(PrinterRunTest, LooksAtEverythingElseTenTimesASecondAtLeast) {
     EXPECT_THAT(center.turns, testing::Each(testing::Le(100ms)));
 }
 
-TEST_F(PrinterRunTest, GoesOnWithoutAChannelWhileItHasVanished) {
+TEST_F(ChannelPlugTest, GoesOnWithoutAChannelWhileItHasVanished) {
     center.deliver("fronted-alive");
     goOn = [](PrinterTime now) { return now < 200ms; };
     EXPECT_TRUE(run(wishes(R"("events": [{"at": 0.02, "do": "vanish", "for": 0.1},
@@ -86,7 +99,7 @@ TEST_F(PrinterRunTest, GoesOnWithoutAChannelWhileItHasVanished) {
     EXPECT_THAT(platform.fakeClock.sleeps, testing::Each(testing::Le(100ms)));
 }
 
-TEST_F(PrinterRunTest, ABusThatIsLostEndsTheJobAndThePrinter) {
+TEST_F(ChannelPlugTest, ABusThatIsLostEndsTheJobAndThePrinter) {
     center.deliver("fronted-alive");
     int rounds = 0;
     goOn = [&](PrinterTime) {
@@ -100,10 +113,10 @@ TEST_F(PrinterRunTest, ABusThatIsLostEndsTheJobAndThePrinter) {
     EXPECT_THAT(posts(), Not(Contains("backend-byebye")));
 }
 
-TEST_F(PrinterRunTest, ABusThatIsLostIsWaitedForByAPrinterThatStays) {
+TEST_F(ChannelPlugTest, ABusThatIsLostIsWaitedForByAPrinterThatStays) {
     // An answer that is due when there is nobody to send it to.
-    PrinterRun::Wishes staying = wishes(R"("replies": [{"fault": "late", "by": 0.05}])");
-    staying.stays = true;
+    Wishes staying = wishes(R"("replies": [{"fault": "late", "by": 0.05}])");
+    staying.plug.stays = true;
     center.deliver("fronted-alive");
     center.deliver("readPipe", std::nullopt, 1ms);
     std::optional<PrinterTime> lost;
@@ -127,18 +140,18 @@ TEST_F(PrinterRunTest, ABusThatIsLostIsWaitedForByAPrinterThatStays) {
     EXPECT_THAT(posts(), ElementsAre("backend-alive", "backend-alive", "backend-alive", "backend-byebye"));
 }
 
-TEST_F(PrinterRunTest, AnotherBackendIsInTheWay) {
+TEST_F(ChannelPlugTest, AnotherBackendIsInTheWay) {
     center.isClaimed = true;
     EXPECT_FALSE(run(wishes()));
     EXPECT_EQ(problem, "another printer or backend serves \"usb://x\"");
     EXPECT_THAT(center.posts, IsEmpty());
 }
 
-TEST_F(PrinterRunTest, AnotherBackendIsWaitedForAsLongAsThatIsWanted) {
+TEST_F(ChannelPlugTest, AnotherBackendIsWaitedForAsLongAsThatIsWanted) {
     center.isClaimed = true;
     int questions = 0;
-    PrinterRun::Wishes waiting = wishes();
-    waiting.waitsForOther = [&] {
+    Wishes waiting = wishes();
+    waiting.plug.waitsForOther = [&] {
         center.isClaimed = ++questions < 5;
         return true;
     };
@@ -149,13 +162,13 @@ TEST_F(PrinterRunTest, AnotherBackendIsWaitedForAsLongAsThatIsWanted) {
 
     center.isClaimed = true;
     center.posts.clear();
-    waiting.waitsForOther = [&] { return ++questions < 8; };
+    waiting.plug.waitsForOther = [&] { return ++questions < 8; };
     EXPECT_FALSE(run(waiting));
     EXPECT_EQ(questions, 8);
     EXPECT_THAT(center.posts, IsEmpty());
 }
 
-TEST_F(PrinterRunTest, HintsOnceAtEachOfAFewStrangeHosts) {
+TEST_F(ChannelPlugTest, HintsOnceAtEachOfAFewStrangeHosts) {
     goOn = [this](PrinterTime) {
         for (int i = 0; i < 20; ++i) {
             center.client.overheard("usb://" + std::to_string(i) + ".backend");
@@ -171,7 +184,7 @@ TEST_F(PrinterRunTest, HintsOnceAtEachOfAFewStrangeHosts) {
               8);
 }
 
-TEST_F(PrinterRunTest, SaysNothingInTheWordsOfOthersThatAReaderWouldObey) {
+TEST_F(ChannelPlugTest, SaysNothingInTheWordsOfOthersThatAReaderWouldObey) {
     goOn = [this](PrinterTime) {
         center.client.overheard("usb://\x1b[2J\nERROR: x.backend");
         center.client.report("refused by \"\nATTR: marker-levels=0\"");
@@ -184,13 +197,13 @@ TEST_F(PrinterRunTest, SaysNothingInTheWordsOfOthersThatAReaderWouldObey) {
                      "! refused by \".ATTR: marker-levels=0\""}));
 }
 
-TEST_F(PrinterRunTest, ABusThatIsLostWhileThePrinterHasVanishedIsWaitedFor) {
+TEST_F(ChannelPlugTest, ABusThatIsLostWhileThePrinterHasVanishedIsWaitedFor) {
     for (const bool stays : {true, false}) {
         SCOPED_TRACE(stays);
         center.posts.clear();
         told.clear();
-        PrinterRun::Wishes wanted = wishes(R"("events": [{"at": 0.02, "do": "vanish", "for": 0.05}])");
-        wanted.stays = stays;
+        Wishes wanted = wishes(R"("events": [{"at": 0.02, "do": "vanish", "for": 0.05}])");
+        wanted.plug.stays = stays;
         wanted.listener.told = [this](PrinterTime, const std::string &line) {
             told.push_back(line);
             if (line == "gone without a word") {
@@ -217,7 +230,7 @@ TEST_F(PrinterRunTest, ABusThatIsLostWhileThePrinterHasVanishedIsWaitedFor) {
     }
 }
 
-TEST_F(PrinterRunTest, GivesNoHintWhereItHearsItselfOrAHost) {
+TEST_F(ChannelPlugTest, GivesNoHintWhereItHearsItselfOrAHost) {
     for (const bool host : {false, true}) {
         told.clear();
         goOn = [&](PrinterTime now) {
