@@ -118,8 +118,10 @@ void ChannelEnd::happened(const ScenarioEvent &event, bool begins) {
     const auto &happening = std::get<PlugHappening>(event.happening);
     if (std::holds_alternative<Leave>(happening)) {
         leave(begins);
-    } else {
+    } else if (std::holds_alternative<Vanish>(happening)) {
         vanish(begins, event.lasting.has_value());
+    } else if (begins) {
+        printer.tell("there is no wire for this to happen to");
     }
 }
 

@@ -12,9 +12,10 @@ namespace veltrin::printer {
 
 namespace {
 
-/// What is worth a place in the picture: blocks come by the hundred, and their sum stands above.
+/// What is worth a place in the picture: blocks come by the hundred, and their sum stands above; records come
+/// all the time, and their sum is the picture.
 bool isForPicture(const std::string &line) {
-    return !line.starts_with("< writePipe");
+    return !line.starts_with("< writePipe") && !line.starts_with("> record");
 }
 
 } // namespace

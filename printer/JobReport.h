@@ -56,7 +56,12 @@ class JobRecorder {
 
     void feed(std::span<const std::byte> bytes) { reader.feed(bytes); }
 
+    /// The stream stops where it is: what is fed next begins with a header or a command record.
+    void breakOff() { reader.breakOff(); }
+
     [[nodiscard]] const StreamTotals &totals() const { return reader.totals(); }
+
+    [[nodiscard]] const StreamReader &stream() const { return reader; }
 
     /// Ends the stream.
     void finish();

@@ -9,13 +9,15 @@
 #include "printer/PrinterRun.h"
 #include "printer/Results.h"
 #include "printer/ScenarioLibrary.h"
+#include "printer/WirePlug.h"
 
 #include <iostream>
 #include <memory>
 #include <string>
 #include <utility>
 
-// veltrin-printer: a printer and its backend in one, at the other end of the filter's channel.
+// veltrin-printer: a printer at the other end of the filter's channel, where it is its own backend, or of a
+// wire.
 
 namespace {
 
@@ -23,6 +25,11 @@ using namespace veltrin;
 using namespace veltrin::printer;
 
 constexpr const char *program = "veltrin-printer";
+
+/// What the printer is reached by, as far as it is known before it is.
+std::string nameOf(const PrinterOptions &options) {
+    return options.listen ? "socket://" + textOf(*options.listen) : options.uri;
+}
 
 /// Serves the printer until it is to end. Returns whether it could be reached; says it if not.
 bool serve(const PrinterOptions &options, VirtualPrinter &printer, const PrinterClock &clock, Plug &plug,
@@ -50,6 +57,12 @@ bool serve(const PrinterOptions &options, VirtualPrinter &printer, const Printer
 
 bool serveOnPlug(const PrinterOptions &options, VirtualPrinter &printer, Display &display, Results &results) {
     const PrinterClock clock;
+    if (options.listen) {
+        WirePlug plug(printer, clock, *options.listen);
+        const bool served = serve(options, printer, clock, plug, display, results);
+        results.end("socket://" + textOf(plug.address()), printer.printer());
+        return served;
+    }
     const std::unique_ptr<platform::Platform> platform = platform::makePlatform();
     ChannelPlug plug(*platform, printer, clock, {.uri = options.uri, .stays = options.stays});
     const bool served = serve(options, printer, clock, plug, display, results);
@@ -72,7 +85,7 @@ int servePrinter(const PrinterOptions &options) {
     if (!results.areFilesFine(program)) {
         return exitFailure;
     }
-    Display display(options.uri + (scenario.description.empty() ? "" : ": " + scenario.description));
+    Display display(nameOf(options) + (scenario.description.empty() ? "" : ": " + scenario.description));
     catchEndSignals();
     PrinterListener listener;
     listener.told = [&](PrinterTime when, const std::string &line) { display.tell(when, line); };

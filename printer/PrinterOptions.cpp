@@ -9,10 +9,16 @@
 namespace veltrin::printer {
 
 const char *const printerHelp = R"(Usage: veltrin-printer [OPTION]... URI
+       veltrin-printer [OPTION]... --listen=[ADDRESS:]PORT
        veltrin-printer --list-scenarios
-Be the printer, and the backend, of the CUPS queue with the device URI.
+Be the printer, and the backend, of the CUPS queue with the device URI; or be a
+printer on a network, which takes jobs at a TCP port.
 Show what happens: on a terminal as a picture that changes, else line by line.
 
+  -t, --listen=[ADDRESS:]PORT
+                         take jobs at this port of this machine; with 0 as PORT
+                         at one that is free. Without ADDRESS only programs of
+                         this machine come in; 0.0.0.0 or [::] is for everybody
   -s, --scenario=NAME    what the printer is and what happens to it: the name
                          of an installed scenario, or a file (JSON)
   -l, --list-scenarios   list the installed scenarios and exit
@@ -39,7 +45,8 @@ namespace {
 /// What a job can tell of its own.
 constexpr std::uint64_t largestResolution = UINT16_MAX;
 
-constexpr std::array<option, 11> longOptions = {{
+constexpr std::array<option, 12> longOptions = {{
+    {"listen", required_argument, nullptr, 't'},
     {"scenario", required_argument, nullptr, 's'},
     {"list-scenarios", no_argument, nullptr, 'l'},
     {"output", required_argument, nullptr, 'o'},
@@ -73,6 +80,8 @@ std::optional<std::uint64_t> above0(const std::string &text, std::uint64_t large
 /// Takes one option. Returns false for a mistake.
 bool takeOption(int choice, const std::string &value, PrinterOptions &options, std::string &problem) {
     switch (choice) {
+    case 't':
+        return take(options.listen, parseListenAddress(value), "listen", value, problem);
     case 's':
         options.scenario = value;
         return true;
@@ -111,8 +120,14 @@ std::string contradictionIn(const PrinterOptions &options, int uris) {
     if (options.sheets.dotsPerInch && options.sheets.folder.empty()) {
         return "--dpi is for --sheets";
     }
-    if (uris != 1 || options.uri.empty()) {
-        return "wants one device URI";
+    if (options.listen && uris != 0) {
+        return "wants a device URI or --listen, not both";
+    }
+    if (options.listen && options.stays) {
+        return "--stay is for a device URI";
+    }
+    if (!options.listen && (uris != 1 || options.uri.empty())) {
+        return "wants one device URI, or --listen";
     }
     return "";
 }
@@ -124,7 +139,7 @@ std::optional<PrinterOptions> parsePrinterOptions(int argc, char *const *argv, s
     PrinterOptions options;
     optind = 0; // from the first one on, also the second time
     int choice = 0;
-    while ((choice = getopt_long(argc, argv, "s:lo:r:p:d:j:khV", longOptions.data(), nullptr)) != -1) {
+    while ((choice = getopt_long(argc, argv, "t:s:lo:r:p:d:j:khV", longOptions.data(), nullptr)) != -1) {
         if (!takeOption(choice, optarg != nullptr ? optarg : "", options, problem)) {
             return std::nullopt;
         }

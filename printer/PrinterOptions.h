@@ -1,5 +1,6 @@
 #pragma once
 
+#include "printer/ListenAddress.h"
 #include "printer/SheetPictures.h"
 
 #include <cstdint>
@@ -15,8 +16,9 @@ struct PrinterOptions {
     enum class Task { serve, listScenarios, help, version };
 
     Task task = Task::serve;
-    std::string uri;      ///< of the channel
-    std::string scenario; ///< a name or a file; empty: none
+    std::string uri;                     ///< for a channel
+    std::optional<ListenAddress> listen; ///< for a wire; one of the two
+    std::string scenario;                ///< a name or a file; empty: none
     std::string outputFile;
     std::string reportFile;
     SheetPictures::Wishes sheets;

@@ -145,6 +145,11 @@ constexpr std::pair<const char *, ReplyFault> faultNames[] = {
     {"short", ReplyFault::tooShort},     {"long", ReplyFault::tooLong},
     {"wrong-tag", ReplyFault::wrongTag}, {"wrong-object", ReplyFault::wrongObject}};
 
+constexpr std::pair<const char *, RecordFault> recordFaultNames[] = {{"missing", RecordFault::missing},
+                                                                     {"half", RecordFault::half},
+                                                                     {"garbage", RecordFault::garbage},
+                                                                     {"wrong-tag", RecordFault::wrongTag}};
+
 /// The optional member `name`, read by one of Member's methods into `target`.
 template <typename Target, typename Read>
 void readInto(Target &target, const Member &parent, const char *name, Read read) {
@@ -265,6 +270,11 @@ Happening resizeMemory(const Member &event) {
     return ResizeMemory{required<MemorySizes>(event, "memory", memorySizes)};
 }
 
+Happening slowLine(const Member &event) {
+    return PlugHappening(SlowLine{required<std::uint32_t>(
+        event, "bytesPerSecond", [](const Member &member) { return member.whole<std::uint32_t>(1); })});
+}
+
 struct HappeningKind {
     Happening (*read)(const Member &event);
     const char *member = "do"; ///< that it has besides those of every event
@@ -272,11 +282,22 @@ struct HappeningKind {
 };
 
 constexpr std::pair<const char *, HappeningKind> happeningKinds[] = {
-    {"cover-open", {plain<CoverOpen>}},     {"paper-empty", {paperEmpty, "tray"}},
-    {"refill", {refill, "tray", "sheets"}}, {"status", {showStatus, "codes"}},
-    {"port", {reportPort, "port"}},         {"memory", {resizeMemory, "memory"}},
-    {"leave", {plainOfPlug<Leave>}},        {"vanish", {plainOfPlug<Vanish>}},
+    {"cover-open", {plain<CoverOpen>}},
+    {"paper-empty", {paperEmpty, "tray"}},
+    {"refill", {refill, "tray", "sheets"}},
+    {"status", {showStatus, "codes"}},
+    {"port", {reportPort, "port"}},
+    {"memory", {resizeMemory, "memory"}},
+    {"leave", {plainOfPlug<Leave>}},
+    {"vanish", {plainOfPlug<Vanish>}},
+    {"cut", {plainOfPlug<Cut>}},
+    {"slow-line", {slowLine, "bytesPerSecond"}},
 };
+
+bool isCut(const Happening &happening) {
+    const auto *ofPlug = std::get_if<PlugHappening>(&happening);
+    return ofPlug != nullptr && std::holds_alternative<Cut>(*ofPlug);
+}
 
 ScenarioEvent scenarioEvent(const Member &event) {
     ScenarioEvent result{PrinterTime(0), {}, {}};
@@ -301,18 +322,30 @@ ScenarioEvent scenarioEvent(const Member &event) {
     if (result.lasting && std::holds_alternative<Refill>(result.happening)) {
         event.refuse("must not have a for: a refill is not over after a time");
     }
+    if (result.lasting && isCut(result.happening)) {
+        event.refuse("must not have a for: the next connection is whole again");
+    }
     return result;
 }
 
-ReplyRule replyRule(const Member &member) {
-    ReplyRule rule{1, std::numeric_limits<std::uint64_t>::max(), ReplyFault::missing, {}};
-    member.allowOnly({"first", "last", "fault", "by"});
+/// What rules about replies and about records have in common.
+template <typename Rule, typename Names>
+Rule ruleWithFault(const Member &member, const Names &names) {
+    Rule rule{};
+    rule.first = 1;
+    rule.last = std::numeric_limits<std::uint64_t>::max();
     readInto(rule.first, member, "first", [](const Member &m) { return m.whole<std::uint64_t>(1); });
     readInto(rule.last, member, "last",
              [&rule](const Member &m) { return m.whole<std::uint64_t>(rule.first); });
     if (const auto fault = member.require("fault")) {
-        rule.fault = fault->oneOf(faultNames);
+        rule.fault = fault->oneOf(names);
     }
+    return rule;
+}
+
+ReplyRule replyRule(const Member &member) {
+    member.allowOnly({"first", "last", "fault", "by"});
+    auto rule = ruleWithFault<ReplyRule>(member, faultNames);
     const auto by = member.find("by");
     if (by.has_value() != (rule.fault == ReplyFault::late)) {
         member.refuse("must have a by when, and only when, its fault is late");
@@ -320,6 +353,11 @@ ReplyRule replyRule(const Member &member) {
         rule.by = by->seconds();
     }
     return rule;
+}
+
+RecordRule recordRule(const Member &member) {
+    member.allowOnly({"first", "last", "fault"});
+    return ruleWithFault<RecordRule>(member, recordFaultNames);
 }
 
 /// Seconds after being switched on, or "never".
@@ -345,7 +383,8 @@ std::optional<Scenario> parseScenario(const std::string &text, std::string &prob
         return std::nullopt;
     }
     const Member root{&json, "", problem};
-    root.allowOnly({"description", "printer", "announcement", "events", "replies"});
+    root.allowOnly(
+        {"description", "printer", "announcement", "events", "replies", "records", "recordInterval"});
 
     Scenario scenario;
     if (const auto description = root.require("description")) {
@@ -365,6 +404,12 @@ std::optional<Scenario> parseScenario(const std::string &text, std::string &prob
             scenario.replies.push_back(replyRule(reply));
         }
     }
+    if (const auto records = root.find("records")) {
+        for (const Member &record : records->elements()) {
+            scenario.records.push_back(recordRule(record));
+        }
+    }
+    readInto(scenario.recordInterval, root, "recordInterval", std::mem_fn(&Member::seconds));
     return problem.empty() ? std::optional(std::move(scenario)) : std::nullopt;
 }
 

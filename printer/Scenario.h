@@ -12,7 +12,7 @@
 
 namespace veltrin::printer {
 
-// What can happen. Each but Refill can be over after a time, which brings back what was before.
+// What can happen. Each but Refill and Cut can be over after a time, which brings back what was before.
 
 struct CoverOpen {};
 
@@ -39,13 +39,23 @@ struct ResizeMemory {
 
 // What can happen to the plug.
 
-/// The backend says goodbye; when that is over it announces itself again.
+/// On a channel the backend says goodbye, and announces itself again when that is over; on a wire the
+/// connection is closed, and others are taken again when that is over.
 struct Leave {};
 
-/// The backend is gone without a word; when that is over it comes as somebody new.
+/// Without a word: the backend is gone, and comes as somebody new; the printer on its wire is switched off,
+/// and on again.
 struct Vanish {};
 
-using PlugHappening = std::variant<Leave, Vanish>;
+/// The connection breaks, in the midst of the next band's data.
+struct Cut {};
+
+/// The wire carries no more than that.
+struct SlowLine {
+    std::uint32_t bytesPerSecond;
+};
+
+using PlugHappening = std::variant<Leave, Vanish, Cut, SlowLine>;
 
 using Happening =
     std::variant<CoverOpen, PaperEmpty, Refill, ShowStatus, ReportPort, ResizeMemory, PlugHappening>;
@@ -76,12 +86,28 @@ struct ReplyRule {
     PrinterTime by{}; ///< how late
 };
 
+/// What is wrong with a record that a wire brings the host.
+enum class RecordFault {
+    missing,  ///< there is none
+    half,     ///< its first half alone
+    garbage,  ///< bytes that are no record in front of it, among them the beginning of its tag
+    wrongTag, ///< the tag's bytes the other way round
+};
+
+struct RecordRule {
+    std::uint64_t first; ///< the records that it is for, counted from 1
+    std::uint64_t last;
+    RecordFault fault;
+};
+
 struct Scenario {
     std::string description;
     PrinterSettings printer;
     std::optional<PrinterTime> announcement = PrinterTime(0); ///< after being switched on; without: never
     std::vector<ScenarioEvent> events;
-    std::vector<ReplyRule> replies; ///< the first that fits counts
+    std::vector<ReplyRule> replies;                       ///< the first that fits counts
+    std::vector<RecordRule> records;                      ///< likewise
+    PrinterTime recordInterval = std::chrono::seconds(1); ///< between records while nothing changes
 };
 
 /// Reads a scenario file's text. Nothing, with `problem` naming the member at fault, where it is none. What

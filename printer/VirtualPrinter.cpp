@@ -50,6 +50,12 @@ void VirtualPrinter::takeData(std::span<const std::byte> bytes, PrinterTime now)
     tellChanges();
 }
 
+void VirtualPrinter::breakStream() {
+    if (job) {
+        job->breakOff();
+    }
+}
+
 // ---- A job
 
 void VirtualPrinter::needJob() {
@@ -113,6 +119,10 @@ std::string VirtualPrinter::jobText() const {
 
 bool VirtualPrinter::isAtRest() const {
     return model.pagesWaiting() == 0 || (!model.nextChange() && !timeline.nextDue());
+}
+
+bool VirtualPrinter::mayGetRoom() const {
+    return model.pagesWaiting() != 0 || timeline.nextDue().has_value();
 }
 
 void VirtualPrinter::streamEvent(const StreamEvent &event) {

@@ -57,6 +57,10 @@ class VirtualPrinter {
     /// Data of the job, which begins with them if none is under way.
     void takeData(std::span<const std::byte> bytes, PrinterTime now);
 
+    /// The job's stream stops where it is, in the midst of a band's data, say: what comes next begins with a
+    /// header or a command record.
+    void breakStream();
+
     /// The end of a job whose host does not say so, for the report.
     void endJob();
 
@@ -73,12 +77,19 @@ class VirtualPrinter {
     /// The present job's, which there must be.
     [[nodiscard]] JobReport &report() { return job->report; }
 
+    /// The reader of the present job's stream, which there must be.
+    [[nodiscard]] const StreamReader &stream() const { return job->stream(); }
+
     /// The present job or the last one, in a line for people.
     [[nodiscard]] std::string jobText() const;
 
     /// Whether nothing more is printed unless a host or a person does something: every page is, or what keeps
     /// the next one from it stays for good.
     [[nodiscard]] bool isAtRest() const;
+
+    /// Whether memory that is in use now may become free, by what the printer or its scenario still has to
+    /// do.
+    [[nodiscard]] bool mayGetRoom() const;
 
     [[nodiscard]] const PrinterModel &printer() const { return model; }
 

@@ -123,7 +123,7 @@ TEST_F(PrinterByHand, ListsTheScenariosThatComeWithIt) {
     EXPECT_THAT(lines,
                 testing::Contains("cover-open            Somebody opens the cover for six seconds after the "
                                   "first page"));
-    EXPECT_EQ(lines.size(), 10U);
+    EXPECT_EQ(lines.size(), 14U);
     for (const std::string &line : lines) {
         const std::string name = line.substr(0, line.find(' '));
         printer.emplace(printerCommand({"--scenario=" + name, uri}));
@@ -283,15 +283,16 @@ TEST_F(PrinterByHand, RefusesMistakes) {
     // A mistake in one line.
     // clang-format off
     const std::vector<Mistake> mistakes = {
-        {{"--jobs=1"}, 2, "wants one device URI"},
-        {{""}, 2, "wants one device URI"},
-        {{uri, "another"}, 2, "wants one device URI"},
+        {{"--jobs=1"}, 2, "wants one device URI, or --listen"},
+        {{""}, 2, "wants one device URI, or --listen"},
+        {{uri, "another"}, 2, "wants one device URI, or --listen"},
         {{"--jobs=0", uri}, 2, "--jobs does not take '0'"},
         {{"--jobs=many", uri}, 2, "--jobs does not take 'many'"},
         {{"--scenario=/tmp/none.json", uri}, 1, "/tmp/none.json: No such file or directory"},
         {{"--scenario=/tmp/bad.json", uri}, 1, "/tmp/bad.json: printer.model must be a whole number from 0 to 3"},
-        {{"--scenario=none", uri}, 1, "there is no scenario \"none\", but busy-port, cover-open, duplex, empty-tray, "
-                                      "fast, goodbye, little-memory, low-toner, never-answers, service-call"},
+        {{"--scenario=none", uri}, 1, "there is no scenario \"none\", but busy-port, cover-open, cut-wire, duplex, "
+                                      "empty-tray, fast, garbled-records, goodbye, little-memory, low-toner, "
+                                      "never-answers, service-call, slow-wire, switched-off"},
         {{"--report=/tmp/none/report", uri}, 1, "/tmp/none/report: No such file or directory"},
         {{"--output=/tmp", uri}, 1, "/tmp: Is a directory"},
     };

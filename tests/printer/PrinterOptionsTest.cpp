@@ -30,6 +30,7 @@ TEST(PrinterOptions, AreFewForAPrinterOnAChannel) {
     const PrinterOptions options = parsed({"usb://printer"});
     EXPECT_EQ(options.task, PrinterOptions::Task::serve);
     EXPECT_EQ(options.uri, "usb://printer");
+    EXPECT_EQ(options.listen, std::nullopt);
     EXPECT_EQ(options.scenario, "");
     EXPECT_EQ(options.jobs, 0U);
     EXPECT_FALSE(options.stays);
@@ -53,6 +54,14 @@ TEST(PrinterOptions, HaveLongAndShortNames) {
     }
 }
 
+TEST(PrinterOptions, PutThePrinterOnAWire) {
+    for (const std::vector<std::string> &arguments :
+         std::vector<std::vector<std::string>>{{"--listen=[::1]:9100"}, {"-t", "[::1]:9100"}}) {
+        EXPECT_EQ(parsed(arguments).listen, (ListenAddress{"::1", 9100}));
+        EXPECT_EQ(parsed(arguments).uri, "");
+    }
+}
+
 TEST(PrinterOptions, AskForOtherThingsThanAPrinter) {
     using Task = PrinterOptions::Task;
     for (const auto &[argument, task] :
@@ -67,11 +76,16 @@ TEST(PrinterOptions, AskForOtherThingsThanAPrinter) {
 }
 
 TEST(PrinterOptions, MayBeMistaken) {
-    const std::string wanted = "wants one device URI";
+    const std::string wanted = "wants one device URI, or --listen";
     for (const auto &[arguments, expected] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"--jobs=1"}, wanted},
              {{""}, wanted},
              {{"uri", "another"}, wanted},
+             {{"--listen=9100", "uri"}, "wants a device URI or --listen, not both"},
+             {{"--listen=9100", ""}, "wants a device URI or --listen, not both"},
+             {{"--listen=9100", "--stay"}, "--stay is for a device URI"},
+             {{"--listen=", "uri"}, "--listen does not take ''"},
+             {{"--listen=::1"}, "--listen does not take '::1'"},
              {{"--jobs=0", "uri"}, "--jobs does not take '0'"},
              {{"--jobs=many", "uri"}, "--jobs does not take 'many'"},
              {{"--sheets=x", "--dpi=0", "uri"}, "--dpi does not take '0'"},

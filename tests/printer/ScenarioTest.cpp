@@ -96,6 +96,31 @@ TEST(Scenario, SaysWhatHappensWhen) {
     EXPECT_EQ(events[8].lasting, 0s);
 }
 
+TEST(Scenario, SaysWhatHappensToTheWire) {
+    const Scenario scenario = parsed(R"({"description": "x", "recordInterval": 0.5, "events": [
+        {"afterPage": 1, "do": "cut"},
+        {"at": 1, "do": "slow-line", "bytesPerSecond": 1, "for": 2}],
+        "records": [{"fault": "missing"}, {"first": 2, "fault": "half"},
+                    {"first": 3, "last": 4, "fault": "garbage"}, {"last": 9, "fault": "wrong-tag"}]})");
+    EXPECT_EQ(scenario.recordInterval, 500ms);
+    EXPECT_EQ(parsed(R"({"description": "x"})").recordInterval, 1s);
+    ASSERT_EQ(scenario.events.size(), 2U);
+    EXPECT_TRUE(std::holds_alternative<Cut>(std::get<PlugHappening>(scenario.events[0].happening)));
+    const auto &slow = std::get<PlugHappening>(scenario.events[1].happening);
+    EXPECT_EQ(std::get<SlowLine>(slow).bytesPerSecond, 1U);
+    EXPECT_EQ(scenario.events[1].lasting, 2s);
+    ASSERT_EQ(scenario.records.size(), 4U);
+    const RecordFault faults[] = {RecordFault::missing, RecordFault::half, RecordFault::garbage,
+                                  RecordFault::wrongTag};
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(scenario.records[i].fault, faults[i]) << i;
+    }
+    EXPECT_EQ(scenario.records[0].first, 1U);
+    EXPECT_EQ(scenario.records[0].last, UINT64_MAX);
+    EXPECT_EQ(scenario.records[2].first, 3U);
+    EXPECT_EQ(scenario.records[2].last, 4U);
+}
+
 TEST(Scenario, SaysWhatIsWrongWithTheReplies) {
     const Scenario scenario = parsed(R"({"description": "x", "replies": [
         {"fault": "missing"}, {"first": 2, "fault": "empty"}, {"first": 3, "last": 4, "fault": "no-data"},
@@ -172,7 +197,8 @@ const BadScenario badScenarios[] = {
     {R"("events": [3])", "events[0].do is missing"},
     {R"("events": [{"at": 1}])", "events[0].do is missing"},
     {R"("events": [{"at": 1, "do": "explode"}])",
-     "events[0].do must be one of cover-open, paper-empty, refill, status, port, memory, leave, vanish"},
+     "events[0].do must be one of cover-open, paper-empty, refill, status, port, memory, leave, vanish, "
+     "cut, slow-line"},
     {R"("events": [{"do": "leave"}])", "events[0] must have one of at and afterPage"},
     {R"("events": [{"at": 1, "afterPage": 1, "do": "leave"}])",
      "events[0] must have one of at and afterPage"},
@@ -210,6 +236,17 @@ const BadScenario badScenarios[] = {
     {R"("replies": [{"fault": "late", "by": true}])",
      "replies[0].by must be a number of seconds from 0 to 86400"},
     {R"("replies": [{"fault": "empty", "how": 1}])", "replies[0].how is not a member of a scenario"},
+    {R"("events": [{"at": 1, "do": "cut", "for": 1}])",
+     "events[0] must not have a for: the next connection is whole again"},
+    {R"("events": [{"at": 1, "do": "slow-line"}])", "events[0].bytesPerSecond is missing"},
+    {R"("events": [{"at": 1, "do": "slow-line", "bytesPerSecond": 0}])",
+     "events[0].bytesPerSecond must be a whole number from 1 to 4294967295"},
+    {R"("records": [{"fault": "late"}])",
+     "records[0].fault must be one of missing, half, garbage, wrong-tag"},
+    {R"("records": [{"first": 3, "last": 2, "fault": "half"}])",
+     "records[0].last must be a whole number from 3 to 18446744073709551615"},
+    {R"("records": [{"fault": "half", "by": 1}])", "records[0].by is not a member of a scenario"},
+    {R"("recordInterval": -1)", "recordInterval must be a number of seconds from 0 to 86400"},
 };
 
 TEST(Scenario, NamesTheMemberAtFault) {
