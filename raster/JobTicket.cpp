@@ -166,6 +166,11 @@ std::optional<std::string> paperTypeOf(const JobOptions &options, const PPDChoic
     return choices.paperType ? choices.paperType : notEmpty(page.mediaType);
 }
 
+std::optional<std::string> sizeNameOf(const JobOptions &options, const RasterPage &page) {
+    const auto name = page.pageSizeName.empty() ? options.find("media") : page.pageSizeName;
+    return name ? std::optional(std::string(ownSizeName(*name))) : std::nullopt;
+}
+
 std::string inputSlotOf(const JobOptions &options, const PPDChoices &choices) {
     if (auto asked = options.find("InputSlot")) {
         return namedLike(*asked, choices.inputSlot, sourceNamed);
@@ -186,7 +191,7 @@ std::string inputSlotOf(const JobOptions &options, const PPDChoices &choices) {
 JobTicket ticketFor(const std::string &copiesArgument, const JobOptions &options, const PPDChoices &choices,
                     const RasterPage &firstPage) {
     JobTicket ticket;
-    ticket.media = firstPage.pageSizeName.empty() ? options.find("media") : notEmpty(firstPage.pageSizeName);
+    ticket.media = sizeNameOf(options, firstPage);
     ticket.paperType = paperTypeOf(options, choices, firstPage);
     ticket.inputSlot = inputSlotOf(options, choices);
     ticket.sides = sidesOf(firstPage);

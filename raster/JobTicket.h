@@ -30,7 +30,7 @@ struct JobTicket {
     /// Two-sided where `sides` is and the paper allows it.
     JobLayout layout;
     Sides sides = Sides::oneSided;        ///< as asked for
-    std::optional<std::string> media;     ///< name of the paper's size
+    std::optional<std::string> media;     ///< the filter's own name of the paper's size
     std::optional<std::string> paperType; ///< name of the paper's type
     std::string inputSlot;                ///< name of the tray; empty where none was chosen
 
@@ -42,7 +42,8 @@ struct JobTicket {
 /// collated and the PPD cannot be told so.
 ///
 /// Collation is what is chosen in the PPD; without such an option, what the job's options say. That of the
-/// header is never set. Sides and size of the paper are the header's, where the defaults have gone in.
+/// header is never set. Sides and size of the paper are the header's, where the defaults have gone in; the
+/// size has the PPD's name there, and the filter's paper rule may know it by another.
 ///
 /// The type of the paper is the job's: "PaperType", else "media-type" or a keyword of "media". Else it is
 /// what the PPD or else the header says. The same names, as the filter will see them, decide whether this

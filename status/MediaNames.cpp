@@ -118,7 +118,7 @@ constexpr std::string_view otherMediaType = "Plain";
 
 constexpr std::uint8_t plainType = 1;
 
-// By their names in a PPD.
+// By their names in a PPD. Of several for one size the filter's own is the first; the others are those of Adobe's list.
 constexpr auto namedSizes = std::to_array<PaperSize>({
     {1, "Letter"},
     {5, "Legal"},
@@ -131,8 +131,10 @@ constexpr auto namedSizes = std::to_array<PaperSize>({
     {12, "B4"},
     {13, "B5"},
     {14, "Foolscap"},
+    {14, "FanFoldGermanLegal"},
     {15, "Folio"},
     {16, "FS"},
+    {16, "8x13"},
     {17, "Ledger"},
     {17, "Tabloid"},
     {18, "GovernmentLG"},
@@ -144,10 +146,12 @@ constexpr auto namedSizes = std::to_array<PaperSize>({
     {37, "EnvMonarch"},
     {43, "Postcard"},
     {69, "ReplyPaid"},
+    {69, "DoublePostcardRotated"},
     {70, "A6"},
     {88, "B6"},
     {92, "Kai8"},
     {93, "Kai16"},
+    {93, "195x270mm"},
 });
 
 constexpr std::uint8_t customSize = 255;
@@ -200,6 +204,13 @@ std::optional<std::uint8_t> paperSizeCode(std::string_view name) {
     const auto *found = std::find_if(namedSizes.begin(), namedSizes.end(),
                                      [name](const PaperSize &size) { return size.name == name; });
     return found != namedSizes.end() ? std::optional(found->code) : std::nullopt;
+}
+
+std::string_view ownSizeName(std::string_view name) {
+    const std::optional<std::uint8_t> code = paperSizeCode(name);
+    const auto *found = std::find_if(namedSizes.begin(), namedSizes.end(),
+                                     [code](const PaperSize &size) { return size.code == code; });
+    return found != namedSizes.end() ? found->name : name;
 }
 
 std::optional<std::uint8_t> mediaTypeCode(std::string_view name) {

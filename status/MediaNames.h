@@ -23,6 +23,10 @@ namespace veltrin {
 /// that begins with "Custom", nothing for any other name.
 [[nodiscard]] std::optional<std::uint8_t> paperSizeCode(std::string_view name);
 
+/// The name by which the filter's paper rule knows a size of the PPD: "FS" for "8x13". Any other name is its
+/// own.
+[[nodiscard]] std::string_view ownSizeName(std::string_view name);
+
 /// The paper type code for a type of the PPD, such as "Plain" or "Thick160"; nothing for any other name.
 [[nodiscard]] std::optional<std::uint8_t> mediaTypeCode(std::string_view name);
 

@@ -167,6 +167,10 @@ TEST(JobTicket, SizeOfThePaper) {
     nameless.pageSizeName.clear();
     EXPECT_EQ(ticketOf("media=A5", {}, nameless).media, "A5");
     EXPECT_EQ(ticketOf("", {}, nameless).media, std::nullopt);
+    EXPECT_EQ(ticketOf("media=EnvMonarch", {}, nameless).media, "Monarch");
+    RasterPage halfLetter = a4Page();
+    halfLetter.pageSizeName = "Statement";
+    EXPECT_EQ(ticketOf("", {}, halfLetter).media, "HalfLetter") << "as the filter calls it";
 }
 
 TEST(JobTicket, PaperThatRefusesTheBackIsLaidOutOneSided) {
@@ -176,7 +180,7 @@ TEST(JobTicket, PaperThatRefusesTheBackIsLaidOutOneSided) {
     EXPECT_FALSE(ticketOf("", {.paperType = "Envelope"}, page).layout.twoSided);
     EXPECT_FALSE(ticketOf("media-type=cardstock", {}, page).layout.twoSided);
     EXPECT_EQ(ticketOf("PaperType=Labels", {}, page).sides, Sides::longEdge) << "as asked for";
-    for (const char *size : {"A5", "Env10", "Custom.283.00x566.00"}) {
+    for (const char *size : {"A5", "Env10", "8x13", "EnvMonarch", "Custom.283.00x566.00"}) {
         page.pageSizeName = size;
         EXPECT_FALSE(ticketOf("media=A4", {}, page).layout.twoSided) << size;
     }

@@ -176,6 +176,25 @@ TEST(MediaNames, SizesOfThePPDHaveTheirCodes) {
     }
 }
 
+TEST(MediaNames, SizesOfAdobesListAreKnownByTheFiltersNames) {
+    const std::map<std::string_view, std::string_view> ownNames = {{"Statement", "HalfLetter"},
+                                                                   {"8x13", "FS"},
+                                                                   {"FanFoldGermanLegal", "Foolscap"},
+                                                                   {"195x270mm", "Kai16"},
+                                                                   {"EnvMonarch", "Monarch"},
+                                                                   {"DoublePostcardRotated", "ReplyPaid"},
+                                                                   {"Tabloid", "Ledger"},
+                                                                   {"HalfLetter", "HalfLetter"},
+                                                                   {"A4", "A4"},
+                                                                   {"Custom.100x200", "Custom.100x200"},
+                                                                   {"A4Small", "A4Small"},
+                                                                   {"", ""}};
+    for (const auto &[name, own] : ownNames) {
+        EXPECT_EQ(ownSizeName(name), own);
+        EXPECT_EQ(paperSizeCode(name), paperSizeCode(own)) << name;
+    }
+}
+
 TEST(MediaNames, TypesOfThePPDHaveTheirCodes) {
     for (const std::string_view name :
          {"Plain", "Recycled", "Color", "Letterhead", "Preprinted", "Prepunched", "Labels", "Bond",
