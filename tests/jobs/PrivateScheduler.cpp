@@ -127,7 +127,7 @@ PrivateScheduler::~PrivateScheduler() {
 
 void PrivateScheduler::addQueue(const std::string &name, const std::string &deviceUri) {
     const ProcessResult added = run(clientCommand(
-        LPADMIN, {"-p", name, "-E", "-v", deviceUri, "-P", hostPath(VELTRIN_PACKAGING "/veltrin.ppd")}));
+        LPADMIN, {"-p", name, "-E", "-v", deviceUri, "-P", hostPath(VELTRIN_PPDS "/lx-520n.ppd")}));
     EXPECT_EQ(added.exitStatus, 0) << added.errors << quotedForLog(log());
 }
 

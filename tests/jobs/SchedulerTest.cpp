@@ -5,7 +5,6 @@
 #include "tests/support/BytesAre.h"
 #include "tests/support/ExpectedOutput.h"
 #include "tests/support/Files.h"
-#include "tests/support/PrivateTmp.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +27,6 @@ using test::BytesAre;
 using test::document;
 using test::forFilter;
 using test::forLp;
-using test::hostPath;
 using test::PrivateScheduler;
 using test::ProcessResult;
 using test::readFile;
@@ -190,13 +188,6 @@ TEST(SchedulerTest, ABrokenDeviceIsShownUntilTheJobIsCancelled) {
     scheduler.cancel(job);
     scheduler.expectState(job, IPP_JSTATE_CANCELED);
     EXPECT_TRUE(scheduler.waitUntil([&] { return scheduler.temporaryFiles().empty(); }));
-}
-
-TEST(SchedulerTest, ThePpdConforms) {
-    const ProcessResult result = test::run(
-        {.program = CUPSTESTPPD,
-         .arguments = {CUPSTESTPPD, "-W", "filters", "-q", hostPath(VELTRIN_PACKAGING "/veltrin.ppd")}});
-    EXPECT_EQ(result.exitStatus, 0) << result.output;
 }
 
 } // namespace
