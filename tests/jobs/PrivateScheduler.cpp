@@ -84,6 +84,18 @@ void copyAsInstalled(const fs::path &from, const fs::path &to, fs::perms mode) {
     fs::permissions(to, mode);
 }
 
+struct AnswerDeleter {
+    void operator()(ipp_t *answer) const { ippDelete(answer); }
+};
+
+/// What the scheduler says of a queue.
+std::unique_ptr<ipp_t, AnswerDeleter> attributesOf(const std::string &queue) {
+    ipp_t *request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
+    const std::string uri = "ipp://localhost/printers/" + queue;
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
+    return std::unique_ptr<ipp_t, AnswerDeleter>(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
+}
+
 std::string quotedForLog(const std::string &log) {
     return "The scheduler's log:\n" + log;
 }
@@ -184,19 +196,27 @@ int PrivateScheduler::sheetsOf(int job) const {
 }
 
 PrivateScheduler::QueueStatus PrivateScheduler::queueStatus(const std::string &name) const {
-    ipp_t *request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
-    const std::string uri = "ipp://localhost/printers/" + name;
-    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
-    ipp_t *answer = cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/");
+    const auto answer = attributesOf(name);
     QueueStatus status;
-    status.state =
-        static_cast<ipp_pstate_t>(ippGetInteger(ippFindAttribute(answer, "printer-state", IPP_TAG_ENUM), 0));
+    status.state = static_cast<ipp_pstate_t>(
+        ippGetInteger(ippFindAttribute(answer.get(), "printer-state", IPP_TAG_ENUM), 0));
     if (const char *text =
-            ippGetString(ippFindAttribute(answer, "printer-state-message", IPP_TAG_TEXT), 0, nullptr)) {
+            ippGetString(ippFindAttribute(answer.get(), "printer-state-message", IPP_TAG_TEXT), 0, nullptr)) {
         status.message = text;
     }
-    ippDelete(answer);
     return status;
+}
+
+std::string PrivateScheduler::queueAttribute(const std::string &name) const {
+    const auto answer = attributesOf(queue);
+    ipp_attribute_t *found = ippFindAttribute(answer.get(), name.c_str(), IPP_TAG_ZERO);
+    if (found == nullptr) {
+        return "";
+    }
+    std::string text(ippAttributeString(found, nullptr, 0), '\0');
+    // With room for the terminator, which is there already.
+    ippAttributeString(found, text.data(), text.size() + 1);
+    return text;
 }
 
 bool PrivateScheduler::waitUntil(const std::function<bool()> &predicate, std::chrono::milliseconds deadline) {

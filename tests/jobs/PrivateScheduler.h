@@ -59,6 +59,9 @@ class PrivateScheduler {
 
     [[nodiscard]] QueueStatus queueStatus(const std::string &name = queue) const;
 
+    /// What clients are told of the queue under this name, several values with commas in between.
+    [[nodiscard]] std::string queueAttribute(const std::string &name) const;
+
     /// Waits, with a deadline, until `predicate` holds; false where it does not.
     [[nodiscard]] bool waitUntil(const std::function<bool()> &predicate,
                                  std::chrono::milliseconds deadline = processDeadline);

@@ -17,6 +17,7 @@
 #include <array>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace veltrin {
@@ -32,6 +33,7 @@ using test::ProcessResult;
 using test::readFile;
 using test::twoSidedTwoCopies;
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -188,6 +190,29 @@ TEST(SchedulerTest, ABrokenDeviceIsShownUntilTheJobIsCancelled) {
     scheduler.cancel(job);
     scheduler.expectState(job, IPP_JSTATE_CANCELED);
     EXPECT_TRUE(scheduler.waitUntil([&] { return scheduler.temporaryFiles().empty(); }));
+}
+
+TEST(SchedulerTest, ClientsWithoutThePpdAreToldWhatItOffers) {
+    PrivateScheduler scheduler(deviceUri);
+    const std::vector<std::pair<std::string, std::string>> expected = {
+        {"printer-device-id", "MFG:Morvex;MDL:LX 520N;CLS:PRINTER;"},
+        {"media-default", "iso_a4_210x297mm"},
+        {"media-source-supported", "tray-1,tray-2,bypass"},
+        {"media-left-margin-supported", "423"},
+        {"sides-supported", "one-sided,two-sided-long-edge,two-sided-short-edge"},
+        {"sides-default", "one-sided"},
+        {"print-color-mode-supported", "monochrome,color"},
+        {"print-color-mode-default", "color"},
+        {"printer-resolution-supported", "600dpi"},
+        {"pwg-raster-document-sheet-back", "normal"},
+        {"pages-per-minute", "20"}};
+    for (const auto &[name, value] : expected) {
+        EXPECT_EQ(scheduler.queueAttribute(name), value) << name;
+    }
+    for (const char *size : {"iso_a5_148x210mm", "na_govt-legal_8x13in", "na_foolscap_8.5x13in",
+                             "na_invoice_5.5x8.5in", "na_monarch_3.875x7.5in", "jpn_oufuku_148x200mm"}) {
+        EXPECT_THAT(scheduler.queueAttribute("media-supported"), HasSubstr(size));
+    }
 }
 
 } // namespace
