@@ -12,6 +12,15 @@
 
 namespace veltrin::platform {
 
+/// The exit statuses of backends that are of use here; what the scheduler does then.
+enum BackendStatus : int {
+    backendOk = 0,
+    backendFailed = 1,       ///< what the queue's error policy says
+    backendStop = 4,         ///< stops the queue
+    backendCancel = 5,       ///< drops the job
+    backendRetryCurrent = 7, ///< tries the job again at once, and as often as it takes
+};
+
 /// The number of the job that these arguments are for, argv[0] included; nothing where they are not the
 /// scheduler's.
 [[nodiscard]] std::optional<unsigned> schedulerJob(std::span<const std::string_view> arguments);

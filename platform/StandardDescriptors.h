@@ -13,4 +13,7 @@ void reserveStandardDescriptors();
 /// Closes every other descriptor, whoever has opened it.
 void closeAllButStandardDescriptors();
 
+/// Whether nothing comes by the descriptor any more; takes nothing of what does.
+[[nodiscard]] bool isAtEnd(int fd);
+
 } // namespace veltrin::platform

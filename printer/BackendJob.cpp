@@ -1,8 +1,10 @@
 #include "printer/BackendJob.h"
 
+#include "platform/EndSignals.h"
+#include "platform/LineOutput.h"
 #include "platform/SchedulerJob.h"
+#include "platform/StandardDescriptors.h"
 #include "printer/ChannelPlug.h"
-#include "printer/LineOutput.h"
 #include "printer/OutputFile.h"
 #include "printer/Pace.h"
 #include "printer/PrinterRun.h"
@@ -29,11 +31,6 @@ namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// The exit statuses that CUPS knows and that are of use here.
-constexpr int backendOk = 0;
-constexpr int backendFailed = 1;
-constexpr int backendRetryCurrent = 7; // at once, and as often as it takes
 
 /// How long the channel may be silent once the filter's output has ended: the filter is gone by then, and its
 /// goodbye is on the way or will never come.
@@ -89,12 +86,6 @@ bool readAvailable(int fd, int &error, Take take) {
     return true;
 }
 
-/// Whether nothing comes any more, without taking anything of what does.
-bool isAtEnd(int fd) {
-    pollfd source{fd, POLLIN, 0};
-    return poll(&source, 1, 0) > 0 && (source.revents & POLLIN) == 0;
-}
-
 class BackendJob {
   public:
     BackendJob(std::string theUri, const PrinterUri &files, Scenario theScenario,
@@ -105,7 +96,7 @@ class BackendJob {
     /// The job of a filter, by the channel; what comes on standard input instead is the printer's, too.
     int runFromFilter() {
         if (!areFilesFine()) {
-            return backendFailed;
+            return platform::backendFailed;
         }
         PrinterListener listening = listener();
         listening.told = [this](PrinterTime when, const std::string &line) {
@@ -126,25 +117,25 @@ class BackendJob {
             problem);
         const bool reported = !isPrinterOurs || writeReport(printer.printer());
         if (endWanted() && !served) {
-            return backendOk;
+            return platform::backendOk;
         }
         // The filter may also have given up just as the printer became free.
         if (isWaiting || (hasWaited && jobs.empty() && !endWanted())) {
             // A retry after a pause would be one of a few: the scheduler then aborts the job.
             messages.add("INFO: Still waiting for another job to leave the printer.");
-            return backendRetryCurrent;
+            return platform::backendRetryCurrent;
         }
         if (served) {
-            return reported ? exitStatus() : backendFailed;
+            return reported ? exitStatus() : platform::backendFailed;
         }
         messages.add("ERROR: " + problem);
-        return backendFailed;
+        return platform::backendFailed;
     }
 
     /// A file that no filter has handled, as often as copies are wanted.
     int runFromFile(const char *path, unsigned copies) {
         if (!areFilesFine()) {
-            return backendFailed;
+            return platform::backendFailed;
         }
         takePrinter();
         VirtualPrinter printer(scenario, listener());
@@ -152,7 +143,7 @@ class BackendJob {
             const int fd = open(path, O_RDONLY | O_CLOEXEC);
             if (fd == -1) {
                 messages.add(std::string("ERROR: ") + path + ": " + std::strerror(errno));
-                return backendFailed;
+                return platform::backendFailed;
             }
             int error = 0;
             static_cast<void>(readAvailable(
@@ -161,14 +152,14 @@ class BackendJob {
             printer.endJob();
             if (error != 0) {
                 messages.add(std::string("ERROR: ") + path + ": " + std::strerror(error));
-                return backendFailed;
+                return platform::backendFailed;
             }
         }
         // Nobody waits for this printer, so its time passes at once.
         while (!printer.isAtRest() && printer.nextDue()) {
             printer.advance(*printer.nextDue());
         }
-        return writeReport(printer.printer()) ? exitStatus() : backendFailed;
+        return writeReport(printer.printer()) ? exitStatus() : platform::backendFailed;
     }
 
   private:
@@ -203,7 +194,7 @@ class BackendJob {
             messages.add("INFO: Waiting for another job to leave the printer.");
             messages.write();
         }
-        return !endWanted() && !isAtEnd(STDIN_FILENO);
+        return !endWanted() && !platform::isAtEnd(STDIN_FILENO);
     }
 
     /// From now on the files are this job's. Another one that has the same may have written them until now.
@@ -258,7 +249,8 @@ class BackendJob {
         if (jobs.empty() && !cancelled && !endWanted()) {
             messages.add("ERROR: Nothing has come to be printed.");
         }
-        return (!jobs.empty() && allWhole) || cancelled || endWanted() ? backendOk : backendFailed;
+        return (!jobs.empty() && allWhole) || cancelled || endWanted() ? platform::backendOk
+                                                                       : platform::backendFailed;
     }
 
     std::string uri;
@@ -320,7 +312,7 @@ int runBackendJob(int argc, const char *const *argv, platform::Platform &platfor
     }
     if (!problem.empty()) {
         std::cerr << "ERROR: " + problem + "\n";
-        return backendFailed;
+        return platform::backendFailed;
     }
     BackendJob job(uri, *parsed, std::move(*scenario), platform);
     return argc == 7 ? job.runFromFile(argv[6], *copies) : job.runFromFilter();

@@ -1,7 +1,7 @@
 #include "printer/ChannelPlug.h"
 
 #include "ipc/ChannelVocabulary.h"
-#include "printer/PrinterRun.h"
+#include "platform/EndSignals.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "printer/LineOutput.h"
+#include "platform/LineOutput.h"
 #include "printer/StatusView.h"
 #include "printer/VirtualPrinter.h"
 

@@ -1,5 +1,6 @@
 #include "Version.h"
 #include "platform/CommandLine.h"
+#include "platform/EndSignals.h"
 #include "platform/StandardDescriptors.h"
 #include "printer/BackendJob.h"
 #include "printer/ChannelPlug.h"

@@ -8,11 +8,6 @@
 
 namespace veltrin::printer {
 
-/// From now on SIGTERM and SIGINT only make `endWanted()` true, and a closed pipe is a failed write.
-void catchEndSignals();
-
-[[nodiscard]] bool endWanted();
-
 /// Called at every turn, about ten times a second and more while something happens. Returns whether to go on.
 using GoOn = std::function<bool(VirtualPrinter &printer, PrinterTime now)>;
 

@@ -1,6 +1,7 @@
 #include "platform/StandardDescriptors.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace veltrin::platform {
@@ -17,6 +18,11 @@ void reserveStandardDescriptors() {
 
 void closeAllButStandardDescriptors() {
     closefrom(STDERR_FILENO + 1);
+}
+
+bool isAtEnd(int fd) {
+    pollfd source{fd, POLLIN, 0};
+    return poll(&source, 1, 0) > 0 && (source.revents & POLLIN) == 0;
 }
 
 } // namespace veltrin::platform

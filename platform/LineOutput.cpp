@@ -1,4 +1,4 @@
-#include "printer/LineOutput.h"
+#include "platform/LineOutput.h"
 
 #include "platform/WriteAll.h"
 
@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <span>
 
-namespace veltrin::printer {
+namespace veltrin {
 
 namespace {
 
@@ -54,4 +54,4 @@ void LineOutput::writeWhole(std::string_view lines) {
     }
 }
 
-} // namespace veltrin::printer
+} // namespace veltrin

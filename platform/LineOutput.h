@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace veltrin::printer {
+namespace veltrin {
 
 /// Lines for people or for the scheduler on a descriptor, many in one write: a system call for each would
 /// hold up the channel.
@@ -38,4 +38,4 @@ class LineOutput {
     int failure = 0;
 };
 
-} // namespace veltrin::printer
+} // namespace veltrin

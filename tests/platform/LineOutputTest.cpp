@@ -1,4 +1,4 @@
-#include "printer/LineOutput.h"
+#include "platform/LineOutput.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-namespace veltrin::printer {
+namespace veltrin {
 namespace {
 
 using testing::ElementsAre;
@@ -145,4 +145,4 @@ TEST_F(LineOutputTest, KeepsTheFirstFailure) {
 }
 
 } // namespace
-} // namespace veltrin::printer
+} // namespace veltrin
