@@ -1,10 +1,12 @@
 #pragma once
 
+#include <poll.h>
 #include <sys/types.h>
 
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -19,6 +21,22 @@ struct Notification {
 
     /// The block under "data" in the user info, if there is one. Valid only while the observer runs.
     std::optional<std::span<const std::byte>> data;
+};
+
+/// A notification that has been heard but is not taken yet. One that is let go without having been
+/// acknowledged is lost, and its sender is told so.
+class HeldNotification {
+  public:
+    HeldNotification() = default;
+    HeldNotification(const HeldNotification &) = delete;
+    HeldNotification &operator=(const HeldNotification &) = delete;
+    virtual ~HeldNotification() = default;
+
+    /// The block, empty where there is none; valid as long as this object is there.
+    [[nodiscard]] virtual std::span<const std::byte> data() const = 0;
+
+    /// Tells the sender that it is taken.
+    virtual void acknowledge() = 0;
 };
 
 /// The two objects by which the other end comes and goes. A notification center needs to know them because
@@ -61,6 +79,11 @@ class NotificationCenter {
     /// Throws NotificationError where the name cannot be carried.
     virtual void startObserving(const std::string &name, const PeerCommands &peer, Observer observer) = 0;
 
+    /// Only while the observer runs, and once for each notification: keeps the one that it was called with
+    /// until it is acknowledged, where else it would be when the observer returns. As long as a peer has too
+    /// many of them it has to wait. Null where there is nobody to be told, as of a farewell without words.
+    [[nodiscard]] virtual std::unique_ptr<HeldNotification> hold() = 0;
+
     /// The observer is not called again.
     virtual void stopObserving() noexcept = 0;
 
@@ -90,6 +113,10 @@ class NotificationCenter {
     /// Turns the run loop: runs the functions queued before, then waits until one notification has been
     /// delivered or `length` has passed. Throws NotificationError where the system gives up on it.
     virtual void turn(std::chrono::microseconds length) = 0;
+
+    /// A turn that also ends when something can be done with one of these descriptors. However it ends, their
+    /// `revents` say what can be done with each.
+    virtual void turnWatching(std::chrono::microseconds length, std::span<pollfd> watched) = 0;
 
     /// A turn that follows a post. It also ends once what has come in so far holds nothing to be delivered
     /// and there is nothing to wait for: the peer has taken the command posted last, or a block posted last

@@ -2,11 +2,15 @@
 
 #include "platform/linux/NotificationMessage.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <ctime>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace veltrin::platform {
 
@@ -21,12 +25,31 @@ constexpr auto drainLimit = 2s;
 /// How long to pause when the system is short of something.
 constexpr auto shortagePause = 10ms;
 
-/// Polls the bus until `until` or something happens. Returns a negative error number where that is
+/// Polls the descriptors until `until` or something happens. Returns a negative error number where that is
 /// impossible.
-int pollBus(sd_bus *bus, BusConnection::Time until) {
-    const auto remaining = std::chrono::duration_cast<std::chrono::microseconds>(until - steady_clock::now());
-    const int result = sd_bus_wait(bus, static_cast<std::uint64_t>(std::max(remaining, 0us).count()));
-    return result == -EINTR ? 0 : result;
+int pollUntil(std::span<pollfd> descriptors, BusConnection::Time until) {
+    const auto left = std::max(until - steady_clock::now(), steady_clock::duration::zero());
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    const timespec timeout{.tv_sec = seconds.count(),
+                           .tv_nsec = std::chrono::nanoseconds(left - seconds).count()};
+    const int result = ppoll(descriptors.data(), descriptors.size(), &timeout, nullptr);
+    return result >= 0 || errno == EINTR ? 0 : -errno;
+}
+
+/// The same of the bus and the descriptors.
+int pollBus(sd_bus *bus, BusConnection::Time until, std::span<const pollfd> watched = {}) {
+    const int events = sd_bus_get_events(bus);
+    std::uint64_t libraryWants = UINT64_MAX; // microseconds of the steady clock
+    const int result = events < 0 ? events : sd_bus_get_timeout(bus, &libraryWants);
+    if (result < 0) {
+        return result;
+    }
+    if (libraryWants != UINT64_MAX) {
+        until = std::min(until, BusConnection::Time(std::chrono::microseconds(libraryWants)));
+    }
+    std::vector<pollfd> descriptors(watched.begin(), watched.end());
+    descriptors.push_back({sd_bus_get_fd(bus), static_cast<short>(events), 0});
+    return pollUntil(descriptors, until);
 }
 
 } // namespace
@@ -87,10 +110,12 @@ bool BusConnection::process() {
     return result > 0;
 }
 
-void BusConnection::waitUntil(Time until) {
+void BusConnection::waitUntil(Time until, std::span<const pollfd> watched) {
     if (isBusLost) {
-        std::this_thread::sleep_until(until);
-    } else if (const int result = pollBus(bus.get(), until); result < 0 && !isPassingShortage(result)) {
+        std::vector<pollfd> descriptors(watched.begin(), watched.end());
+        static_cast<void>(pollUntil(descriptors, until));
+    } else if (const int result = pollBus(bus.get(), until, watched);
+               result < 0 && !isPassingShortage(result)) {
         lose(busErrorText(result));
     }
 }

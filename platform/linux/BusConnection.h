@@ -2,10 +2,13 @@
 
 #include "platform/linux/BusHandles.h"
 
+#include <poll.h>
+
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 
 namespace veltrin::platform {
@@ -46,9 +49,9 @@ class BusConnection {
     /// is.
     bool process();
 
-    /// Waits until `until` or until `process` has something to do. A lost bus is waited for all the same:
-    /// whoever waits counts on the time going by.
-    void waitUntil(Time until);
+    /// Waits until `until`, until `process` has something to do, or until something can be done with one of
+    /// the descriptors. A lost bus is waited for all the same: whoever waits counts on the time going by.
+    void waitUntil(Time until, std::span<const pollfd> watched = {});
 
     /// Sends what is unsent, for two seconds at most.
     void drain();

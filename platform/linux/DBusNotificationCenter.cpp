@@ -122,13 +122,20 @@ void DBusNotificationCenter::turn(std::chrono::microseconds length) {
     turnUntil(length, [] { return false; });
 }
 
+void DBusNotificationCenter::turnWatching(std::chrono::microseconds length, std::span<pollfd> watched) {
+    const auto isOneReady = [watched] { return poll(watched.data(), watched.size(), 0) > 0; };
+    turnUntil(length, isOneReady, watched);
+    static_cast<void>(isOneReady());
+}
+
 void DBusNotificationCenter::turnAfterPost(std::chrono::microseconds length) {
     turnUntil(length, [this] { return calls.isLastPostDone(); });
 }
 
 /// A turn that also ends when the condition holds and everything that has come in already is looked at.
 template <typename Condition>
-void DBusNotificationCenter::turnUntil(std::chrono::microseconds length, Condition isOver) {
+void DBusNotificationCenter::turnUntil(std::chrono::microseconds length, Condition isOver,
+                                       std::span<const pollfd> watched) {
     const Time end = steady_clock::now() + length;
     for (const auto &function : std::exchange(later, {})) {
         function();
@@ -141,7 +148,7 @@ void DBusNotificationCenter::turnUntil(std::chrono::microseconds length, Conditi
             if (isOver()) {
                 return;
             }
-            connection.waitUntil(end);
+            connection.waitUntil(end, watched);
         }
     } while (steady_clock::now() < end);
 }

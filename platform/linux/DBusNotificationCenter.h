@@ -42,6 +42,9 @@ class DBusNotificationCenter final : public NotificationCenter {
 
     void startObserving(const std::string &name, const PeerCommands &peerCommands,
                         Observer observer) override;
+
+    [[nodiscard]] std::unique_ptr<HeldNotification> hold() override { return inbox.hold(); }
+
     void stopObserving() noexcept override;
     [[nodiscard]] bool claim(const std::string &name) override;
 
@@ -50,6 +53,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     [[nodiscard]] bool post(const std::string &name, const std::string &object,
                             std::optional<std::span<const std::byte>> data) override;
     void turn(std::chrono::microseconds length) override;
+    void turnWatching(std::chrono::microseconds length, std::span<pollfd> watched) override;
     void turnAfterPost(std::chrono::microseconds length) override;
     void performLater(std::function<void()> function) override;
     [[nodiscard]] bool waitForDelivery() override;
@@ -65,7 +69,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     explicit DBusNotificationCenter(Settings settings);
 
     template <typename Condition>
-    void turnUntil(std::chrono::microseconds length, Condition isOver);
+    void turnUntil(std::chrono::microseconds length, Condition isOver, std::span<const pollfd> watched = {});
     template <typename Condition>
     void turnWhile(Condition isToBeWaitedFor);
     void heedNews();

@@ -1,7 +1,7 @@
 #include "platform/linux/Inbox.h"
 
 #include "platform/linux/BusConnection.h"
-#include "platform/linux/NotificationMessage.h"
+#include "platform/linux/HeldMessage.h"
 #include "platform/linux/NotificationPath.h"
 
 #include <algorithm>
@@ -12,25 +12,22 @@ namespace veltrin::platform {
 
 namespace {
 
-class Flag {
+/// Gives a variable another value for a while.
+template <typename Value>
+class During {
   public:
-    explicit Flag(bool &flag) : raised(flag) { raised = true; }
+    During(Value &theVariable, Value value)
+        : variable(theVariable), before(std::exchange(theVariable, value)) {}
 
-    Flag(const Flag &) = delete;
-    Flag &operator=(const Flag &) = delete;
+    During(const During &) = delete;
+    During &operator=(const During &) = delete;
 
-    ~Flag() { raised = false; }
+    ~During() { variable = before; }
 
   private:
-    bool &raised;
+    Value &variable;
+    Value before;
 };
-
-/// Tells a caller, who then knows why.
-void answerWithError(sd_bus_message *message, const char *error, const std::string &reason) {
-    if (sd_bus_message_get_expect_reply(message) > 0) {
-        static_cast<void>(sd_bus_reply_method_errorf(message, error, "%s", reason.c_str()));
-    }
-}
 
 } // namespace
 
@@ -78,7 +75,7 @@ int Inbox::receive(sd_bus_message *message) {
     }
     if (senders.inquire(sender) == Verdict::refused) {
         answerWithError(message, SD_BUS_ERROR_ACCESS_DENIED, senders.refusalOf(sender));
-    } else if (incomings.size() >= limit) {
+    } else if (incomings.size() + *held >= limit) {
         refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "it comes too fast");
     } else {
         incomings.push_back({sender, BusMessage(sd_bus_message_ref(message)), {}});
@@ -137,7 +134,7 @@ bool Inbox::deliver(const Incoming &incoming) {
 bool Inbox::deliverMessage(const Incoming &incoming) {
     sd_bus_message *message = incoming.message.get();
     std::string problem;
-    const std::optional<ReceivedNotification> received = readNotification(message, problem);
+    std::optional<ReceivedNotification> received = readNotification(message, problem);
     if (!received) {
         refuse(message, SD_BUS_ERROR_INVALID_ARGS, problem);
         return false;
@@ -150,8 +147,11 @@ bool Inbox::deliverMessage(const Incoming &incoming) {
         refuse(message, SD_BUS_ERROR_ACCESS_DENIED, "another peer has taken its sender's place");
         return false;
     }
-    observe(received->notification);
-    answer(incoming); // only now: the reply says that the block has been taken
+    Delivery delivery{message, std::move(*received)};
+    observe(delivery);
+    if (!delivery.isHeld) {
+        answer(incoming); // only now: the reply says that the block has been taken
+    }
     if (incoming.standing == Standing::peersFarewell) {
         endWaiting();
     }
@@ -169,17 +169,26 @@ bool Inbox::deliverDeparture(const Incoming &incoming) {
 }
 
 void Inbox::observe(const Notification &notification) {
-    const Flag delivering(isDelivering);
+    const During delivering(isDelivering, true);
     const NotificationCenter::Observer observer = observation->observer; // which may end the observation
     observer(notification);
 }
 
-void Inbox::answer(const Incoming &incoming) const {
-    sd_bus_message *message = incoming.message.get();
-    if (sd_bus_message_get_expect_reply(message) <= 0) {
-        return;
+void Inbox::observe(Delivery &delivery) {
+    const During theOne(current, &delivery);
+    observe(Notification(delivery.received.notification));
+}
+
+std::unique_ptr<HeldNotification> Inbox::hold() {
+    if (current == nullptr || std::exchange(current->isHeld, true)) {
+        return nullptr;
     }
-    if (const int result = sd_bus_reply_method_return(message, ""); result < 0 && !connection.isLost()) {
+    return std::make_unique<HeldMessage>(BusMessage(sd_bus_message_ref(current->message)),
+                                         std::move(current->received), held);
+}
+
+void Inbox::answer(const Incoming &incoming) const {
+    if (const int result = answerAsTaken(incoming.message.get()); result < 0 && !connection.isLost()) {
         report("cannot answer " + incoming.sender + ": " + busErrorText(result));
     }
 }

@@ -4,11 +4,13 @@
 #include "platform/linux/BusHandles.h"
 #include "platform/linux/CallWindow.h"
 #include "platform/linux/ChannelPeer.h"
+#include "platform/linux/NotificationMessage.h"
 #include "platform/linux/SenderTrust.h"
 
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -20,8 +22,8 @@ class BusConnection;
 /// and delivered one by one, in the order in which it came.
 class Inbox {
   public:
-    /// More than a peer that keeps to the window ever has on its way; whoever sends more without waiting for
-    /// the replies is refused.
+    /// More than a peer that keeps to the window ever has on its way, held ones included; whoever sends more
+    /// without waiting for the replies is refused.
     static constexpr std::size_t limit = 2 * CallWindow::size;
 
     /// What becomes of the peer.
@@ -58,6 +60,8 @@ class Inbox {
                         NotificationCenter::Observer observer);
 
     void stopObserving() noexcept { observation.reset(); }
+
+    [[nodiscard]] std::unique_ptr<HeldNotification> hold();
 
     /// Puts a departure from the bus behind what has come in before.
     void noteDeparture(const std::string &sender) { incomings.push_back({sender, nullptr, {}}); }
@@ -97,6 +101,13 @@ class Inbox {
                                           // it is delivered
     };
 
+    /// What the observer is being called with.
+    struct Delivery {
+        sd_bus_message *message;
+        ReceivedNotification received;
+        bool isHeld = false;
+    };
+
     /// A callback of the library. It only notes what came; observers run outside of it.
     static int received(sd_bus_message *message, void *inbox, sd_bus_error *error) noexcept;
     int receive(sd_bus_message *message);
@@ -106,6 +117,7 @@ class Inbox {
     bool deliverMessage(const Incoming &incoming);
     bool deliverDeparture(const Incoming &incoming);
     void observe(const Notification &notification);
+    void observe(Delivery &delivery);
     void answer(const Incoming &incoming) const;
     void refuse(sd_bus_message *message, const char *error, const std::string &reason) const;
 
@@ -129,6 +141,8 @@ class Inbox {
     BusSlot filter;
     std::optional<Observation> observation;
     bool isDelivering = false;
+    Delivery *current = nullptr;                                           // null between deliveries
+    std::shared_ptr<std::size_t> held = std::make_shared<std::size_t>(0U); // so many are not answered yet
     ChannelPeer currentPeer;
     std::deque<Incoming> incomings;
     std::deque<Incoming> waiting; // announcements of others while the peer that is there comes first

@@ -192,4 +192,14 @@ std::optional<ReceivedNotification> readNotification(sd_bus_message *message, st
     return received;
 }
 
+int answerAsTaken(sd_bus_message *message) {
+    return sd_bus_message_get_expect_reply(message) > 0 ? sd_bus_reply_method_return(message, "") : 0;
+}
+
+void answerWithError(sd_bus_message *message, const char *error, const std::string &reason) {
+    if (sd_bus_message_get_expect_reply(message) > 0) {
+        static_cast<void>(sd_bus_reply_method_errorf(message, error, "%s", reason.c_str()));
+    }
+}
+
 } // namespace veltrin::platform

@@ -45,4 +45,11 @@ struct ReceivedNotification {
 [[nodiscard]] std::optional<ReceivedNotification> readNotification(sd_bus_message *message,
                                                                    std::string &problem);
 
+/// Tells a caller that the notification was taken; whoever has not called needs no answer. Returns 0 or more,
+/// or the negative error number.
+[[nodiscard]] int answerAsTaken(sd_bus_message *message);
+
+/// Tells a caller, who then knows why.
+void answerWithError(sd_bus_message *message, const char *error, const std::string &reason);
+
 } // namespace veltrin::platform

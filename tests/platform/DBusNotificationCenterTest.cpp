@@ -3,6 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -126,6 +131,64 @@ TEST_F(DBusNotificationCenterTest, AnObserverMayPostAndStop) {
     ASSERT_TRUE(
         runUntil([&] { return !frontend->received.empty(); }, {turning(*frontend), turning(*backend)}));
     EXPECT_EQ(backend->received.size(), 1U);
+}
+
+// ---- Turns that watch descriptors, too
+
+class TurnWatching : public OnPrivateBus {
+  protected:
+    TurnWatching() { EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0); }
+
+    ~TurnWatching() override {
+        close(ends[0]);
+        close(ends[1]);
+    }
+
+    /// What can be done with the end to read from when the turn is over.
+    short readiness(std::chrono::milliseconds length) {
+        // A descriptor of -1 is none.
+        std::array<pollfd, 2> watched = {{{-1, POLLIN, 0}, {ends[0], POLLIN, 0}}};
+        backend->center->turnWatching(length, watched);
+        EXPECT_EQ(watched[0].revents, 0);
+        return watched[1].revents;
+    }
+
+    std::unique_ptr<End> backend = makeBackend();
+    std::array<int, 2> ends{};
+};
+
+TEST_F(TurnWatching, EndsWhenSomethingCanBeDone) {
+    std::thread writer([this] {
+        std::this_thread::sleep_for(20ms);
+        EXPECT_EQ(write(ends[1], "x", 1), 1);
+    });
+    EXPECT_LT(durationOf([this] { EXPECT_EQ(readiness(10s), POLLIN); }), 5s);
+    writer.join();
+}
+
+TEST_F(TurnWatching, LastsItsTimeWhereNothingCan) {
+    EXPECT_GE(durationOf([this] { EXPECT_EQ(readiness(150ms), 0); }), 149ms);
+}
+
+TEST_F(TurnWatching, SaysWhatCanBeDoneWhenANotificationEndsIt) {
+    BusClient host(frontendName);
+    host.signal(notificationPath(backendName), notificationArguments(backendName, "fronted-alive"));
+    host.waitForBus();
+    EXPECT_EQ(write(ends[1], "x", 1), 1);
+    backend->onReceived = [this] { EXPECT_EQ(write(ends[1], "x", 1), 1); };
+    ASSERT_TRUE(runUntil([this] { return !backend->received.empty(); },
+                         {[this] { EXPECT_EQ(readiness(1s), POLLIN); }}));
+}
+
+TEST_F(TurnWatching, GoesOnWithoutTheBus) {
+    bus.kill();
+    EXPECT_GE(durationOf([this] { EXPECT_EQ(readiness(150ms), 0); }), 149ms);
+    EXPECT_EQ(write(ends[1], "x", 1), 1);
+    EXPECT_LT(durationOf([this] { EXPECT_EQ(readiness(10s), POLLIN); }), 5s);
+}
+
+TEST_F(TurnWatching, WaitsWithoutUsingTheProcessor) {
+    EXPECT_LT(processorTimeOf([this] { readiness(500ms); }), 250ms);
 }
 
 // ---- Turns that follow a post

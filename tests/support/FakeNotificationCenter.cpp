@@ -23,6 +23,8 @@ class FakeNotificationCenter::Connection final : public platform::NotificationCe
         center.observer = std::move(newObserver);
     }
 
+    [[nodiscard]] std::unique_ptr<platform::HeldNotification> hold() override { return nullptr; }
+
     void stopObserving() noexcept override {
         center.trace("stop observing");
         center.observedName.clear();
@@ -58,6 +60,11 @@ class FakeNotificationCenter::Connection final : public platform::NotificationCe
     }
 
     void turn(std::chrono::microseconds length) override { center.turn("turn", length); }
+
+    void turnWatching(std::chrono::microseconds length, std::span<pollfd> watched) override {
+        center.turn("turn watching", length);
+        poll(watched.data(), watched.size(), 0);
+    }
 
     void turnAfterPost(std::chrono::microseconds length) override { center.turn("turn after post", length); }
 
