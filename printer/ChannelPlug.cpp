@@ -25,37 +25,36 @@ constexpr std::size_t strangeHostLimit = 8;
 
 ChannelPlug::ChannelPlug(platform::Platform &thePlatform, VirtualPrinter &thePrinter,
                          const PrinterClock &theClock, Wishes theWishes)
-    : platform(thePlatform), printer(thePrinter), clock(theClock), wishes(std::move(theWishes)) {}
+    : platform(thePlatform), printer(thePrinter), clock(theClock), wishes(std::move(theWishes)),
+      backendEnd({.platform = platform,
+                  .uri = wishes.uri,
+                  .client = {.isCancelled = endWanted,
+                             .report = [this](const std::string &line) { tell("! " + line); },
+                             .overheard = [this](const std::string &name) { overheard(name); },
+                             .objectionTo = wishes.objectionTo},
+                  .observer = [this](const platform::Notification &notification) {
+                      hearsAnything = true;
+                      end.take(notification, now());
+                  }}) {}
 
-/// Opens the channel, after whoever else serves the same URI if that is waited for.
 bool ChannelPlug::open(std::string &problem) {
-    Opening opening = connect(problem);
-    while (opening == Opening::occupied && wishes.waitsForOther && wishes.waitsForOther()) {
-        platform.clock().sleepFor(longestTurn);
-        opening = connect(problem);
+    if (backendEnd.openInTurn(wishes.waitsForOther, problem) != BackendEnd::Opening::done) {
+        return false;
     }
-    if (opening == Opening::done) {
-        tell("listening");
-    }
-    return opening == Opening::done;
+    tell("listening");
+    return true;
 }
 
-/// To whoever is still there; there may be nobody.
 void ChannelPlug::close() {
-    if (center && center->isConnected()) {
+    if (backendEnd.isConnected()) {
         tell("> backend-byebye");
-        try {
-            static_cast<void>(
-                center->post(wishes.uri + channel::frontendSuffix, channel::backendByebye, std::nullopt));
-        } catch (const platform::NotificationError &) {
-        }
     }
-    center.reset();
+    backendEnd.sayGoodbye();
 }
 
 /// Does what is due.
 bool ChannelPlug::act(std::string &problem) {
-    if ((isBusLost || (center && !center->isConnected())) && !awaitBus(problem)) {
+    if ((isBusLost || (backendEnd.isOpen() && !backendEnd.isConnected())) && !awaitBus(problem)) {
         return false;
     }
     end.advance(now());
@@ -70,7 +69,7 @@ bool ChannelPlug::act(std::string &problem) {
 /// The bus is lost: the host is, too, and whoever stays comes back with the bus.
 bool ChannelPlug::awaitBus(std::string &problem) {
     if (!isBusLost) {
-        center.reset();
+        backendEnd.close();
         printer.endJob();
         problem = "the message bus is lost";
         if (!wishes.stays) {
@@ -79,7 +78,7 @@ bool ChannelPlug::awaitBus(std::string &problem) {
         tell("! the message bus is lost: waiting for it");
         isBusLost = true;
     }
-    if (std::string stillMissing; connect(stillMissing) == Opening::done) {
+    if (std::string stillMissing; backendEnd.open(stillMissing) == BackendEnd::Opening::done) {
         isBusLost = false;
         tell("listening");
         end.reconnected(now());
@@ -87,42 +86,12 @@ bool ChannelPlug::awaitBus(std::string &problem) {
     return true;
 }
 
-ChannelPlug::Opening ChannelPlug::connect(std::string &problem) {
-    center =
-        platform.makeNotificationCenter({.isCancelled = endWanted,
-                                         .report = [this](const std::string &line) { tell("! " + line); },
-                                         .overheard = [this](const std::string &name) { overheard(name); },
-                                         .objectionTo = wishes.objectionTo},
-                                        problem);
-    if (!center) {
-        return Opening::impossible;
-    }
-    try {
-        const std::string name = wishes.uri + channel::backendSuffix;
-        if (!center->claim(name)) {
-            problem = "another printer or backend serves \"" + wishes.uri + "\"";
-            center.reset();
-            return Opening::occupied;
-        }
-        center->startObserving(name, {channel::frontendAlive, channel::frontendByebye, true},
-                               [this](const platform::Notification &notification) {
-                                   hearsAnything = true;
-                                   end.take(notification, now());
-                               });
-    } catch (const platform::NotificationError &error) {
-        problem = error.what();
-        center.reset();
-        return Opening::impossible;
-    }
-    return Opening::done;
-}
-
 bool ChannelPlug::perform(const ChannelDeed &deed, std::string &problem) {
     if (const auto *notification = std::get_if<PostNotification>(&deed)) {
         post(*notification);
     } else if (std::holds_alternative<Disconnect>(deed)) {
-        center.reset();
-    } else if (!isBusLost && connect(problem) != Opening::done) {
+        backendEnd.close();
+    } else if (!isBusLost && backendEnd.open(problem) != BackendEnd::Opening::done) {
         if (!wishes.stays) {
             return false;
         }
@@ -132,34 +101,21 @@ bool ChannelPlug::perform(const ChannelDeed &deed, std::string &problem) {
     return true;
 }
 
+/// A host that is gone, or a bus that is, is no reason for a printer to end.
 void ChannelPlug::post(const PostNotification &notification) {
-    if (!center) {
-        tell("! not delivered: there is no channel");
-        return;
-    }
-    try {
-        if (!center->post(wishes.uri + channel::frontendSuffix, notification.object, notification.data)) {
-            tell("! not delivered: the host has gone");
-        } else if (notification.object == channel::backendAlive && !announced) {
-            announced = now();
-        }
-    } catch (const platform::NotificationError &error) {
-        // A host that is gone, or a bus that is: neither is a reason for a printer to end.
-        tell(std::string("! not delivered: ") + error.what());
+    const bool isPosted = backendEnd.post(notification.object, notification.data);
+    if (isPosted && notification.object == channel::backendAlive && !announced) {
+        announced = now();
     }
 }
 
 void ChannelPlug::turn() {
     const PrinterTime until = now() + longestTurn;
     const PrinterTime length = std::clamp(end.nextDue().value_or(until) - now(), PrinterTime(0), longestTurn);
-    if (!center) {
-        platform.clock().sleepFor(length);
+    if (backendEnd.isOpen()) {
+        backendEnd.turn(length);
     } else {
-        try {
-            center->turn(length);
-        } catch (const platform::NotificationError &error) {
-            tell(std::string("! ") + error.what());
-        }
+        platform.clock().sleepFor(length);
     }
     hintAtDeafness();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipc/BackendEnd.h"
 #include "platform/Platform.h"
 #include "printer/ChannelEnd.h"
 #include "printer/Plug.h"
@@ -8,7 +9,6 @@
 #include <sys/types.h>
 
 #include <functional>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -41,9 +41,6 @@ class ChannelPlug final : public Plug {
     void close() override;
 
   private:
-    enum class Opening { done, occupied, impossible };
-
-    [[nodiscard]] Opening connect(std::string &problem);
     [[nodiscard]] bool awaitBus(std::string &problem);
     void overheard(const std::string &name);
     void hintAtDeafness();
@@ -58,8 +55,8 @@ class ChannelPlug final : public Plug {
     const PrinterClock &clock;
     Wishes wishes;
     ChannelEnd end{printer};
-    std::unique_ptr<platform::NotificationCenter> center; ///< null while the printer has vanished, or the bus
-    bool isBusLost = false;                               ///< and waited for
+    BackendEnd backendEnd;  ///< closed while the printer has vanished, or the bus
+    bool isBusLost = false; ///< and waited for
 
     std::set<std::string> strangeHosts;   ///< hinted at already
     std::optional<PrinterTime> announced; ///< at first, for all to hear, oneself included
