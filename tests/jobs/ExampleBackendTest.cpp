@@ -53,20 +53,7 @@ class ExampleBackend : public test::PrinterFixture {
     void startBackend(const std::string &device = outputFile) {
         uri = "veltrin-example:" + device + "?serial=1";
         printer.emplace(backendCommand());
-        ASSERT_TRUE(says("DEBUG: listening\n")) << printer->errors();
-    }
-
-    [[nodiscard]] bool says(const std::string &text) {
-        return printer->waitUntil([&] { return printer->errors().find(text) != std::string::npos; });
-    }
-
-    /// Standard input ends with the last filter of a job.
-    ProcessResult finishBackend() {
-        printer->closeInput();
-        ProcessResult result = printer->finish();
-        EXPECT_FALSE(result.timedOut) << result.errors;
-        EXPECT_EQ(result.output, "");
-        return result;
+        ASSERT_TRUE(says(*printer, "DEBUG: listening\n")) << printer->errors();
     }
 };
 
@@ -103,31 +90,19 @@ INSTANTIATE_TEST_SUITE_P(Sizes, ExampleBackendWithBlocks, testing::Values(65'535
 
 TEST_F(ExampleBackend, WaitsWhileAnotherJobHasThePrinter) {
     startBackend();
-    test::Process second(backendCommand());
-    const auto secondSays = [&second](const std::string &text) {
-        return second.waitUntil([&] { return second.errors().find(text) != std::string::npos; });
-    };
-    ASSERT_TRUE(secondSays("INFO: Waiting for another job to leave the printer.\n"));
-    startFilter();
-    EXPECT_EQ(finishFilter().exitStatus, 0);
-    EXPECT_EQ(finishBackend().exitStatus, 0);
-    ASSERT_TRUE(secondSays("INFO: Printing.\nDEBUG: listening\n"));
-    startFilter();
-    EXPECT_EQ(finishFilter().exitStatus, 0);
-    second.closeInput();
-    EXPECT_EQ(second.finish().exitStatus, 0);
+    expectSecondToWait(backendCommand());
 }
 
 TEST_F(ExampleBackend, AsksForAnotherTryWhereThePrinterWasBusyAllTheTime) {
     constexpr int backendRetryCurrent = 7;
     startBackend();
     test::Process second(backendCommand());
-    ASSERT_TRUE(second.waitUntil([&] { return second.errors().find("INFO: Waiting") != std::string::npos; }));
+    ASSERT_TRUE(says(second, "INFO: Waiting"));
     second.closeInput(); // its filter has given up
     EXPECT_EQ(second.finish().exitStatus, backendRetryCurrent);
 
     test::Process third(backendCommand());
-    ASSERT_TRUE(third.waitUntil([&] { return third.errors().find("INFO: Waiting") != std::string::npos; }));
+    ASSERT_TRUE(says(third, "INFO: Waiting"));
     third.send(SIGTERM);
     EXPECT_EQ(third.finish().exitStatus, 0) << "cancelled";
     printer->send(SIGTERM);
@@ -275,7 +250,7 @@ TEST_F(ExampleBackend, RefusesOtherUsers) {
     int status = -1;
     waitpid(stranger, &status, 0);
     EXPECT_EQ(status, EXIT_SUCCESS);
-    EXPECT_TRUE(says("DEBUG: refused "));
+    EXPECT_TRUE(says(*printer, "DEBUG: refused "));
 }
 
 TEST_F(ExampleBackend, AnswersASecondFilterWhenTheFirstHasSaidGoodbye) {

@@ -77,6 +77,31 @@ ProcessResult PrinterFixture::finishPrinter() {
     return result;
 }
 
+bool PrinterFixture::says(Process &backend, const std::string &text) {
+    return backend.waitUntil([&] { return backend.errors().find(text) != std::string::npos; });
+}
+
+ProcessResult PrinterFixture::finishBackend() {
+    printer->closeInput();
+    ProcessResult result = printer->finish();
+    EXPECT_FALSE(result.timedOut) << result.errors;
+    EXPECT_EQ(result.output, "");
+    return result;
+}
+
+void PrinterFixture::expectSecondToWait(const Command &second) {
+    Process waiting(second);
+    ASSERT_TRUE(says(waiting, "INFO: Waiting for another job to leave the printer.\n"));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+    ASSERT_TRUE(says(waiting, "INFO: Printing.\nDEBUG: listening\n"));
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    waiting.closeInput();
+    EXPECT_EQ(waiting.finish().exitStatus, 0);
+}
+
 std::vector<std::string> PrinterFixture::notifications() const {
     std::vector<std::string> result;
     for (const std::string &line : printerLines(printer->output())) {

@@ -43,6 +43,17 @@ class PrinterFixture : public JobFixture {
     ProcessResult finishFilter();
     ProcessResult finishPrinter();
 
+    /// Waits until a backend has written this for the scheduler.
+    [[nodiscard]] static bool says(Process &backend, const std::string &text);
+
+    /// The end of a backend that is there in the printer's stead: standard input ends with the last filter of
+    /// a job.
+    ProcessResult finishBackend();
+
+    /// A second backend, of another job at the device of the one that is there, waits for its end, and then
+    /// takes a job of its own.
+    void expectSecondToWait(const Command &second);
+
     /// What the printer wrote, without the times; "< writePipe" lines in a row count as one without its size.
     [[nodiscard]] std::vector<std::string> notifications() const;
 

@@ -25,7 +25,8 @@ namespace fs = std::filesystem;
 
 constexpr const char *filterName = "veltrin";
 constexpr const char *rendererName = "veltrin-raster";
-constexpr const char *backendName = "veltrin-printer";
+constexpr const char *printerName = "veltrin-printer";
+constexpr const char *backendName = "veltrin";
 
 constexpr const char *filesConfiguration = R"(FileDevice Yes
 User @USER@
@@ -96,6 +97,14 @@ std::unique_ptr<ipp_t, AnswerDeleter> attributesOf(const std::string &queue) {
     return std::unique_ptr<ipp_t, AnswerDeleter>(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
 }
 
+std::vector<std::string> textsIn(ipp_attribute_t *attribute) {
+    std::vector<std::string> texts;
+    for (int i = 0; i < ippGetCount(attribute); ++i) {
+        texts.emplace_back(ippGetString(attribute, i, nullptr));
+    }
+    return texts;
+}
+
 std::string quotedForLog(const std::string &log) {
     return "The scheduler's log:\n" + log;
 }
@@ -135,6 +144,10 @@ PrivateScheduler::~PrivateScheduler() {
     daemon->finish();
 
     fs::remove_all(root);
+}
+
+void PrivateScheduler::installBackend(const std::string &name, const std::string &program) const {
+    copyAsInstalled(program, fs::path(root + "/lib/backend") / name, fs::perms(ordinaryBackend));
 }
 
 void PrivateScheduler::addQueue(const std::string &name, const std::string &deviceUri) {
@@ -203,6 +216,12 @@ PrivateScheduler::QueueStatus PrivateScheduler::queueStatus(const std::string &n
     if (const char *text =
             ippGetString(ippFindAttribute(answer.get(), "printer-state-message", IPP_TAG_TEXT), 0, nullptr)) {
         status.message = text;
+    }
+    status.reasons = textsIn(ippFindAttribute(answer.get(), "printer-state-reasons", IPP_TAG_KEYWORD));
+    status.markers = textsIn(ippFindAttribute(answer.get(), "marker-names", IPP_TAG_NAME));
+    ipp_attribute_t *levels = ippFindAttribute(answer.get(), "marker-levels", IPP_TAG_INTEGER);
+    for (int i = 0; i < ippGetCount(levels); ++i) {
+        status.markerLevels.push_back(ippGetInteger(levels, i));
     }
     return status;
 }
@@ -279,8 +298,9 @@ void PrivateScheduler::install(int backendMode) const {
         fs::create_symlink(fs::path(CUPS_DATADIR) / data, fs::path(root + "/share") / data);
     }
     const fs::path backends = root + "/lib/backend";
-    copyAsInstalled(programs / backendName, backends / backendName,
-                    fs::perms(static_cast<unsigned>(backendMode)));
+    const auto mode = fs::perms(static_cast<unsigned>(backendMode));
+    copyAsInstalled(programs / printerName, backends / printerName, mode);
+    copyAsInstalled(programs / "veltrin-backend", backends / backendName, mode);
     fs::copy(programs / "scenarios", backends / "scenarios");
     // The scheduler's own helper, through which it starts filters.
     copyAsInstalled(CUPS_SERVERBIN "/daemon/cups-exec", root + "/lib/daemon/cups-exec", fs::perms(0755));

@@ -32,6 +32,9 @@ class PrivateScheduler {
     PrivateScheduler &operator=(const PrivateScheduler &) = delete;
     ~PrivateScheduler();
 
+    /// Adds a backend to those that an installation has.
+    void installBackend(const std::string &name, const std::string &program) const;
+
     void addQueue(const std::string &name, const std::string &deviceUri);
 
     /// Hands a page stream to `lp`; `options` are lp's own, such as {"-o", "media=A4"}. Returns the job's id,
@@ -54,7 +57,10 @@ class PrivateScheduler {
 
     struct QueueStatus {
         ipp_pstate_t state = IPP_PSTATE_STOPPED;
-        std::string message; ///< what people see beside it
+        std::string message;              ///< what people see beside it
+        std::vector<std::string> reasons; ///< IPP's keywords
+        std::vector<std::string> markers; ///< names of toners
+        std::vector<int> markerLevels;
     };
 
     [[nodiscard]] QueueStatus queueStatus(const std::string &name = queue) const;

@@ -1,0 +1,84 @@
+// The backend for devices, asked for the printers that it finds.
+
+#include "tests/jobs/DeviceFixture.h"
+#include "tests/support/Files.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+
+namespace veltrin {
+namespace {
+
+using test::Command;
+using test::ProcessResult;
+
+class DeviceDiscovery : public test::DeviceFixture {
+  protected:
+    /// A backend that finds these devices, and then does something else.
+    static void installFinder(const std::string &name, const std::string &lines,
+                              const std::string &then = "exit 0") {
+        const std::string path = std::string(serverBin) + "/backend/" + name;
+        test::writeFile(path,
+                        "#!/bin/sh\ntest $# -eq 0 || exit 1\ncat <<'END'\n" + lines + "END\n" + then + "\n");
+        std::filesystem::permissions(path, std::filesystem::perms(0755));
+    }
+
+    [[nodiscard]] Command discovery() const {
+        Command command = backendCommand();
+        command.arguments = {"veltrin"};
+        return command;
+    }
+};
+
+TEST_F(DeviceDiscovery, OffersThePrintersOfOursWithItsPrefix) {
+    installFinder("usb", R"(direct usb://Other/P1 "Other P1" "Other P1 USB" "MFG:Other;MDL:P1;" ""
+direct usb://Morvex/LX%20410N?serial=1 "Morvex LX 410N" "a \"fine\" printer" "MFG:Morvex;MDL:LX 410N;" "Room \\1"
+direct usb
+DEBUG: nonsense
+)");
+    installFinder(
+        "snmp",
+        R"(network socket://10.0.0.9 "Morvex LX 520N" "Morvex LX 520N 10.0.0.9" "MFG:Morvex;MDL:LX 520N;"
+network socket://10.0.0.8 "Morvex LX 520N" "without an ID"
+)");
+    const ProcessResult result = test::run(discovery());
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(
+        test::linesOf(result.output),
+        testing::UnorderedElementsAre(
+            R"(direct veltrin:usb://Morvex/LX%20410N?serial=1 "Morvex LX 410N" "a \"fine\" printer" "MFG:Morvex;MDL:LX 410N;" "Room \\1")",
+            R"(network veltrin:socket://10.0.0.9 "Morvex LX 520N" "Morvex LX 520N 10.0.0.9" "MFG:Morvex;MDL:LX 520N;" "")"));
+}
+
+TEST_F(DeviceDiscovery, FindsNothingWhereCupsHasNoBackends) {
+    const ProcessResult result = test::run(discovery());
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.output, "");
+}
+
+constexpr const char *found =
+    "network socket://x \"Morvex LX 520N\" \"x\" \"MFG:Morvex;MDL:LX 520N;\" \"\"\n";
+constexpr const char *offered =
+    "network veltrin:socket://x \"Morvex LX 520N\" \"x\" \"MFG:Morvex;MDL:LX 520N;\" \"\"\n";
+
+TEST_F(DeviceDiscovery, OffersAtOnceWhatItFindsAndEndsWhenItIsToldTo) {
+    installFinder("dnssd", found, "exec sleep 60");
+    test::Process process(discovery());
+    ASSERT_TRUE(process.waitUntil([&] { return process.output() == offered; })) << process.output();
+    process.send(SIGTERM);
+    EXPECT_EQ(process.finish().exitStatus, 0);
+}
+
+TEST_F(DeviceDiscovery, EndsByItselfBeforeCupsWaitsNoMore) {
+    installFinder("dnssd", found, "exec sleep 60");
+    const ProcessResult result = test::run(discovery(), std::chrono::seconds(15));
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(result.output, offered);
+}
+
+} // namespace
+} // namespace veltrin
