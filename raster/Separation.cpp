@@ -33,6 +33,27 @@ class BlackTable {
     std::array<std::uint8_t, shades * shades> values{};
 };
 
+/// 1 + k + k^2 for a share k of black, in units of `one`.
+class OverlapTable {
+  public:
+    static constexpr std::uint32_t one = 1U << 16;
+
+    constexpr OverlapTable() {
+        constexpr std::uint64_t square = std::uint64_t{full} * full;
+        for (std::uint64_t black = 0; black <= full; ++black) {
+            values[black] =
+                static_cast<std::uint32_t>(one * (square + full * black + black * black) / square);
+        }
+    }
+
+    [[nodiscard]] constexpr std::uint32_t of(unsigned black) const { return values[black]; }
+
+  private:
+    std::array<std::uint32_t, full + 1> values{};
+};
+
+constexpr OverlapTable overlapTable;
+
 const BlackTable &blackTable() {
     static const BlackTable table;
     return table;
@@ -54,10 +75,12 @@ Ink inkFrom(const BlackTable &table, const std::uint8_t *rgb) {
     const unsigned m = full - rgb[1];
     const unsigned y = full - rgb[2];
     const unsigned k = table.of(std::min({c, m, y}), std::max({c, m, y}));
-    return {.black = static_cast<std::uint8_t>(k),
-            .yellow = static_cast<std::uint8_t>(y - k),
-            .magenta = static_cast<std::uint8_t>(m - k),
-            .cyan = static_cast<std::uint8_t>(c - k)};
+    const std::uint32_t more = overlapTable.of(k);
+    const auto beside = [k, more](unsigned ink) {
+        return static_cast<std::uint8_t>(((ink - k) * more + OverlapTable::one / 2) / OverlapTable::one);
+    };
+    return {
+        .black = static_cast<std::uint8_t>(k), .yellow = beside(y), .magenta = beside(m), .cyan = beside(c)};
 }
 
 } // namespace

@@ -36,8 +36,11 @@ struct Ink {
 
 /// The ink for a colour. Cyan, magenta and yellow are what red, green and blue lack; of what they have in
 /// common, k of at most `max` in any of them, k^3 / max^2 is printed in black instead (rounded down). So
-/// everything neutral is black alone and text has no fringe of colour, strong colours keep their brilliance,
-/// and black with each ink comes to the same as the ink alone would.
+/// everything neutral is black alone, text has no fringe of colour, and strong colours keep their brilliance.
+///
+/// Some of the other inks' dots come to lie on black ones, where they are lost, so that there has to be more
+/// of them. To take all light that is not black's, of an ink c the share (c - k) / (1 - k) is needed, which
+/// makes solid ink of the darkest shades; (c - k) (1 + k + k^2) comes near, and to nothing at black's end.
 [[nodiscard]] Ink inkFor(std::uint8_t red, std::uint8_t green, std::uint8_t blue);
 
 /// The ink for red, green and blue of each dot; `rgb` has three bytes for each of the lines' dots. Returns

@@ -58,10 +58,11 @@ TEST(Separation, Colours) {
     EXPECT_EQ(inkFor(0, 255, 255), (Ink{0, 0, 0, 255}));
     EXPECT_EQ(inkFor(255, 0, 255), (Ink{0, 0, 255, 0}));
     EXPECT_EQ(inkFor(255, 255, 0), (Ink{0, 255, 0, 0}));
-    // 127^3 / 255^2 is 31.5.
-    EXPECT_EQ(inkFor(0, 128, 128), (Ink{31, 96, 96, 224}));
-    // Nearly neutral is nearly black alone: 55^3 / 57^2 is 51.2.
-    EXPECT_EQ(inkFor(198, 199, 200), (Ink{51, 4, 5, 6}));
+    // 127^3 / 255^2 is 31.5; with that much black, 1 + k + k^2 is 1.136.
+    EXPECT_EQ(inkFor(0, 128, 128), (Ink{31, 109, 109, 255}));
+    // Nearly neutral is nearly black alone: 55^3 / 57^2 is 51.2, and 1 + k + k^2 is 1.24.
+    EXPECT_EQ(inkFor(198, 199, 200), (Ink{51, 5, 6, 7}));
+    EXPECT_EQ(inkFor(0, 0, 1), (Ink{252, 6, 9, 9}));
 }
 
 TEST(Separation, NeutralIsBlackAlone) {
@@ -71,13 +72,34 @@ TEST(Separation, NeutralIsBlackAlone) {
     }
 }
 
-TEST(Separation, BlackAndInkComeToWhatTheColourLacks) {
+/// The light that is left by black and another ink whose dots lie where they may.
+double lightLeft(std::uint8_t black, std::uint8_t ink) {
+    return (255.0 - black) * (255.0 - ink) / 255;
+}
+
+TEST(Separation, BlackAndInkLeaveTheColoursLight) {
     forColours([](std::uint8_t red, std::uint8_t green, std::uint8_t blue) {
         const Ink ink = inkFor(red, green, blue);
-        ASSERT_EQ(ink.black + ink.cyan, 255 - red);
-        ASSERT_EQ(ink.black + ink.magenta, 255 - green);
-        ASSERT_EQ(ink.black + ink.yellow, 255 - blue);
+        const auto expectLight = [&](std::uint8_t light, std::uint8_t with) {
+            const double share = ink.black / 255.0;
+            // What the next power of black would take.
+            const double more = (255 - light - ink.black) * share * share * share;
+            ASSERT_NEAR(lightLeft(ink.black, with), light + more, 0.6);
+        };
+        expectLight(red, ink.cyan);
+        expectLight(green, ink.magenta);
+        expectLight(blue, ink.yellow);
     });
+}
+
+TEST(Separation, ShadesNearBlackHaveLittleBesideIt) {
+    EXPECT_EQ(inkFor(1, 0, 0).black, 252);
+    for (const int shade : {0, 1, 2, 3, 4, 5}) {
+        const auto light = static_cast<std::uint8_t>(shade);
+        const Ink ink = inkFor(0, 0, light);
+        EXPECT_LE(ink.cyan, 10 * shade) << shade;
+        EXPECT_LE(ink.yellow, ink.cyan) << shade;
+    }
 }
 
 TEST(Separation, BlackIsTheCubeOfWhatIsCommonByTheSquareOfTheMost) {
