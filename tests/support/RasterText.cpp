@@ -1,8 +1,11 @@
 #include "tests/support/RasterText.h"
 
+#include "tests/support/NumberedDocument.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 
 namespace veltrin::test {
 
@@ -11,6 +14,23 @@ namespace {
 ssize_t appendTo(void *text, unsigned char *buffer, std::size_t size) {
     static_cast<std::string *>(text)->append(reinterpret_cast<const char *>(buffer), size);
     return static_cast<ssize_t>(size);
+}
+
+/// Colours the part of a patch that lies on the line.
+void paintPatch(const Patch &patch, const cups_page_header2_t &header, std::uint32_t line,
+                const std::array<std::uint8_t, 3> &colour, std::span<std::uint8_t> dots) {
+    const double pointsPerDot = 72.0 / header.HWResolution[0];
+    const double top = static_cast<double>(header.cupsPageSize[1] - header.cupsImagingBBox[3]);
+    const double y = top + (line + 0.5) * pointsPerDot;
+    if (y < patch.top || y >= patch.top + patch.height) {
+        return;
+    }
+    for (std::uint32_t dot = 0; dot < header.cupsWidth; ++dot) {
+        const double x = static_cast<double>(header.cupsImagingBBox[0]) + (dot + 0.5) * pointsPerDot;
+        if (x >= patch.left && x < patch.left + patch.width) {
+            std::copy(colour.begin(), colour.end(), dots.begin() + static_cast<std::ptrdiff_t>(3 * dot));
+        }
+    }
 }
 
 } // namespace
@@ -50,6 +70,22 @@ Paint numbered(std::uint32_t number, std::uint32_t bytesPerDot) {
             std::fill_n(dots.begin(), 8 * number * bytesPerDot, std::uint8_t{0});
         }
     };
+}
+
+std::string numberedRaster(std::uint32_t pages, const cups_page_header2_t &header, cups_mode_t mode) {
+    std::vector<RasterSheet> sheets;
+    for (std::uint32_t number = 1; number <= pages; ++number) {
+        sheets.push_back({header, [number, header](std::uint32_t line, std::span<std::uint8_t> dots) {
+                              std::fill(dots.begin(), dots.end(), std::uint8_t{255});
+                              for (std::uint32_t bit = 0; bit < numberBits; ++bit) {
+                                  if ((number >> bit & 1U) != 0) {
+                                      paintPatch(barOf(bit), header, line, {0, 0, 0}, dots);
+                                  }
+                              }
+                              paintPatch(redPatch, header, line, {255, 0, 0}, dots);
+                          }});
+    }
+    return rasterText(sheets, mode);
 }
 
 } // namespace veltrin::test

@@ -31,4 +31,8 @@ struct RasterSheet {
 /// Dots of all colours without a pattern, which no compression makes small.
 [[nodiscard]] Paint noise();
 
+/// The pages of a `numberedPdf()`, as CUPS raster of this kind.
+[[nodiscard]] std::string numberedRaster(std::uint32_t pages, const cups_page_header2_t &header,
+                                         cups_mode_t mode = CUPS_RASTER_WRITE);
+
 } // namespace veltrin::test
