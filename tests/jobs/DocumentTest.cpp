@@ -1,10 +1,7 @@
 // Documents as people have them, from lp through CUPS's own filters, the renderer and the filter to a file
-// device, and what is on the sheets then.
+// device, and what is in the stream then.
 
-#include "printer/JobReport.h"
-#include "printer/SheetReport.h"
 #include "tests/jobs/PrivateScheduler.h"
-#include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
 #include "tests/support/NumberedDocument.h"
 #include "tests/support/StreamPages.h"
@@ -12,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -25,7 +21,6 @@ using test::PrivateScheduler;
 using test::StreamContents;
 using test::StreamPage;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 constexpr const char *device = "/tmp/printer";
@@ -73,91 +68,9 @@ class DocumentTest : public testing::Test {
         return numbers;
     }
 
-    /// The sheets of the last document by the numbers on their sides, "1/2", "3/-", or "1" where only one
-    /// side was printed, in the order in which they were begun.
-    [[nodiscard]] std::vector<std::string> sheets(const StreamContents &contents) const {
-        printer::JobRecorder recorder(1, [](const StreamEvent &) {});
-        recorder.feed(std::as_bytes(std::span(stream)));
-        recorder.finish();
-        const std::vector<std::uint32_t> numbers = numbersOn(contents);
-        std::vector<std::string> texts;
-        for (const printer::Sheet &sheet : printer::sheetsOf(recorder.report.pages)) {
-            const auto side = [&](std::size_t place) {
-                return numbers.at(place) == 0 ? std::string("-") : std::to_string(numbers.at(place));
-            };
-            texts.push_back((sheet.front ? side(*sheet.front) : "none") +
-                            (sheet.back ? "/" + side(*sheet.back) : ""));
-        }
-        return texts;
-    }
-
     std::string stream;
     PrivateScheduler scheduler{std::string("file://") + device};
 };
-
-struct Copies {
-    std::uint32_t pages;
-    std::uint32_t copies;
-    bool collate;
-    std::string sides; ///< IPP's word
-
-    [[nodiscard]] bool isTwoSided() const { return sides != "one-sided"; }
-
-    /// The sheets in the order in which they are begun. A stack that is turned by hand begins with its last.
-    [[nodiscard]] std::vector<std::string> sheets() const {
-        std::vector<std::string> ofOneCopy;
-        for (std::uint32_t page = 1; page <= pages; page += isTwoSided() ? 2U : 1U) {
-            const bool isAlone = pages == 1 && copies == 1;
-            const std::string back = page < pages ? std::to_string(page + 1) : "-";
-            ofOneCopy.push_back(std::to_string(page) + (isTwoSided() && !isAlone ? "/" + back : ""));
-        }
-        if (isTwoSided()) {
-            std::reverse(ofOneCopy.begin(), ofOneCopy.end());
-        }
-        std::vector<std::string> sheets;
-        for (std::size_t place = 0; place < ofOneCopy.size() * copies; ++place) {
-            sheets.push_back(ofOneCopy[collate ? place % ofOneCopy.size() : place / copies]);
-        }
-        return sheets;
-    }
-};
-
-std::vector<Copies> everyKindOfCopies() {
-    std::vector<Copies> cases;
-    for (const std::uint32_t pages : {1U, 2U, 3U, 4U}) {
-        for (const std::uint32_t copies : {1U, 2U, 3U}) {
-            for (const bool collate : {false, true}) {
-                for (const char *sides : {"one-sided", "two-sided-long-edge", "two-sided-short-edge"}) {
-                    cases.push_back({pages, copies, collate, sides});
-                }
-            }
-        }
-    }
-    return cases;
-}
-
-class CopiesOfADocument : public DocumentTest, public testing::WithParamInterface<std::uint32_t> {};
-
-TEST_P(CopiesOfADocument, LieOnTheRightSheets) {
-    for (const Copies &one : everyKindOfCopies()) {
-        if (one.pages != GetParam()) {
-            continue;
-        }
-        const std::string name = std::to_string(one.copies) + " copies, " +
-                                 (one.collate ? "collated, " : "uncollated, ") + one.sides;
-        const StreamContents contents =
-            print(numberedPdf(one.pages), {"-n", std::to_string(one.copies), "-o", "sides=" + one.sides, "-o",
-                                           one.collate ? "Collate=True" : "Collate=False"});
-        EXPECT_THAT(sheets(contents), ElementsAreArray(one.sheets())) << name;
-        for (const StreamPage &page : contents.pages) {
-            if (!page.isBlank()) {
-                EXPECT_EQ(page.header.wPageNumber, numberOn(page)) << name;
-            }
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Pages, CopiesOfADocument, testing::Values(1U, 2U, 3U, 4U));
 
 TEST_F(DocumentTest, OneSidedCopiesComeInTheirOrder) {
     EXPECT_THAT(numbersOn(print(numberedPdf(3), {"-n", "2"})), ElementsAre(1, 1, 2, 2, 3, 3));

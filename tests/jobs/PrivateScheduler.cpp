@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
+#include <system_error>
 #include <utility>
 
 namespace veltrin::test {
@@ -156,6 +157,20 @@ void PrivateScheduler::addQueue(const std::string &name, const std::string &devi
     EXPECT_EQ(added.exitStatus, 0) << added.errors << quotedForLog(log());
 }
 
+void PrivateScheduler::administer(const std::vector<std::string> &options, const std::string &name) {
+    std::vector<std::string> arguments = {"-p", name};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const ProcessResult changed = run(clientCommand(LPADMIN, arguments));
+    EXPECT_EQ(changed.exitStatus, 0) << changed.errors << quotedForLog(log());
+}
+
+void PrivateScheduler::prefer(const std::vector<std::string> &options, const std::string &name) {
+    std::vector<std::string> arguments = {"-p", name};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const ProcessResult set = run(clientCommand(LPOPTIONS, arguments));
+    EXPECT_EQ(set.exitStatus, 0) << set.errors;
+}
+
 int PrivateScheduler::submit(const std::string &stream, const std::vector<std::string> &options,
                              const std::string &toQueue) {
     return submitAll({stream}, options, toQueue);
@@ -263,6 +278,18 @@ std::vector<std::string> PrivateScheduler::temporaryFiles() const {
     return namesIn(root + "/spool/tmp");
 }
 
+std::vector<std::string> PrivateScheduler::runningFilters() const {
+    std::vector<std::string> running;
+    for (const std::string &process : namesIn("/proc")) {
+        std::error_code error; // it may end meanwhile, or be no process at all
+        const fs::path program = fs::read_symlink("/proc/" + process + "/exe", error);
+        if (program == root + "/lib/filter/" + program.filename().string()) {
+            running.push_back(program.filename());
+        }
+    }
+    return running;
+}
+
 Command PrivateScheduler::filterByHand(const std::string &options, const std::string &stream) const {
     return {.program = root + "/lib/filter/" + filterName,
             .arguments = {queue, "1", "somebody", "a title", "1", options},
@@ -271,6 +298,16 @@ Command PrivateScheduler::filterByHand(const std::string &options, const std::st
                                               .serverRoot = root + "/etc",
                                               .temporaryFolder = root + "/spool/tmp"}),
             .input = Text{stream}};
+}
+
+Command PrivateScheduler::printerForFilters(const std::vector<std::string> &arguments) const {
+    const std::string printer = root + "/lib/backend/" + printerName;
+    std::vector<std::string> all = {printer};
+    if (geteuid() == 0) {
+        all = {"setpriv", "--reuid=" + filterUser(), "--regid=" + filterGroup(), "--clear-groups", printer};
+    }
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return {.program = geteuid() == 0 ? SETPRIV : printer, .arguments = all};
 }
 
 /// Lays out what an installation puts into CUPS's directories.
@@ -287,7 +324,8 @@ void PrivateScheduler::install(int backendMode) const {
                     fs::perms(0644));
     copyAsInstalled(CUPS_DATADIR "/mime/mime.types", root + "/share/mime/mime.types", fs::perms(0644));
     // What makes raster of people's documents.
-    for (const char *filter : {"gstoraster", "imagetoraster", "pdftopdf", "texttopdf"}) {
+    for (const char *filter :
+         {"gstopdf", "gstoraster", "imagetoraster", "pdftopdf", "rastertopdf", "texttopdf"}) {
         fs::create_symlink(fs::path(CUPS_SERVERBIN "/filter") / filter, filters / filter);
     }
     for (const char *rules : {"cupsfilters.convs", "cupsfilters.types", "cupsfilters-ghostscript.convs"}) {
@@ -302,6 +340,8 @@ void PrivateScheduler::install(int backendMode) const {
     copyAsInstalled(programs / printerName, backends / printerName, mode);
     copyAsInstalled(programs / "veltrin-backend", backends / backendName, mode);
     fs::copy(programs / "scenarios", backends / "scenarios");
+    writeFile(backends / channelOnly, "#!/bin/sh\nexec cat >/dev/null\n");
+    fs::permissions(backends / channelOnly, fs::perms(0755));
     // The scheduler's own helper, through which it starts filters.
     copyAsInstalled(CUPS_SERVERBIN "/daemon/cups-exec", root + "/lib/daemon/cups-exec", fs::perms(0755));
 }
@@ -328,6 +368,7 @@ Command PrivateScheduler::clientCommand(const char *program, std::vector<std::st
     return {.program = program,
             .arguments = std::move(arguments),
             .environment = std::map<std::string, std::string>{{"CUPS_SERVER", root + "/socket"},
+                                                              {"CUPS_SERVERROOT", root + "/etc"},
                                                               {"HOME", root},
                                                               {"PATH", "/usr/bin:/bin"}},
             .input = Text{}};

@@ -21,6 +21,9 @@ class PrivateScheduler {
     static constexpr const char *queue = "Test_Queue";
     static constexpr const char *mimeType = "application/vnd.veltrin.page-stream";
 
+    /// The scheme of a device whose printer is at the other end of the channel, without a backend's help.
+    static constexpr const char *channelOnly = "elsewhere";
+
     /// As an installation makes it.
     static constexpr int ordinaryBackend = 0755;
     /// With this mode a scheduler of root's runs a backend as root, and as its own user otherwise.
@@ -36,6 +39,12 @@ class PrivateScheduler {
     void installBackend(const std::string &name, const std::string &program) const;
 
     void addQueue(const std::string &name, const std::string &deviceUri);
+
+    /// Changes the queue as its administrator does: `options` are lpadmin's, such as {"-o", "PageSize=A5"}.
+    void administer(const std::vector<std::string> &options, const std::string &name = queue);
+
+    /// Sets options that the user's jobs have from now on, as lpoptions does.
+    void prefer(const std::vector<std::string> &options, const std::string &name = queue);
 
     /// Hands a page stream to `lp`; `options` are lp's own, such as {"-o", "media=A4"}. Returns the job's id,
     /// 0 where the job was refused.
@@ -85,9 +94,16 @@ class PrivateScheduler {
     /// The names in the directory that the scheduler gives to filters as TMPDIR.
     [[nodiscard]] std::vector<std::string> temporaryFiles() const;
 
+    /// The filter's and the renderer's names, for each process that runs one of them.
+    [[nodiscard]] std::vector<std::string> runningFilters() const;
+
     /// The program, the PPD and the environment with which the scheduler starts the filter of a queue that
     /// prints to a file, to start it by hand.
     [[nodiscard]] Command filterByHand(const std::string &options, const std::string &stream) const;
+
+    /// The virtual printer with these arguments as a process of the filters' user, whose notifications it
+    /// takes.
+    [[nodiscard]] Command printerForFilters(const std::vector<std::string> &arguments) const;
 
   private:
     void install(int backendMode) const;
