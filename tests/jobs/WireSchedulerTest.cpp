@@ -1,0 +1,169 @@
+// Everything between lp and the engine: a real scheduler, the filter, the channel, the backend for devices,
+// CUPS's own backend for the network, and the virtual printer at the end of the wire.
+
+#include "tests/jobs/JobFixture.h"
+#include "tests/jobs/Jobs.h"
+#include "tests/jobs/PrivateScheduler.h"
+#include "tests/support/BytesAre.h"
+#include "tests/support/Files.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/Process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace veltrin {
+namespace {
+
+using test::Bytes;
+using test::BytesAre;
+using test::document;
+using test::forFilter;
+using test::forLp;
+using test::PrivateScheduler;
+using test::readFile;
+using test::resetRecord;
+using testing::Contains;
+using testing::ElementsAre;
+
+class PrinterAtTheEndOfAWire : public test::JobFixture {
+  protected:
+    static constexpr const char *outputFile = "/tmp/printed";
+    static constexpr const char *reportFile = "/tmp/report.json";
+    static constexpr const char *ready = R"("printer": {"pagesPerMinute": 6000, "stackTurnedAfter": 1})";
+    static constexpr const char *secondQueue = "Second_Queue";
+
+    /// A printer with these members in its scenario, at a free port or where it was before.
+    void switchOn(const std::string &members = ready) {
+        test::writeFile("/tmp/scenario.json", R"({"description": "x", )" + members + "}");
+        printer.emplace(
+            test::Command{test::hostPath(VELTRIN_PRINTER),
+                          {"veltrin-printer", "--listen=" + port, "--scenario=/tmp/scenario.json",
+                           std::string("--output=") + outputFile, std::string("--report=") + reportFile}});
+        const std::string listening = "listening on 127.0.0.1:";
+        ASSERT_TRUE(printer->waitUntil([&] {
+            const std::string &lines = printer->output();
+            const std::size_t at = lines.find(listening);
+            const std::size_t end = lines.find('\n', at);
+            if (at == std::string::npos || end == std::string::npos) {
+                return false;
+            }
+            port = lines.substr(at + listening.size(), end - at - listening.size());
+            return true;
+        })) << printer->errors();
+    }
+
+    /// Returns how each job ended for the printer.
+    std::vector<std::string> switchOff() {
+        printer->send(SIGTERM);
+        EXPECT_EQ(printer->finish().exitStatus, 0);
+        std::vector<std::string> outcomes;
+        for (const nlohmann::json &job : jobsIn(reportFile)) {
+            outcomes.push_back(job["outcome"]);
+        }
+        return outcomes;
+    }
+
+    [[nodiscard]] std::string deviceUri() const {
+        return "veltrin:socket://127.0.0.1:" + port + "/?snmp=false";
+    }
+
+    void startScheduler() {
+        scheduler.emplace(deviceUri());
+        scheduler->installBackend("socket", test::hostPath(CUPS_SOCKET_BACKEND));
+    }
+
+    int submit(const StreamOptions &stream = document(),
+               const std::vector<std::string> &options = {"media=A4"}) {
+        return scheduler->submit(makeStream(stream), forLp(options));
+    }
+
+    [[nodiscard]] bool hasReason(const std::string &reason) {
+        return testing::Matches(Contains(reason))(scheduler->queueStatus().reasons);
+    }
+
+    /// More than such a printer's memory takes in one go.
+    static StreamOptions largePages() {
+        StreamOptions stream;
+        stream.pages = 3;
+        stream.planeSizes = {100'000, 0, 0, 0};
+        return stream;
+    }
+
+    /// A printer that has room for one of `largePages`, and whose cover is opened after it has come.
+    static std::string coverOpened(const std::string &length) {
+        return R"("printer": {"pagesPerMinute": 6000, "memory": {"image": 1500000}},
+                  "events": [{"afterPage": 1, "do": "cover-open")" +
+               length + "}]";
+    }
+
+    test::PrivateBus bus;
+    std::string port = "0";
+    std::optional<test::Process> printer;
+    std::optional<PrivateScheduler> scheduler;
+};
+
+TEST_F(PrinterAtTheEndOfAWire, GetsByteForByteWhatTheFilterSent) {
+    switchOn();
+    startScheduler();
+    scheduler->expectState(submit(), IPP_JSTATE_COMPLETED);
+    scheduler->expectState(submit(document(), test::twoSidedTwoCopies), IPP_JSTATE_COMPLETED);
+    scheduler->expectIdleQueue();
+    const test::ProcessResult twoSided =
+        test::run(scheduler->filterByHand(forFilter(test::twoSidedTwoCopies), makeStream(document())));
+    EXPECT_THAT(switchOff(), ElementsAre("whole", "whole")) << scheduler->log();
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + makeStream(document()).substr(36) +
+                                                      resetRecord() + twoSided.output));
+}
+
+TEST_F(PrinterAtTheEndOfAWire, TellsTheQueueOfItsOpenCoverUntilItIsClosed) {
+    switchOn(coverOpened(R"(, "for": 6)"));
+    startScheduler();
+    const int job = submit(largePages());
+    EXPECT_TRUE(scheduler->waitUntil([&] { return hasReason("cover-open-error"); })) << scheduler->log();
+    scheduler->expectState(job, IPP_JSTATE_COMPLETED);
+    EXPECT_THAT(scheduler->queueStatus().reasons, ElementsAre("none"));
+    EXPECT_THAT(scheduler->queueStatus().markers,
+                ElementsAre("Black toner", "Cyan toner", "Magenta toner", "Yellow toner"));
+    EXPECT_THAT(switchOff(), ElementsAre("whole"));
+}
+
+TEST_F(PrinterAtTheEndOfAWire, IsReadyForTheNextJobWhenOneIsCancelled) {
+    switchOn(coverOpened(""));
+    startScheduler();
+    const int job = submit(largePages());
+    EXPECT_TRUE(scheduler->waitUntil([&] { return hasReason("cover-open-error"); })) << scheduler->log();
+    scheduler->cancel(job);
+    scheduler->expectState(job, IPP_JSTATE_CANCELED);
+    scheduler->expectIdleQueue();
+    ASSERT_TRUE(printer->waitUntil([&] { return printer->output().find("cancelled") != std::string::npos; }))
+        << printer->output();
+    EXPECT_THAT(switchOff(), ElementsAre("cancelled"));
+    EXPECT_TRUE(readFile(outputFile).ends_with(test::cancelRecord()));
+    switchOn();
+    scheduler->expectState(submit(), IPP_JSTATE_COMPLETED);
+    EXPECT_THAT(switchOff(), ElementsAre("whole"));
+}
+
+TEST_F(PrinterAtTheEndOfAWire, TakesTheJobsOfTwoQueuesInTurn) {
+    switchOn();
+    startScheduler();
+    scheduler->addQueue(secondQueue, deviceUri());
+    const int first = submit();
+    const int second = scheduler->submit(makeStream(document()), forLp({"media=A4"}), secondQueue);
+    scheduler->expectState(first, IPP_JSTATE_COMPLETED);
+    scheduler->expectState(second, IPP_JSTATE_COMPLETED);
+    EXPECT_THAT(switchOff(), ElementsAre("whole", "whole"));
+    const std::string printed = resetRecord() + makeStream(document()).substr(36);
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printed + printed));
+}
+
+} // namespace
+} // namespace veltrin
