@@ -802,6 +802,18 @@ bool isFull(pid_t process, int descriptor) {
     return full;
 }
 
+/// Whether the process has a handler for the signal.
+bool handles(pid_t process, int signal) {
+    constexpr std::string_view marker = "SigCgt:";
+    for (const std::string &line : linesOf(readFile("/proc/" + std::to_string(process) + "/status"))) {
+        if (line.starts_with(marker)) {
+            constexpr int hexadecimal = 16;
+            return (std::stoull(line.substr(marker.size()), nullptr, hexadecimal) >> (signal - 1) & 1U) != 0;
+        }
+    }
+    return false;
+}
+
 class RenderingJob : public RendererProcessTest {
   protected:
     RenderingJob() {
@@ -828,13 +840,14 @@ class RenderingJob : public RendererProcessTest {
                 .input = Pipe()};
     }
 
-    /// The renderer's process, once the filter has been started in the first one.
+    /// The renderer's process, once the filter has been started in the first one and can be told to end.
     [[nodiscard]] static pid_t rendererOf(Process &job) {
         const std::string id = std::to_string(job.id());
         std::string children;
         EXPECT_TRUE(job.waitUntil([&] {
             children = readFile("/proc/" + id + "/task/" + id + "/children");
-            return !children.empty() && readFile("/proc/" + id + "/comm") == "veltrin\n";
+            return !children.empty() && readFile("/proc/" + id + "/comm") == "veltrin\n" &&
+                   handles(job.id(), SIGTERM);
         }));
         return children.empty() ? -1 : std::stoi(children);
     }
