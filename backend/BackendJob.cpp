@@ -1,5 +1,6 @@
 #include "backend/BackendJob.h"
 
+#include "backend/DeviceMessage.h"
 #include "backend/JobEnd.h"
 #include "backend/TonerLevels.h"
 #include "ipc/ChannelVocabulary.h"
@@ -40,7 +41,7 @@ std::string refusalOfPageData() {
 
 BackendJob::BackendJob(platform::Platform &thePlatform, Settings theSettings)
     : settings(std::move(theSettings)), lines(STDERR_FILENO),
-      deviceLines([this](const std::string &line) { lines.add(line); }),
+      deviceLines([this](const std::string &line) { takeMessage(line); }),
       channelEnd({.platform = thePlatform,
                   .uri = settings.uri,
                   .client = {.isCancelled = endWanted,
@@ -155,6 +156,13 @@ void BackendJob::takeRecords(std::span<const std::byte> bytes) {
     lastRecord = record;
 }
 
+void BackendJob::takeMessage(const std::string &line) {
+    if (const auto isConnecting = connectingIn(line)) {
+        desk.setConnecting(*isConnecting);
+    }
+    lines.add(line);
+}
+
 void BackendJob::sendBlocks() {
     if (blocks.isEmpty()) {
         return;
@@ -198,8 +206,8 @@ void BackendJob::takeBlock() {
 }
 
 void BackendJob::answerRequest() {
-    if (const auto record = desk.takeAnswer(steady_clock::now())) {
-        channelEnd.post(channel::readPipe, std::as_bytes(std::span(&*record, 1)));
+    if (const auto answer = desk.takeAnswer(steady_clock::now())) {
+        channelEnd.post(channel::readPipe, *answer);
     }
 }
 
@@ -221,6 +229,7 @@ void BackendJob::endJob() {
     const Time now = steady_clock::now();
     if (endWanted() && !cancelled) {
         cancelled = now;
+        desk.hurry(); // the filter hears of its own end only when it has its answer
     }
     if (!isOver && !channelEnd.isConnected()) {
         tell("ERROR: The message bus is lost.");

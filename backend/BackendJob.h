@@ -46,6 +46,7 @@ class BackendJob {
     void take(const platform::Notification &notification);
     void takeBlock();
     void takeRecords(std::span<const std::byte> bytes);
+    void takeMessage(const std::string &line);
     void takeStandardInput();
     void sendBlocks();
     void answerRequest();

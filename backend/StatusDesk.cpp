@@ -1,5 +1,7 @@
 #include "backend/StatusDesk.h"
 
+#include <string_view>
+
 namespace veltrin::backend {
 
 namespace {
@@ -16,19 +18,28 @@ constexpr auto sendingPatience = 4s;
 /// that to its next request.
 constexpr auto requestLifetime = 5500ms;
 
+/// How long it waits at a device that is not connected yet.
+constexpr auto connectingPatience = 2s;
+
+/// Not empty, as that would count as no answer, and without the tag of a record.
+constexpr std::string_view noRecord = "not connected yet";
+
 } // namespace
 
 Answer answerTo(const StatusRequest &request, Time now) {
     if (now - request.asked > requestLifetime) {
         return Answer::never;
     }
+    const bool isTurnedBack =
+        request.isUrgent || (request.hasSeenConnecting && now - request.asked >= connectingPatience);
+    const Answer withoutRecord = isTurnedBack ? Answer::askAgain : Answer::later;
     if (!request.record) {
-        return Answer::later;
+        return withoutRecord;
     }
     const bool isNewEnough =
         request.sent ? *request.record >= *request.sent && *request.record + recordLifetime >= request.asked
                      : now - request.asked >= sendingPatience && *request.record >= request.asked;
-    return isNewEnough ? Answer::now : Answer::later;
+    return isNewEnough ? Answer::now : withoutRecord;
 }
 
 void StatusDesk::takeRecord(const ReverseRecord &record, Time now) {
@@ -36,14 +47,27 @@ void StatusDesk::takeRecord(const ReverseRecord &record, Time now) {
     recordTime = now;
 }
 
-std::optional<ReverseRecord> StatusDesk::takeAnswer(Time now) {
-    const Answer answer =
-        asked ? answerTo({.asked = *asked, .sent = sent, .record = recordTime}, now) : Answer::later;
+std::optional<std::span<const std::byte>> StatusDesk::takeAnswer(Time now) {
+    const Answer answer = asked ? answerTo({.asked = *asked,
+                                            .sent = sent,
+                                            .record = recordTime,
+                                            .hasSeenConnecting = hasSeenConnecting,
+                                            .isUrgent = isUrgent},
+                                           now)
+                                : Answer::later;
     if (answer == Answer::later) {
         return std::nullopt;
     }
     asked.reset();
-    return answer == Answer::now ? std::optional(newest) : std::nullopt;
+    isUrgent = false;
+    switch (answer) {
+    case Answer::now:
+        return std::as_bytes(std::span(&newest, 1));
+    case Answer::askAgain:
+        return std::as_bytes(std::span(noRecord));
+    default:
+        return std::nullopt;
+    }
 }
 
 } // namespace veltrin::backend

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -54,15 +55,64 @@ TEST(StatusDeskTest, ARecordAnswersARequestWhenItIsNewEnough) {
     }
 }
 
+TEST(StatusDeskTest, WhoeverAsksBeforeTheDeviceIsConnectedIsToAskAgain) {
+    struct Case {
+        std::string name;
+        StatusRequest request; // which came at 10 s
+        std::chrono::milliseconds now;
+        Answer answer;
+    };
+
+    const std::vector<Case> table = {
+        {"at once", {.sent = at(0s), .hasSeenConnecting = true}, 10'000ms, Answer::later},
+        {"not yet", {.sent = at(0s), .hasSeenConnecting = true}, 11'999ms, Answer::later},
+        {"after two seconds", {.sent = at(0s), .hasSeenConnecting = true}, 12'000ms, Answer::askAgain},
+        {"with data on the way", {.hasSeenConnecting = true}, 12'000ms, Answer::askAgain},
+        {"with a record of old",
+         {.sent = at(0s), .record = at(7s), .hasSeenConnecting = true},
+         12'000ms,
+         Answer::askAgain},
+        {"with a new record",
+         {.sent = at(9s), .record = at(11s), .hasSeenConnecting = true},
+         12'000ms,
+         Answer::now},
+        {"to the end", {.sent = at(0s), .hasSeenConnecting = true}, 15'500ms, Answer::askAgain},
+        {"too late", {.sent = at(0s), .hasSeenConnecting = true}, 15'501ms, Answer::never},
+        {"connected", {.sent = at(0s)}, 12'000ms, Answer::later},
+        {"in a hurry", {.sent = at(0s), .isUrgent = true}, 10'000ms, Answer::askAgain},
+        {"in a hurry, with a record",
+         {.sent = at(9s), .record = at(9s), .isUrgent = true},
+         10'000ms,
+         Answer::now},
+        {"in a hurry, too late", {.sent = at(0s), .isUrgent = true}, 15'501ms, Answer::never},
+    };
+    for (Case one : table) {
+        one.request.asked = at(10s);
+        EXPECT_EQ(answerTo(one.request, at(one.now)), one.answer) << one.name;
+    }
+}
+
 ReverseRecord numbered(std::uint8_t number) {
     ReverseRecord record{};
     record.receivingJobId = number;
     return record;
 }
 
+constexpr int askAgain = -1;
+
+/// The number of the record that is the answer, 0 where there is none.
 int answerAt(StatusDesk &desk, std::chrono::milliseconds now) {
     const auto answer = desk.takeAnswer(at(now));
-    return answer ? answer->receivingJobId : 0;
+    if (!answer) {
+        return 0;
+    }
+    EXPECT_FALSE(answer->empty()) << "a filter takes that for no answer";
+    ReverseRecord record{};
+    if (answer->size() != sizeof record) {
+        return askAgain;
+    }
+    std::memcpy(&record, answer->data(), sizeof record);
+    return record.receivingJobId;
 }
 
 TEST(StatusDeskTest, AnswersEachRequestOnceAndWithTheNewestRecord) {
@@ -96,6 +146,38 @@ TEST(StatusDeskTest, GivesNothingToThoseWhoHaveGivenUp) {
     desk.ask(at(6'200ms));
     desk.forgetRequest();
     EXPECT_EQ(answerAt(desk, 6'200ms), 0);
+}
+
+TEST(StatusDeskTest, KeepsThoseWhoAskPatientUntilTheDeviceIsConnected) {
+    StatusDesk desk;
+    desk.ask(at(0s));
+    desk.setConnecting(true);
+    desk.setConnecting(false);
+    EXPECT_EQ(answerAt(desk, 1'999ms), 0);
+    EXPECT_EQ(answerAt(desk, 2'000ms), askAgain) << "it has waited for the connection all the same";
+    EXPECT_EQ(answerAt(desk, 2'000ms), 0);
+    desk.ask(at(2s));
+    EXPECT_EQ(answerAt(desk, 6'000ms), 0) << "connected, and silent";
+    desk.setConnecting(true);
+    desk.ask(at(10s));
+    desk.setConnecting(false);
+    EXPECT_EQ(answerAt(desk, 12'000ms), askAgain);
+}
+
+TEST(StatusDeskTest, HurriesForOneRequestAndNoMore) {
+    for (const bool hasAskedBefore : {false, true}) {
+        StatusDesk desk;
+        if (hasAskedBefore) {
+            desk.ask(at(0s));
+        }
+        desk.hurry();
+        if (!hasAskedBefore) {
+            desk.ask(at(0s));
+        }
+        EXPECT_EQ(answerAt(desk, 1ms), askAgain);
+        desk.ask(at(1s));
+        EXPECT_EQ(answerAt(desk, 5'000ms), 0);
+    }
 }
 
 } // namespace

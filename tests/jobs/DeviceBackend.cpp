@@ -1,6 +1,8 @@
 // A backend for devices as CUPS has them, without a device: writes what it is sent into a file, and plays
 // what a device says. The device URI says what it does: "test:", then words with a slash between.
 //   stuck       takes nothing before the file "go" is there
+//   connecting  takes nothing and says no records before the file "go" is there; with 2 it tells of that as
+//               "socket" does, otherwise as "usb"
 //   silent      says nothing
 //   torn        sends its records in pieces, with garbage and half records between
 //   chatty      writes messages in pieces
@@ -96,13 +98,25 @@ int main(int argc, char **argv) {
         usleep(20'000);
         say(STDERR_FILENO, "ice\nINFO: Connected.\nPAGE: 1 1\nATTR: a=b\nDEBUG: and the rest");
     }
+    bool isConnecting = words.contains("connecting");
+    if (isConnecting) {
+        say(STDERR_FILENO, "STATE: +connecting-to-device\n");
+    }
+    if (isConnecting && words["connecting"] == 2) {
+        say(STDERR_FILENO, "STATE: -connecting-to-device\nDEBUG: Connecting to printer:9100\n");
+    }
     std::ofstream printed(std::string(folder) + "printed", std::ios::binary | std::ios::app);
     std::string beginning;
     std::size_t received = 0;
     std::vector<char> block(65'536);
     while (true) {
-        const bool isStuck = words.contains("stuck") && access("/tmp/device/go", F_OK) != 0;
-        pollfd input{isStuck ? -1 : STDIN_FILENO, POLLIN, 0};
+        const bool mayGo = access("/tmp/device/go", F_OK) == 0;
+        if (isConnecting && mayGo) {
+            isConnecting = false;
+            say(STDERR_FILENO, "STATE: -connecting-to-device\n");
+        }
+        const bool isStuck = words.contains("stuck") && !mayGo;
+        pollfd input{isStuck || isConnecting ? -1 : STDIN_FILENO, POLLIN, 0};
         poll(&input, 1, interval);
         if (input.revents != 0) {
             const ssize_t got = read(STDIN_FILENO, block.data(), block.size());
@@ -114,7 +128,8 @@ int main(int argc, char **argv) {
             received += static_cast<std::size_t>(got);
         }
         // A device says nothing before it has been reset to do so. One that takes nothing was before.
-        if (!words.contains("silent") && (isStuck || beginning.starts_with("GDIC GDIREND"))) {
+        if (!isConnecting && !words.contains("silent") &&
+            (isStuck || beginning.starts_with("GDIC GDIREND"))) {
             sayRecord(words.contains("torn"));
         }
         if (received > 0 && received >= static_cast<std::size_t>(words["after"])) {

@@ -139,6 +139,38 @@ TEST_F(DeviceBackend, AnswersNothingWhereTheDeviceSaysNothing) {
     EXPECT_EQ(finishBackend().exitStatus, 0);
 }
 
+class DeviceBackendThatConnects : public DeviceBackend, public testing::WithParamInterface<const char *> {};
+
+TEST_P(DeviceBackendThatConnects, KeepsTheFilterPatient) {
+    startBackend(GetParam());
+    startFilter();
+    awaitLog("FrontendIPC readData Completed", 2); // what fails is not asked for again
+    EXPECT_FALSE(hasLogged("FrontendIPC readData failed!"));
+    test::writeFile(goFile, "");
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(statusLines(result), ElementsAre("INFO: Ready"));
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+    EXPECT_THAT(Bytes(printedByDevice()), BytesAre(resetRecord() + printed(StreamOptions(), 0, "1")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Signs, DeviceBackendThatConnects, testing::Values("connecting=1", "connecting=2"),
+                         [](const auto &device) { return device.index == 0 ? "LikeUsb" : "LikeSocket"; });
+
+TEST_F(DeviceBackend, LetsACancelledFilterGoThatWaitsForTheDevice) {
+    startBackend("silent");
+    startFilter({.input = test::Pipe()});
+    awaitLog("FrontendIPC waiting data...");
+    filter->send(SIGTERM);
+    printer->send(SIGTERM);
+    filter->closeInput();
+    const ProcessResult result = finishFilter();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_FALSE(hasLogged("FrontendIPC readData failed!")) << "which takes it six seconds";
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+    EXPECT_THAT(printedByDevice(), EndsWith(test::cancelRecord()));
+}
+
 // ---- By hand
 
 /// A filter that does only what the test wants.

@@ -89,6 +89,17 @@ class PrinterAtTheEndOfAWire : public test::JobFixture {
         return testing::Matches(Contains(reason))(scheduler->queueStatus().reasons);
     }
 
+    /// How often the device's backend has not reached the printer.
+    [[nodiscard]] std::size_t attempts() const {
+        const std::string failure = "Connection error: ";
+        const std::string log = scheduler->log();
+        std::size_t count = 0;
+        for (std::size_t at = log.find(failure); at != std::string::npos; at = log.find(failure, at + 1)) {
+            ++count;
+        }
+        return count;
+    }
+
     /// More than such a printer's memory takes in one go.
     static StreamOptions largePages() {
         StreamOptions stream;
@@ -150,6 +161,20 @@ TEST_F(PrinterAtTheEndOfAWire, IsReadyForTheNextJobWhenOneIsCancelled) {
     switchOn();
     scheduler->expectState(submit(), IPP_JSTATE_COMPLETED);
     EXPECT_THAT(switchOff(), ElementsAre("whole"));
+}
+
+TEST_F(PrinterAtTheEndOfAWire, IsWaitedForWhereItIsSwitchedOnLater) {
+    switchOn(); // for a port
+    EXPECT_THAT(switchOff(), ElementsAre());
+    startScheduler();
+    const int job = submit();
+    // By the third time the filter would have given up if nobody kept it patient.
+    EXPECT_TRUE(scheduler->waitUntil([&] { return attempts() == 2; })) << scheduler->log();
+    switchOn();
+    scheduler->expectState(job, IPP_JSTATE_COMPLETED);
+    EXPECT_THAT(scheduler->queueStatus().reasons, ElementsAre("none"));
+    EXPECT_THAT(switchOff(), ElementsAre("whole"));
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + makeStream(document()).substr(36)));
 }
 
 TEST_F(PrinterAtTheEndOfAWire, TakesTheJobsOfTwoQueuesInTurn) {
