@@ -160,7 +160,9 @@ void BackendJob::takeMessage(const std::string &line) {
     if (const auto isConnecting = connectingIn(line)) {
         desk.setConnecting(*isConnecting);
     }
-    lines.add(line);
+    if (!isAboutMarkers(line)) {
+        lines.add(line);
+    }
 }
 
 void BackendJob::sendBlocks() {

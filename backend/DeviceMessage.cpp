@@ -50,4 +50,14 @@ std::optional<bool> connectingIn(std::string_view line) {
     return keywordIn(line, "connecting-to-device");
 }
 
+bool isAboutMarkers(std::string_view line) {
+    constexpr std::string_view beginning = "ATTR:";
+    if (!line.starts_with(beginning)) {
+        return false;
+    }
+    line.remove_prefix(beginning.size());
+    skip(line, blanks);
+    return line.starts_with("marker-");
+}
+
 } // namespace veltrin::backend

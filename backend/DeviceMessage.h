@@ -15,4 +15,7 @@ namespace veltrin::backend {
 /// nothing where it does not say.
 [[nodiscard]] std::optional<bool> connectingIn(std::string_view line);
 
+/// Whether the line tells of toner, which the status records are the authority for.
+[[nodiscard]] bool isAboutMarkers(std::string_view line);
+
 } // namespace veltrin::backend

@@ -53,5 +53,21 @@ TEST(DeviceMessageTest, SaysThatThereIsNoConnectionYet) {
     }
 }
 
+TEST(DeviceMessageTest, IsAboutMarkersOrNot) {
+    const std::vector<std::pair<std::string, bool>> table = {
+        {"ATTR: marker-levels=1,2,3", true},
+        {"ATTR:marker-names=a", true},
+        {"ATTR: \tmarker-types=a", true},
+        {"ATTR: printer-alert=a", false},
+        {"ATTR: a=marker-levels", false},
+        {"INFO: marker-levels=1", false},
+        {"ATTR:", false},
+        {"", false},
+    };
+    for (const auto &[line, isAboutThem] : table) {
+        EXPECT_EQ(isAboutMarkers(line), isAboutThem) << line;
+    }
+}
+
 } // namespace
 } // namespace veltrin::backend

@@ -94,6 +94,8 @@ TEST_F(DeviceBackend, PassesTheMessagesOnLineByLine) {
     EXPECT_THAT(lines, Contains("INFO: Connected."));
     EXPECT_THAT(lines, Contains("PAGE: 1 1"));
     EXPECT_THAT(lines, Contains("ATTR: a=b"));
+    EXPECT_THAT(lines, Contains("ATTR: marker-levels=80,80,80,80"));
+    EXPECT_THAT(lines, Not(Contains("ATTR: marker-levels=1,2,3"))) << "the record says it";
     EXPECT_EQ(lines.back(), "DEBUG: and the rest");
 }
 
