@@ -93,4 +93,11 @@ bool isOneOfOurs(std::string_view deviceId) {
     return false;
 }
 
+bool hasBackChannel(std::string_view uri) {
+    if (uri.starts_with("dnssd:")) {
+        return uri.find("._pdl-datastream._tcp") != std::string_view::npos; // which "socket" is for
+    }
+    return uri.starts_with("usb:") || uri.starts_with("socket:");
+}
+
 } // namespace veltrin::backend

@@ -25,4 +25,8 @@ struct FoundDevice {
 /// Whether a device's ID names one of the printers that the filter is for.
 [[nodiscard]] bool isOneOfOurs(std::string_view deviceId);
 
+/// Whether CUPS's backend for the device hands back what the device says, without which the filter does not
+/// print.
+[[nodiscard]] bool hasBackChannel(std::string_view uri);
+
 } // namespace veltrin::backend

@@ -77,7 +77,7 @@ class Finder {
   private:
     static void offer(const std::string &line) {
         const auto device = parseDeviceLine(line);
-        if (device && isOneOfOurs(device->id)) {
+        if (device && isOneOfOurs(device->id) && hasBackChannel(device->uri)) {
             cupsBackendReport(device->deviceClass.c_str(), uriForDevice(device->uri).c_str(),
                               device->makeAndModel.c_str(), device->info.c_str(), device->id.c_str(),
                               device->location.c_str());

@@ -52,5 +52,23 @@ TEST(DeviceLineTest, IsOfAPrinterOfOursByItsId) {
     }
 }
 
+TEST(DeviceLineTest, IsOfADeviceThatIsHeard) {
+    const std::vector<std::pair<std::string, bool>> table = {
+        {"usb://Morvex/LX%20410N?serial=1", true},
+        {"socket://10.0.0.9", true},
+        {"dnssd://Morvex%20LX._pdl-datastream._tcp.local/?uuid=1", true},
+        {"dnssd://Morvex%20LX._printer._tcp.local/", false},
+        {"dnssd://Morvex%20LX._ipp._tcp.local/", false},
+        {"lpd://10.0.0.9/queue", false},
+        {"ipp://10.0.0.9/ipp/print", false},
+        {"lpd://10.0.0.9/._pdl-datastream._tcp", false},
+        {"usb", false},
+        {"", false},
+    };
+    for (const auto &[uri, isHeard] : table) {
+        EXPECT_EQ(hasBackChannel(uri), isHeard) << uri;
+    }
+}
+
 } // namespace
 } // namespace veltrin::backend

@@ -43,6 +43,7 @@ DEBUG: nonsense
     installFinder(
         "snmp",
         R"(network socket://10.0.0.9 "Morvex LX 520N" "Morvex LX 520N 10.0.0.9" "MFG:Morvex;MDL:LX 520N;"
+network lpd://10.0.0.9/lp "Morvex LX 520N" "Morvex LX 520N 10.0.0.9" "MFG:Morvex;MDL:LX 520N;"
 network socket://10.0.0.8 "Morvex LX 520N" "without an ID"
 )");
     const ProcessResult result = test::run(discovery());
