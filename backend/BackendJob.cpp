@@ -236,6 +236,7 @@ void BackendJob::endJob() {
     if (!isOver && !channelEnd.isConnected()) {
         tell("ERROR: The message bus is lost.");
         isBusLost = isCutOff = isOver = true;
+        blocks.drop(); // the device may take nothing for long, and has not got the rest of them in any case
     }
     isOver = isOver ||
              isJobOver({.isInputOpen = isInputOpen,

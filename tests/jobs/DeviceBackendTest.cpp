@@ -281,6 +281,21 @@ TEST_F(DeviceBackendByHand, FailsTheBlocksThatADeadDeviceDidNotTake) {
     EXPECT_EQ(finishBackend().exitStatus, 6);
 }
 
+TEST_F(DeviceBackendByHand, DropsWhatADeviceHasNotTakenWhenTheBusIsLost) {
+    const std::string block(60'000, 'x');
+    startBackendFor("stuck");
+    for (int blocks = 0; blocks < 4; ++blocks) {
+        send(block);
+    }
+    call("fronted-alive"); // is answered, so that all before it has come
+    ASSERT_TRUE(awaitReceived(2));
+    bus.kill();
+    ASSERT_TRUE(says(*printer, "ERROR: The message bus is lost.\n")) << printer->errors();
+    test::writeFile(goFile, "");
+    EXPECT_EQ(finishBackend().exitStatus, 1);
+    EXPECT_LT(printedByDevice().size(), 2 * block.size());
+}
+
 // ---- Ends
 
 TEST_F(DeviceBackend, TakesACancelledJobToItsEnd) {
