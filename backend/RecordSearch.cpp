@@ -11,23 +11,27 @@ using Bytes = std::span<const std::byte>;
 
 const auto tag = std::as_bytes(std::span(reverseRecordTag));
 
-/// Where the tag stands first, or what may become one when more comes; the size of `bytes` where it does not.
-std::size_t findTag(Bytes bytes) {
-    const auto found = std::search(bytes.begin(), bytes.end(), tag.begin(), tag.end());
-    if (found != bytes.end()) {
-        return static_cast<std::size_t>(found - bytes.begin());
-    }
+/// How many bytes at the end may become a tag when more comes.
+std::size_t beginningOfTag(Bytes bytes) {
     std::size_t size = std::min(bytes.size(), tag.size() - 1);
     while (!std::equal(tag.begin(), tag.begin() + static_cast<std::ptrdiff_t>(size),
                        bytes.end() - static_cast<std::ptrdiff_t>(size))) {
         --size;
     }
-    return bytes.size() - size;
+    return size;
 }
 
-/// Whether the record was cut off and another one begins inside of it.
-bool isCutOff(Bytes record) {
-    const Bytes behindTag = record.subspan(tag.size());
+/// Where the tag stands first, or what may become one when more comes; the size of `bytes` where it does not.
+std::size_t findTag(Bytes bytes) {
+    const auto found = std::search(bytes.begin(), bytes.end(), tag.begin(), tag.end());
+    return found != bytes.end() ? static_cast<std::size_t>(found - bytes.begin())
+                                : bytes.size() - beginningOfTag(bytes);
+}
+
+/// Whether the record in front was cut off and another one begins inside of it, be it with its last byte.
+bool isCutOff(Bytes bytes) {
+    const std::size_t reach = std::min(bytes.size(), sizeof(ReverseRecord) + tag.size() - 1);
+    const Bytes behindTag = bytes.first(reach).subspan(tag.size());
     return std::search(behindTag.begin(), behindTag.end(), tag.begin(), tag.end()) != behindTag.end();
 }
 
@@ -40,12 +44,12 @@ std::optional<ReverseRecord> RecordSearch::take(std::span<const std::byte> bytes
     left = left.subspan(findTag(left));
     while (left.size() >= sizeof(ReverseRecord)) {
         const Bytes candidate = left.first(sizeof(ReverseRecord));
-        if (isCutOff(candidate)) {
+        if (isCutOff(left)) {
             left = left.subspan(tag.size());
         } else {
             newest.emplace();
             std::memcpy(&*newest, candidate.data(), candidate.size());
-            left = left.subspan(candidate.size());
+            left = left.subspan(candidate.size() - beginningOfTag(candidate)); // a tag may go on there
         }
         left = left.subspan(findTag(left));
     }

@@ -58,6 +58,11 @@ TEST(RecordSearchTest, FindsTheNewestWholeRecord) {
         {"half a record, then a whole one", {half + record(1)}, {1}},
         {"the same in pieces", {half, record(1).substr(0, 32), record(1).substr(32)}, {0, 0, 1}},
         {"halves, then a whole one", {half + half + half, record(1)}, {0, 1}},
+        {"one cut three bytes early", {record(9).substr(0, 61) + record(1)}, {1}},
+        {"one cut two bytes early", {record(9).substr(0, 62) + record(1)}, {1}},
+        {"one cut a byte early", {record(9).substr(0, 63) + record(1)}, {1}},
+        {"that with another behind", {record(9).substr(0, 63) + record(1) + record(2), record(3)}, {2, 3}},
+        {"one that ends as a tag begins", {record('G') + record(1), record('G'), record(2)}, {1, 'G', 2}},
         {"garbage alone", {std::string(10'000, 'G'), std::string(10'000, '\0')}, {0, 0}},
         {"a lone tag", {"GDIR"}, {0}},
     };
@@ -80,6 +85,16 @@ TEST(RecordSearchTest, FindsRecordsThatComeInPiecesOfAnySize) {
         if (size <= sizeof(ReverseRecord)) {
             EXPECT_EQ(found, (std::vector{1, 2, 3})) << size;
         }
+    }
+}
+
+TEST(RecordSearchTest, FindsARecordWhoseTagCameWithTheLastBytesOfOneThatWasCut) {
+    for (std::size_t early = 1; early < 4; ++early) {
+        RecordSearch search;
+        static_cast<void>(take(search, record(9).substr(0, 64 - early) + record(1).substr(0, early)));
+        const auto found = take(search, record(1).substr(early));
+        ASSERT_TRUE(found) << early;
+        EXPECT_EQ(found->receivingJobId, 1) << early;
     }
 }
 
