@@ -18,7 +18,7 @@ constexpr std::size_t readSize = 8192;
 DeviceProcess::~DeviceProcess() {
     if (!hasEnded()) {
         send(SIGKILL);
-        waitpid(process, nullptr, 0);
+        awaitEnd(process);
     }
 }
 

@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <memory>
 #include <span>
+#include <thread>
 #include <vector>
 
 namespace veltrin::backend {
@@ -34,6 +35,9 @@ constexpr std::array finders = {"usb", "dnssd", "snmp"};
 /// `lpinfo` waits for 15 seconds.
 constexpr auto timeLimit = 10s;
 constexpr auto longestWait = 100ms;
+
+/// How long a finder that was told to end may take.
+constexpr auto endLimit = 1s;
 
 /// One of CUPS's backends that looks for devices.
 class Finder {
@@ -56,7 +60,15 @@ class Finder {
     ~Finder() {
         if (process != -1) {
             kill(process, SIGTERM);
-            waitpid(process, nullptr, 0);
+            const auto end = steady_clock::now() + endLimit;
+            while (waitpid(process, nullptr, WNOHANG) == 0) {
+                if (steady_clock::now() >= end) {
+                    kill(process, SIGKILL);
+                    awaitEnd(process);
+                    return;
+                }
+                std::this_thread::sleep_for(10ms);
+            }
         }
     }
 

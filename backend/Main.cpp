@@ -7,6 +7,7 @@
 #include "platform/SchedulerJob.h"
 #include "platform/StandardDescriptors.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -50,6 +51,7 @@ int runJob(std::vector<std::string> arguments, const std::string &serverBin) {
 int main(int argc, char **argv) {
     platform::reserveStandardDescriptors();
     backend::reserveBackendDescriptors();
+    signal(SIGCHLD, SIG_DFL); // whoever ignores it never learns how a child has ended
     catchEndSignals();
     const std::string serverBin = valueOf("CUPS_SERVERBIN", VELTRIN_CUPS_SERVERBIN);
     if (argc == 1) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -94,6 +95,11 @@ int spawn(const ChildStart &start, pid_t &process) {
     std::vector<std::string> environment = start.environment;
     return posix_spawn(&process, start.program.c_str(), &settings.fileActions, &settings.attributes,
                        pointersTo(arguments).data(), pointersTo(environment).data());
+}
+
+void awaitEnd(pid_t process) {
+    while (waitpid(process, nullptr, 0) == -1 && errno == EINTR) {
+    }
 }
 
 std::vector<std::string> environmentWith(const std::string &name, const std::string &value) {

@@ -45,6 +45,9 @@ struct ChildStart {
 /// that it may have. Returns 0, or the system's number of what went wrong.
 [[nodiscard]] int spawn(const ChildStart &start, pid_t &process);
 
+/// Waits for a child's end.
+void awaitEnd(pid_t process);
+
 /// This process's environment with a variable of another value.
 [[nodiscard]] std::vector<std::string> environmentWith(const std::string &name, const std::string &value);
 

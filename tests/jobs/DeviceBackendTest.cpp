@@ -323,6 +323,18 @@ TEST_F(DeviceBackend, HasTheExitStatusOfTheDevicesBackend) {
     EXPECT_EQ(finishBackend().exitStatus, 3);
 }
 
+TEST_F(DeviceBackend, LearnsOfThatWhereTheEndsOfChildrenAreIgnored) {
+    uri = "veltrin:test:end=3";
+    test::Command command = backendCommand();
+    command.arguments.front() = command.program;
+    command.arguments.insert(command.arguments.begin(), {"env", "--ignore-signal=CHLD"});
+    command.program = "/usr/bin/env";
+    printer.emplace(command);
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishBackend().exitStatus, 3);
+}
+
 TEST_F(DeviceBackend, TellsTheFilterAndTheSchedulerThatTheDevicesBackendIsGone) {
     const std::vector<std::tuple<std::string, int, std::string>> table = {
         {"exit=4", platform::backendStop, ""},

@@ -74,6 +74,18 @@ TEST_F(DeviceDiscovery, OffersAtOnceWhatItFindsAndEndsWhenItIsToldTo) {
     EXPECT_EQ(process.finish().exitStatus, 0);
 }
 
+TEST_F(DeviceDiscovery, EndsWithAFinderThatWillNot) {
+    installFinder("dnssd", found, "trap '' TERM; echo $$ >/tmp/device/finder; exec sleep 60");
+    test::Process process(discovery());
+    ASSERT_TRUE(process.waitUntil([&] {
+        return process.output() == offered && std::filesystem::exists("/tmp/device/finder") &&
+               test::readFile("/tmp/device/finder").ends_with("\n");
+    })) << process.output();
+    process.send(SIGTERM);
+    EXPECT_EQ(process.finish().exitStatus, 0);
+    EXPECT_EQ(kill(std::stoi(test::readFile("/tmp/device/finder")), 0), -1) << "it is still there";
+}
+
 TEST_F(DeviceDiscovery, EndsByItselfBeforeCupsWaitsNoMore) {
     installFinder("dnssd", found, "exec sleep 60");
     const ProcessResult result = test::run(discovery(), std::chrono::seconds(15));
