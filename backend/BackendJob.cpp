@@ -249,10 +249,13 @@ void BackendJob::endJob() {
     }
 }
 
-/// A device that takes nothing would keep a cancelled job for ever.
+/// A device that takes nothing would keep a cancelled job for ever, and one that cannot be reached any job.
+/// No page is lost with the latter: the filter sends none before it has a record.
 void BackendJob::endLateDevice() {
     const Time now = steady_clock::now();
-    if (!cancelled || now - *cancelled <= cancelLimit) {
+    const bool isLate = cancelled && now - *cancelled > cancelLimit;
+    const bool isUnreachable = isOver && desk.isDeviceConnecting() && !lastRecord;
+    if (!isLate && !isUnreachable) {
         return;
     }
     if (!endAsked) {
@@ -292,7 +295,7 @@ void BackendJob::tellOfFailure(const JobEnding &ending) {
         return;
     }
     const std::string which = "ERROR: The backend \"" + settings.device.scheme + "\" ";
-    if (const auto signal = device.fatalSignal()) {
+    if (const auto signal = device.fatalSignal(); signal && !endAsked) {
         tell(which + "was ended by signal " + std::to_string(*signal) + ".");
     } else if (ending.isCutOff) {
         tell(which + "ended before the job did.");

@@ -62,6 +62,8 @@ class StatusDesk {
         hasSeenConnecting = hasSeenConnecting || isSo;
     }
 
+    [[nodiscard]] bool isDeviceConnecting() const { return isConnecting; }
+
     /// Lets whoever is asking, or asks next, not wait.
     void hurry() { isUrgent = true; }
 

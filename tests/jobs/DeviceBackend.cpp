@@ -101,6 +101,7 @@ int main(int argc, char **argv) {
     }
     bool isConnecting = words.contains("connecting");
     if (isConnecting) {
+        signal(SIGTERM, SIG_DFL);
         say(STDERR_FILENO, "STATE: +connecting-to-device\n");
     }
     if (isConnecting && words["connecting"] == 2) {
@@ -114,6 +115,7 @@ int main(int argc, char **argv) {
         const bool mayGo = access("/tmp/device/go", F_OK) == 0;
         if (isConnecting && mayGo) {
             isConnecting = false;
+            signal(SIGTERM, SIG_IGN);
             say(STDERR_FILENO, "STATE: -connecting-to-device\n");
         }
         const bool isStuck = words.contains("stuck") && !mayGo;

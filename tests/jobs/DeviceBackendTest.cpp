@@ -432,6 +432,20 @@ TEST_F(DeviceBackend, TakesNoPageDataBesideTheChannel) {
     EXPECT_THAT(refused.errors, HasSubstr("ERROR: The document has not come through Veltrin's filter. "));
 }
 
+TEST_F(DeviceBackend, DoesNotWaitForADeviceThatItHasNothingFor) {
+    startBackend("connecting");
+    printer->write("%!PS");
+    ProcessResult result = finishBackend();
+    EXPECT_EQ(result.exitStatus, 5);
+    EXPECT_THAT(result.errors, Not(HasSubstr("signal")));
+
+    startBackend("connecting");
+    result = finishBackend();
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(result.errors, HasSubstr("ERROR: No filter has come to print."));
+    EXPECT_THAT(result.errors, Not(HasSubstr("signal")));
+}
+
 TEST_F(DeviceBackend, StopsAQueueThatHasNoSuchDevice) {
     test::writeFile(std::string(serverBin) + "/backend/forbidden", "#!/bin/sh\n");
     const std::vector<std::pair<std::string, std::string>> table = {
