@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -91,7 +92,8 @@ int main(int argc, char **argv) {
         return 0;
     }
     noteStart(argc, argv);
-    signal(SIGTERM, SIG_IGN); // as CUPS's own do while they print from standard input
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // a test may kill the backend while nothing is read here
+    signal(SIGTERM, SIG_IGN);         // as CUPS's own do while they print from standard input
     std::map<std::string, int> words = wordsOf(std::getenv("DEVICE_URI"));
     if (words.contains("chatty")) {
         say(STDERR_FILENO, "STATE: +connecting-to-dev");
