@@ -206,19 +206,9 @@ class DeviceBackendByHand : public DeviceBackend {
         });
     }
 
-    [[nodiscard]] bool awaitReplies(std::size_t count) {
-        return printer->waitUntil([&] {
-            host->process();
-            return host->replies.size() >= count;
-        });
-    }
+    [[nodiscard]] bool awaitReplies(std::size_t count) { return host->awaitReplies(count); }
 
-    [[nodiscard]] bool awaitReceived(std::size_t count) {
-        return printer->waitUntil([&] {
-            host->process();
-            return host->received.size() >= count;
-        });
-    }
+    [[nodiscard]] bool awaitReceived(std::size_t count) { return host->awaitReceived(count); }
 
     [[nodiscard]] std::string lastObject() const {
         sd_bus_message *message = host->received.back().get();

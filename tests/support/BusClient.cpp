@@ -119,8 +119,12 @@ bool BusClient::awaitReceived(std::size_t count) {
     return await([&] { return received.size() >= count; });
 }
 
+bool BusClient::awaitReplies(std::size_t count) {
+    return await([&] { return replies.size() >= count; });
+}
+
 bool BusClient::awaitReply() {
-    return await([&] { return !replies.empty(); });
+    return awaitReplies(1);
 }
 
 bool BusClient::await(const std::function<bool()> &done) {

@@ -57,6 +57,9 @@ class BusClient {
     /// Takes in what comes until there are so many notifications in all. False when that takes too long.
     [[nodiscard]] bool awaitReceived(std::size_t count);
 
+    /// Takes in what comes until so many calls of this client are answered. False when that takes too long.
+    [[nodiscard]] bool awaitReplies(std::size_t count);
+
     /// Takes in what comes until a call of this client is answered. False when that takes too long.
     [[nodiscard]] bool awaitReply();
 
