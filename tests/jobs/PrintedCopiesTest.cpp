@@ -44,6 +44,7 @@ class PrintedJob {
   public:
     PrintedJob(Copies theJob, const std::string &place)
         : job(std::move(theJob)), folder("/tmp/job-" + place), uri("socket://printer.example:9100/" + place) {
+        std::filesystem::remove_all(folder); // of a job before, whose sheets were more
         std::filesystem::create_directory(folder);
         test::writeFile(folder + "/raster", test::numberedRaster(job.pages, headerOf(job)));
         printer.emplace(
