@@ -7,13 +7,9 @@
 
 namespace veltrin {
 
-namespace {
-
-bool equalIgnoringCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+bool equalIgnoringCase(std::string_view one, std::string_view other) {
+    return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
 }
-
-} // namespace
 
 std::int32_t integerValue(std::string_view text) {
     using Limits = std::numeric_limits<std::int32_t>;

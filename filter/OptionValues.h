@@ -7,6 +7,10 @@
 
 namespace veltrin {
 
+/// Whether two names or values of options differ in nothing but the case of Latin letters, as CUPS compares
+/// them.
+[[nodiscard]] bool equalIgnoringCase(std::string_view one, std::string_view other);
+
 /// The decimal number that a text begins with: leading white space is skipped, a sign is allowed, digits are
 /// read up to the first non-digit; 0 where there are none, the nearest 32-bit limit where the number lies
 /// beyond it.

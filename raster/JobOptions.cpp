@@ -1,18 +1,14 @@
 #include "raster/JobOptions.h"
 
-#include <cups/cups.h>
+#include "filter/OptionValues.h"
 
-#include <strings.h>
+#include <cups/cups.h>
 
 #include <algorithm>
 
 namespace veltrin::raster {
 
 namespace {
-
-bool equalIgnoringCase(std::string_view one, std::string_view other) {
-    return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
-}
 
 /// Characters that mean nothing to the parser; any other one stands behind a backslash.
 bool isPlain(char character) {

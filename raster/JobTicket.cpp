@@ -4,8 +4,6 @@
 #include "filter/OptionValues.h"
 #include "status/MediaNames.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <array>
 #include <span>
@@ -51,10 +49,6 @@ constexpr auto sourceKeywords = std::to_array<Keyword>({
 });
 
 constexpr auto sourceNames = std::to_array<std::string_view>({"Tray1", "Tray2", "Bypass"});
-
-bool equalIgnoringCase(std::string_view one, std::string_view other) {
-    return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
-}
 
 /// The PPD's name for a standard keyword, or for itself in another case.
 std::optional<std::string> ppdName(std::string_view value, std::span<const Keyword> keywords,

@@ -1,7 +1,6 @@
 #include "raster/PagePicture.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace veltrin::raster {
 
@@ -49,11 +48,6 @@ constexpr std::array<std::uint64_t, inkMixes> lightOf = [] {
 std::uint32_t scaled(std::uint32_t size, std::uint32_t from, std::uint32_t to) {
     const auto result = static_cast<std::uint32_t>((std::uint64_t{size} * to + from / 2) / from);
     return std::max(result, 1U);
-}
-
-bool isZero(std::span<const std::byte> bytes) {
-    return bytes.empty() || (bytes.front() == std::byte{0} &&
-                             std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
 } // namespace
@@ -119,7 +113,7 @@ void PagePicture::mixLine(std::uint32_t line) {
 
 bool PagePicture::isBlank(std::uint32_t line) const {
     for (std::size_t ink = 0; ink < planeCount; ++ink) {
-        if (!isZero(page.row(static_cast<Plane>(ink), line))) {
+        if (hasInk(page.row(static_cast<Plane>(ink), line))) {
             return false;
         }
     }

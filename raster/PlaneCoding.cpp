@@ -22,12 +22,6 @@ struct DecompressorDeleter {
     void operator()(ZSTD_DCtx *context) const { ZSTD_freeDCtx(context); }
 };
 
-bool hasInk(std::span<const std::byte> plane) {
-    // No byte is set where the first is not and each is equal to the next.
-    return !plane.empty() && (plane.front() != std::byte{0} ||
-                              std::memcmp(plane.data(), plane.data() + 1, plane.size() - 1) != 0);
-}
-
 std::optional<PlaneProblem> decodeRows(std::span<const std::byte> coded, std::span<std::byte> plane) {
     if (coded.size() != plane.size()) {
         return coded.size() < plane.size() ? PlaneProblem::tooShort : PlaneProblem::tooLong;
@@ -87,6 +81,12 @@ std::optional<PlaneProblem> decode(std::span<const std::byte> coded, std::uint16
 }
 
 } // namespace
+
+bool hasInk(std::span<const std::byte> plane) {
+    // No byte is set where the first is not and each is equal to the next.
+    return !plane.empty() && (plane.front() != std::byte{0} ||
+                              std::memcmp(plane.data(), plane.data() + 1, plane.size() - 1) != 0);
+}
 
 const char *textOf(PlaneProblem problem) {
     switch (problem) {

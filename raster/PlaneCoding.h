@@ -31,6 +31,9 @@ inline constexpr std::uint64_t mostDots = std::uint64_t{1} << 29;
     return rowBytes(dots) * lines;
 }
 
+/// Whether there is a dot on a plane, uncoded, or on a row of it.
+[[nodiscard]] bool hasInk(std::span<const std::byte> plane);
+
 /// What is wrong with a coded plane.
 enum class PlaneProblem {
     unknownMode,   ///< the job's `wCompressMode` is none of this renderer's

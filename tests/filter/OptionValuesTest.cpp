@@ -12,6 +12,29 @@ namespace {
 constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
 
+TEST(EqualIgnoringCase, TakesTheCaseOfLatinLettersForNoDifference) {
+    struct Case {
+        std::string one;
+        std::string other;
+        bool areEqual;
+    };
+
+    const std::vector<Case> cases = {
+        {"", "", true},
+        {"a4", "A4", true},
+        {"Two-Sided-Long-Edge", "two-sided-long-edge", true},
+        {"A4", "A", false},
+        {"A4", "A5", false},
+        {"", "A", false},
+        {"[", "{", false}, // as far apart as "A" and "a"
+        {"\u00C4", "\u00E4", false},
+    };
+    for (const Case &one : cases) {
+        EXPECT_EQ(equalIgnoringCase(one.one, one.other), one.areEqual) << one.one << ' ' << one.other;
+        EXPECT_EQ(equalIgnoringCase(one.other, one.one), one.areEqual) << one.other << ' ' << one.one;
+    }
+}
+
 TEST(IntegerValue, ReadsTheLeadingDecimalNumber) {
     struct Case {
         std::string text;
