@@ -84,7 +84,8 @@ nlohmann::ordered_json toJson(const JobReport &job) {
     for (const MemoryOverrun &overrun : job.overruns) {
         overruns.push_back({{"at", secondsOf(overrun.when)},
                             {"memory", overrun.pool == MemoryPool::header ? "header" : "image"},
-                            {"bytes", overrun.bytes}});
+                            {"bytes", overrun.bytes},
+                            {"page", overrun.page}});
     }
     json["notifications"] = job.notifications;
     json["statusRequests"] = job.statusRequests;

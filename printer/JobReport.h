@@ -22,6 +22,14 @@ enum class JobOutcome {
 
 [[nodiscard]] const char *nameOf(JobOutcome outcome);
 
+/// Bytes that came although there was no room for them.
+struct MemoryOverrun {
+    PrinterTime when{};
+    MemoryPool pool = MemoryPool::header;
+    std::uint64_t bytes = 0; ///< by how much
+    std::size_t page = 0; ///< the place of their page in the job's; the number of these behind the last one
+};
+
 /// What a job brought, from the first notification of its host to the last.
 struct JobReport {
     std::uint64_t number = 1; ///< since the printer was switched on

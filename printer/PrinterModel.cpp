@@ -86,11 +86,10 @@ void PrinterModel::jobBegan() {
     receiving = true;
 }
 
-void PrinterModel::received(MemoryPool pool, std::uint64_t bytes) {
-    if (const std::uint64_t room = freeMemory(pool); bytes > room) {
-        overrunsSeen.push_back({now, pool, bytes - room});
-    }
+std::uint64_t PrinterModel::received(MemoryPool pool, std::uint64_t bytes) {
+    const std::uint64_t tooMany = bytes - std::min<std::uint64_t>(bytes, freeMemory(pool));
     (pool == MemoryPool::header ? incoming.header : incoming.image) += bytes;
+    return tooMany;
 }
 
 void PrinterModel::pageArrived(const PageHeader &page) {

@@ -74,13 +74,6 @@ struct PrinterSettings {
 
 enum class MemoryPool { header, image };
 
-/// Bytes that came although there was no room for them.
-struct MemoryOverrun {
-    PrinterTime when;
-    MemoryPool pool;
-    std::uint64_t bytes; ///< by how much
-};
-
 /// A page is held in memory until it is printed; pages are printed one after another in the order in which
 /// they came, as soon as they are whole, at the printer's rate. An open cover, an empty tray, a stack that
 /// is to be turned or a fatal status halts the printing, which goes on where it was.
@@ -97,7 +90,8 @@ class PrinterModel {
 
     // What comes from the host.
     void jobBegan();
-    void received(MemoryPool pool, std::uint64_t bytes);
+    /// Returns how many of the bytes there was no room for. They are taken all the same.
+    std::uint64_t received(MemoryPool pool, std::uint64_t bytes);
     void pageArrived(const PageHeader &page); ///< whole: what was received since the last one belongs to it
     void jobEnded();                          ///< what was received since the last page is done with
     void jobCancelled();                      ///< drops the pages that came with the job, too
@@ -132,8 +126,6 @@ class PrinterModel {
     /// Of one job, counted from 1.
     [[nodiscard]] std::size_t pagesWaitingOf(std::uint64_t job) const;
     [[nodiscard]] std::uint64_t pagesPrintedOf(std::uint64_t job) const;
-
-    [[nodiscard]] const std::vector<MemoryOverrun> &overruns() const { return overrunsSeen; }
 
   private:
     struct Used {
@@ -174,7 +166,6 @@ class PrinterModel {
     std::uint64_t jobWithTurnedStack = 0;
     std::uint64_t printed = 0;
     std::map<std::uint64_t, std::uint64_t> printedOfJob;
-    std::vector<MemoryOverrun> overrunsSeen;
 };
 
 } // namespace veltrin::printer

@@ -112,6 +112,11 @@ std::string troubleOf(const JobOnPage &job, std::size_t place) {
         html += " <span class='bad'>broke off at line " + std::to_string(side.linesBegun) + " of " +
                 std::to_string(side.lines) + "</span>";
     }
+    const auto &overruns = job.report.overruns;
+    if (std::any_of(overruns.begin(), overruns.end(),
+                    [place](const MemoryOverrun &overrun) { return overrun.page == place; })) {
+        html += " <span class='bad'>overran the memory</span>";
+    }
     if (place >= job.report.pagesPrinted) {
         html += " <span class='bad'>not printed</span>";
     }

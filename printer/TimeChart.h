@@ -1,5 +1,6 @@
 #pragma once
 
+#include "printer/JobReport.h"
 #include "printer/PrinterModel.h"
 
 #include <cstdint>

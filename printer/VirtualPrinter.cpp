@@ -46,7 +46,7 @@ void VirtualPrinter::takeData(std::span<const std::byte> bytes, PrinterTime now)
     needJob();
     listener.dataArrived(bytes);
     job->feed(bytes);
-    settleMemory();
+    settleMemory(job->report.pages.size());
     tellChanges();
 }
 
@@ -63,7 +63,6 @@ void VirtualPrinter::needJob() {
         return;
     }
     job = std::make_unique<JobRecorder>(++jobs, [this](const StreamEvent &event) { streamEvent(event); });
-    overrunsBefore = model.overruns().size();
     settledHeader = 0;
     settledData = 0;
     model.jobBegan();
@@ -77,8 +76,6 @@ void VirtualPrinter::endJob() {
     job->finish();
     model.jobEnded();
     JobReport &report = job->report;
-    report.overruns.assign(model.overruns().begin() + static_cast<std::ptrdiff_t>(overrunsBefore),
-                           model.overruns().end());
     lastSummary = summaryOf(report);
     tell(lastSummary);
     listener.jobEnded(report);
@@ -126,8 +123,9 @@ bool VirtualPrinter::mayGetRoom() const {
 }
 
 void VirtualPrinter::streamEvent(const StreamEvent &event) {
-    settleMemory();
-    if (const auto *page = std::get_if<PageRead>(&event)) {
+    const auto *page = std::get_if<PageRead>(&event);
+    settleMemory(job->report.pages.size() - (page != nullptr ? 1 : 0)); // the page that ends is among them
+    if (page != nullptr) {
         tell(describe(*page, job->report.pages.size()));
         if (page->complete) {
             model.pageArrived(page->header);
@@ -146,21 +144,25 @@ void VirtualPrinter::streamEvent(const StreamEvent &event) {
     }
 }
 
-/// Puts what has come since the last time into the printer's memory. Command records take none, and neither
-/// does what cannot be read as a stream.
-void VirtualPrinter::settleMemory() {
+/// Puts what has come since the last time into the printer's memory, as a part of the page at this place.
+/// Command records take none, and neither does what cannot be read as a stream.
+void VirtualPrinter::settleMemory(std::size_t page) {
     const StreamTotals &totals = job->totals();
     const std::uint64_t commands = job->report.commands.size() * sizeof(CommandRecord);
     const std::uint64_t header =
         totals.bytes - totals.dataBytes - std::min(totals.unread + commands, totals.bytes - totals.dataBytes);
-    if (header > settledHeader) {
-        model.received(MemoryPool::header, header - settledHeader);
-        settledHeader = header;
+    settle(MemoryPool::header, header, settledHeader, page);
+    settle(MemoryPool::image, totals.dataBytes, settledData, page);
+}
+
+void VirtualPrinter::settle(MemoryPool pool, std::uint64_t bytes, std::uint64_t &settled, std::size_t page) {
+    if (bytes <= settled) {
+        return;
     }
-    if (totals.dataBytes > settledData) {
-        model.received(MemoryPool::image, totals.dataBytes - settledData);
-        settledData = totals.dataBytes;
+    if (const std::uint64_t tooMany = model.received(pool, bytes - settled); tooMany != 0) {
+        job->report.overruns.push_back({time, pool, tooMany, page});
     }
+    settled = bytes;
 }
 
 // ---- What goes on by itself

@@ -97,7 +97,8 @@ class VirtualPrinter {
 
   private:
     void streamEvent(const StreamEvent &event);
-    void settleMemory();
+    void settleMemory(std::size_t page);
+    void settle(MemoryPool pool, std::uint64_t bytes, std::uint64_t &settled, std::size_t page);
     void advanceModel(PrinterTime now);
     void tellChanges();
     void tellPrintedJobs();
@@ -127,7 +128,6 @@ class VirtualPrinter {
     std::string lastSummary; ///< of the job that ended last
     std::vector<Unprinted> unprinted;
     std::uint64_t jobs = 0;
-    std::size_t overrunsBefore = 0; ///< of earlier jobs
     std::uint64_t settledHeader = 0;
     std::uint64_t settledData = 0;
 

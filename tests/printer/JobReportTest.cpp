@@ -58,8 +58,8 @@ TEST(JobReport, HasEveryFieldInJson) {
     options.paperSize = 9;
     JobReport report = reportOf(text(reverseDataReset) + makeStream(options) + "x");
     report.number = 4;
-    report.overruns = {{std::chrono::milliseconds(1500), MemoryPool::header, 12},
-                       {std::chrono::seconds(2), MemoryPool::image, 34}};
+    report.overruns = {{std::chrono::milliseconds(1500), MemoryPool::header, 12, 0},
+                       {std::chrono::seconds(2), MemoryPool::image, 34, 1}};
     report.notifications = {{"writePipe", 3}};
     report.statusRequests = 7;
     report.replies = 6;
@@ -90,8 +90,8 @@ TEST(JobReport, HasEveryFieldInJson) {
                               {"text", "there are bytes after the end of the job"}}}},
                            {"commands", {{{"text", "GDIC GDIREND    "}, {"offset", 0}}}},
                            {"overruns",
-                            {{{"at", 1.5}, {"memory", "header"}, {"bytes", 12}},
-                             {{"at", 2.0}, {"memory", "image"}, {"bytes", 34}}}},
+                            {{{"at", 1.5}, {"memory", "header"}, {"bytes", 12}, {"page", 0}},
+                             {{"at", 2.0}, {"memory", "image"}, {"bytes", 34}, {"page", 1}}}},
                            {"notifications", {{"writePipe", 3}}},
                            {"statusRequests", 7},
                            {"replies", 6}};
@@ -111,7 +111,7 @@ TEST(JobReport, IsADocumentWhateverBytesCame) {
 
 TEST(JobReport, SaysInOneLineWhatCameOut) {
     JobReport report = reportOf(makeStream(forPrinter()) + "x");
-    report.overruns = {{{}, MemoryPool::header, 12}};
+    report.overruns = {{{}, MemoryPool::header, 12, 0}};
     EXPECT_EQ(summaryOf(report), "job 1 broken: 1 page for 1 sheet, 1 copy, 4565 bytes, 1 memory overrun; at "
                                  "4564: there are bytes after the end of the job");
 }

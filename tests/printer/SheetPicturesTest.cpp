@@ -258,6 +258,18 @@ TEST_F(SheetPicturesTest, TellWhatIsNotPrinted) {
     EXPECT_THAT(html, HasSubstr("Front: page 2 <span class='bad'>not printed</span>"));
 }
 
+TEST_F(SheetPicturesTest, TellForWhichSidesTheMemoryWasTooSmall) {
+    pictures.start();
+    print(jobHeaders(mode) + numberedPage(1) + numberedPage(2) + endOfJob);
+    jobs[0].overruns = {{std::chrono::seconds(1), MemoryPool::header, 3, 1},
+                        {std::chrono::seconds(2), MemoryPool::image, 7, 1},
+                        {std::chrono::seconds(3), MemoryPool::header, 4, 2}};
+    const std::string html = page();
+    EXPECT_THAT(html, HasSubstr("<figcaption>Front: page 1</figcaption>"));
+    EXPECT_THAT(html, HasSubstr("Front: page 2 <span class='bad'>overran the memory</span></figcaption>"));
+    EXPECT_THAT(html, HasSubstr("<li class='bad'>3 memory overruns</li>"));
+}
+
 TEST_F(SheetPicturesTest, GiveEachSideTheShapeOfItsPaper) {
     pictures.start();
     print(jobHeaders(mode) + numberedPage(1) + endOfJob);
@@ -272,7 +284,7 @@ TEST_F(SheetPicturesTest, HaveAChartOfTheTime) {
     printer.received(MemoryPool::image, 1);
     pictures.note(std::chrono::seconds(3), printer);
     print(jobHeaders(mode) + numberedPage(1) + endOfJob);
-    jobs[0].overruns.push_back({std::chrono::seconds(2), MemoryPool::image, 7});
+    jobs[0].overruns.push_back({std::chrono::seconds(2), MemoryPool::image, 7, 1});
     const std::string html = page();
     EXPECT_THAT(html, HasSubstr("From 0.0 s to 3.0 s"));
     EXPECT_THAT(html, HasSubstr("<li class='bad'>1 memory overrun</li>"));

@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -193,6 +194,29 @@ TEST(VirtualPrinter, ReportsTheOverrunsOfTheirJob) {
     test.hostSends("fronted-alive");
     test.hostSends("frontend-byebye");
     EXPECT_THAT(test.jobs.at(2).overruns, IsEmpty());
+}
+
+TEST(VirtualPrinter, TellsForWhichPageTheMemoryWasTooSmall) {
+    PrinterUnderTest test(R"("printer": {"memory": {"header": 500, "image": 5000}})");
+    StreamOptions options;
+    options.pages = 2;
+    test.passUntil(2s);
+    test.hostSends("fronted-alive");
+    test.hostSends("writePipe", makeJobHeaders({}));
+    test.hostSendsPage(1, options);
+    test.hostSendsPage(2, options);
+    test.hostSends("frontend-byebye");
+    ASSERT_EQ(test.jobs.size(), 1U);
+    const JobReport &job = test.jobs.front();
+    ASSERT_EQ(job.pages.size(), 2U);
+    std::map<MemoryPool, std::uint64_t> tooMany;
+    for (const MemoryOverrun &overrun : job.overruns) {
+        EXPECT_EQ(overrun.page, 1U);
+        EXPECT_EQ(overrun.when, 2s);
+        tooMany[overrun.pool] += overrun.bytes;
+    }
+    EXPECT_EQ(tooMany[MemoryPool::header], 272U + 2 * (64 + 4 * 32) - 500);
+    EXPECT_EQ(tooMany[MemoryPool::image], 2 * 4096U - 5000);
 }
 
 TEST(VirtualPrinter, NeedsNoMemoryForWhatIsNoStream) {
