@@ -6,11 +6,15 @@
 #include "raster/PictureFile.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <variant>
 
@@ -21,11 +25,26 @@ namespace {
 /// More of a job's problems are counted only.
 constexpr std::size_t mostProblems = 20;
 
+bool isDigit(char character) {
+    return character >= '0' && character <= '9';
+}
+
 /// "sheet-0007-front.png" of "sheet-", 7 and "-front.png".
 std::string numbered(const char *before, std::size_t number, const char *behind) {
     std::array<char, 24> digits{};
     std::snprintf(digits.data(), digits.size(), "%04zu", number);
     return std::string(before) + digits.data() + behind;
+}
+
+/// Whether a picture of ours is called so, of whatever number.
+bool isOurs(std::string name) {
+    const auto begin = std::find_if(name.begin(), name.end(), isDigit);
+    const auto end = std::find_if_not(begin, name.end(), isDigit);
+    if (end - begin < 4) {
+        return false;
+    }
+    name.erase(begin, end);
+    return name == "side-.png" || name == "sheet--front.png" || name == "sheet--back.png";
 }
 
 std::string textIn(const std::array<char, 64> &field) {
@@ -44,8 +63,31 @@ SheetPictures::SheetPictures(Wishes theWishes)
       }) {}
 
 void SheetPictures::start() {
-    if (isWanted() && mkdir(wishes.folder.c_str(), 0777) != 0 && errno != EEXIST) {
+    if (!isWanted()) {
+        return;
+    }
+    if (mkdir(wishes.folder.c_str(), 0777) == 0) {
+        return;
+    }
+    if (errno != EEXIST) {
         fail(wishes.folder, errno);
+        return;
+    }
+    removeOldPictures();
+}
+
+/// Those of an earlier printer, which would look like sheets of this one. Where the folder cannot be read,
+/// what is written next tells of it.
+void SheetPictures::removeOldPictures() {
+    std::error_code error;
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(wishes.folder, error)) {
+        names.push_back(entry.path().filename().string());
+    }
+    for (const std::string &name : names) {
+        if (isOurs(name) && unlink(pathOf(name).c_str()) != 0) {
+            fail(pathOf(name), errno);
+        }
     }
 }
 

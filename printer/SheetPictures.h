@@ -24,8 +24,10 @@ class SheetPictures {
     };
 
     explicit SheetPictures(Wishes wishes);
+    SheetPictures(const SheetPictures &) = delete;
+    SheetPictures &operator=(const SheetPictures &) = delete;
 
-    /// Makes the folder, if it is not there.
+    /// Makes the folder, if it is not there; takes an earlier printer's pictures out of it.
     void start();
 
     /// What the printer receives.
@@ -46,6 +48,7 @@ class SheetPictures {
     [[nodiscard]] int error() const { return failure; }
 
   private:
+    void removeOldPictures();
     void listen();
     void readPart(const StreamEvent &event);
     void endPage();

@@ -258,6 +258,23 @@ TEST_F(SheetPicturesTest, TellWhatIsNotPrinted) {
     EXPECT_THAT(html, HasSubstr("Front: page 2 <span class='bad'>not printed</span>"));
 }
 
+TEST_F(SheetPicturesTest, TakeThePlaceOfAnEarlierPrintersAndOfNothingElse) {
+    const std::vector<std::string> ours = {"sheet-0002-front.png", "sheet-0002-back.png",
+                                           "sheet-12345-front.png", "side-0003.png"};
+    const std::vector<std::string> others = {"my-sheet-0002-back.png", "sheet-0002-front.jpg",
+                                             "sheet-0002.png",         "sheet-2-front.png",
+                                             "sheet-front.png",        "side-0003.png.old"};
+    std::filesystem::create_directory(folder);
+    for (const auto *names : {&ours, &others}) {
+        for (const std::string &name : *names) {
+            test::writeFile(std::string(folder) + "/" + name, "old");
+        }
+    }
+    pictures.start();
+    EXPECT_EQ(pictures.error(), 0);
+    EXPECT_EQ(namesIn(folder), others);
+}
+
 TEST_F(SheetPicturesTest, TellForWhichSidesTheMemoryWasTooSmall) {
     pictures.start();
     print(jobHeaders(mode) + numberedPage(1) + numberedPage(2) + endOfJob);
