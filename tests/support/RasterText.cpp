@@ -20,15 +20,16 @@ ssize_t appendTo(void *text, unsigned char *buffer, std::size_t size) {
 void paintPatch(const Patch &patch, const cups_page_header2_t &header, std::uint32_t line,
                 const std::array<std::uint8_t, 3> &colour, std::span<std::uint8_t> dots) {
     const double pointsPerDot = 72.0 / header.HWResolution[0];
-    const double top = static_cast<double>(header.cupsPageSize[1] - header.cupsImagingBBox[3]);
+    const auto top = static_cast<double>(header.cupsPageSize[1] - header.cupsImagingBBox[3]);
     const double y = top + (line + 0.5) * pointsPerDot;
     if (y < patch.top || y >= patch.top + patch.height) {
         return;
     }
-    for (std::uint32_t dot = 0; dot < header.cupsWidth; ++dot) {
-        const double x = static_cast<double>(header.cupsImagingBBox[0]) + (dot + 0.5) * pointsPerDot;
+    for (std::size_t dot = 0; dot < header.cupsWidth; ++dot) {
+        const double x =
+            static_cast<double>(header.cupsImagingBBox[0]) + (static_cast<double>(dot) + 0.5) * pointsPerDot;
         if (x >= patch.left && x < patch.left + patch.width) {
-            std::copy(colour.begin(), colour.end(), dots.begin() + static_cast<std::ptrdiff_t>(3 * dot));
+            std::copy(colour.begin(), colour.end(), dots.subspan(3 * dot).begin());
         }
     }
 }
