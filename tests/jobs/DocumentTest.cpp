@@ -20,7 +20,6 @@ using test::Patch;
 using test::PrivateScheduler;
 using test::StreamContents;
 using test::StreamPage;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr const char *device = "/tmp/printer";
@@ -60,23 +59,9 @@ class DocumentTest : public testing::Test {
         return contents;
     }
 
-    static std::vector<std::uint32_t> numbersOn(const StreamContents &contents) {
-        std::vector<std::uint32_t> numbers;
-        for (const StreamPage &page : contents.pages) {
-            numbers.push_back(numberOn(page));
-        }
-        return numbers;
-    }
-
     std::string stream;
     PrivateScheduler scheduler{std::string("file://") + device};
 };
-
-TEST_F(DocumentTest, OneSidedCopiesComeInTheirOrder) {
-    EXPECT_THAT(numbersOn(print(numberedPdf(3), {"-n", "2"})), ElementsAre(1, 1, 2, 2, 3, 3));
-    EXPECT_THAT(numbersOn(print(numberedPdf(3), {"-n", "2", "-o", "collate=true"})),
-                ElementsAre(1, 2, 3, 1, 2, 3));
-}
 
 TEST_F(DocumentTest, BlackStaysBlackAndRedIsMixed) {
     const StreamContents contents = print(numberedPdf(1), {});
@@ -104,24 +89,6 @@ TEST_F(DocumentTest, InBlackAndWhiteThereIsBlackAlone) {
     EXPECT_EQ(contents.pages.front().header.bPlane, 1);
 }
 
-TEST_F(DocumentTest, PagesAreChosenAndTurnedRoundBeforeTheyAreRendered) {
-    EXPECT_THAT(numbersOn(print(numberedPdf(4), {"-o", "page-ranges=2-3"})), ElementsAre(2, 3));
-    EXPECT_THAT(numbersOn(print(numberedPdf(3), {"-o", "outputorder=reverse"})), ElementsAre(3, 2, 1));
-}
-
-TEST_F(DocumentTest, PaperThatTakesNoSecondSideIsPrintedOneSidedAndWhole) {
-    const StreamContents contents = print(numberedPdf(3), {"-n", "2", "-o", "sides=two-sided-long-edge", "-o",
-                                                           "PageSize=A5", "-o", "fit-to-page"});
-    ASSERT_EQ(contents.pages.size(), 6U);
-    EXPECT_EQ(contents.header.wJobSetting, 0);
-    const auto black = [&](std::size_t place) { return contents.pages[place].planes[raster::black]; };
-    for (const std::size_t place : {0U, 2U, 4U}) {
-        EXPECT_EQ(black(place), black(place + 1)) << "a page and its copy";
-        EXPECT_NE(black(place), black((place + 2) % 6)) << "another page";
-    }
-    EXPECT_EQ(contents.pages.front().header.bPaperSize, 11) << "A5";
-}
-
 TEST_F(DocumentTest, TrayAndPaperTypeStandInThePageHeader) {
     const StreamContents contents =
         print(numberedPdf(1), {"-o", "InputSlot=Tray2", "-o", "PaperType=Thick", "-o", "media=Letter"});
@@ -143,20 +110,6 @@ TEST_F(DocumentTest, APictureIsPrintedAsWell) {
     ASSERT_EQ(contents.pages.size(), 2U);
     EXPECT_FALSE(contents.pages.front().planes[raster::magenta].empty());
     EXPECT_TRUE(contents.pages.front().planes[raster::cyan].empty());
-}
-
-TEST_F(DocumentTest, CollationInOtherWordsRepeatsNothingTwice) {
-    for (const char *words :
-         {"Collate=on", "multiple-document-handling=separate-documents-collated-copies"}) {
-        EXPECT_THAT(numbersOn(print(numberedPdf(2), {"-n", "2", "-o", words})), ElementsAre(1, 2, 1, 2))
-            << words;
-    }
-}
-
-TEST_F(DocumentTest, ATextIsPrintedAsWell) {
-    const StreamContents contents = print("A line of text.\n", {});
-    ASSERT_EQ(contents.pages.size(), 1U);
-    EXPECT_FALSE(contents.pages.front().isBlank());
 }
 
 } // namespace

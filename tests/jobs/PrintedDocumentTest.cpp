@@ -122,6 +122,7 @@ TEST_F(PrintedDocumentTest, CollationHasMoreThanOneName) {
     EXPECT_THAT(with("multiple-document-handling=separate-documents-uncollated-copies"),
                 ElementsAre("1/2", "1/2", "3/-", "3/-"));
     EXPECT_THAT(with("collate=true"), ElementsAre("1/2", "3/-", "1/2", "3/-"));
+    EXPECT_THAT(with("Collate=on"), ElementsAre("1/2", "3/-", "1/2", "3/-"));
 }
 
 // ---- Pages and sheets
@@ -297,6 +298,11 @@ std::string nameOf(const test::MeanColour &colour) {
                            : "other";
 }
 
+/// Whether there is no dot of a colour in it: the same light of all three, to the last digit.
+bool isGray(const test::MeanColour &colour) {
+    return colour.red == colour.green && colour.green == colour.blue;
+}
+
 /// What is in the four quarters of an area, row by row.
 std::vector<std::string> quartersOf(const test::PrintedSide &side, const Patch &area) {
     std::vector<std::string> names;
@@ -321,6 +327,32 @@ TEST_F(PrintedDocumentTest, APictureLiesUprightInTheMiddleOfThePage) {
     };
     EXPECT_TRUE(isPaper({0, 0, area.left, a4Height}));
     EXPECT_TRUE(isPaper({area.left + area.width, 0, a4Width - area.left - area.width, a4Height}));
+}
+
+TEST_F(PrintedDocumentTest, ATextStandsInBlackOnTheLeft) {
+    std::string text;
+    for (int line = 0; line < 40; ++line) {
+        text += "A line of text.\n";
+    }
+    const Printed printed = print(text);
+    ASSERT_THAT(printed.sheets, SizeIs(1));
+    const test::MeanColour left = printed.sheets[0].front->meanIn({0, 0, a4Width / 2, a4Height});
+    EXPECT_TRUE(isGray(left));
+    EXPECT_LT(left.red, 250);
+    EXPECT_GT(left.red, 200);
+    EXPECT_EQ(nameOf(printed.sheets[0].front->meanIn({a4Width / 2, 0, a4Width / 2, a4Height})), "white");
+}
+
+TEST_F(PrintedDocumentTest, InBlackAndWhiteThereIsNoColour) {
+    const Printed printed = print(numberedPdf(1), lpOptions({"print-color-mode=monochrome"}));
+    EXPECT_THAT(printed.numbers(), ElementsAre("1"));
+    ASSERT_THAT(printed.sheets, SizeIs(1));
+    const test::MeanColour red = printed.sheets[0].front->meanIn(test::redPatch);
+    EXPECT_TRUE(isGray(red));
+    EXPECT_LT(red.red, 200);
+    EXPECT_GT(red.red, 30);
+    EXPECT_TRUE(isGray(printed.sheets[0].front->meanIn({0, 0, a4Width, a4Height})));
+    EXPECT_EQ(nameOf(print(numberedPdf(1)).sheets.at(0).front->meanIn(test::redPatch)), "red");
 }
 
 TEST_F(PrintedDocumentTest, RasterOfADriverlessClientIsPrintedAsWell) {
