@@ -57,9 +57,10 @@ struct Axis {
 
     [[nodiscard]] double at(PrinterTime when) const { return at(secondsOf(when)); }
 
-    /// A second, two, five, ten...: so that there are about ten of them.
+    /// A second, two, five, ten...: so that there are about ten of them. Their numbers have one digit behind
+    /// the point.
     [[nodiscard]] double step() const {
-        const double wanted = (end - begin) / 10;
+        const double wanted = std::max((end - begin) / 10, 0.1);
         const double power = std::pow(10, std::floor(std::log10(wanted)));
         for (const double factor : {1.0, 2.0, 5.0}) {
             if (factor * power >= wanted) {

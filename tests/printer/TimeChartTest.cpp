@@ -66,12 +66,14 @@ TEST(TimeChart, ShowsEachStatusAndForHowLong) {
 
 TEST(TimeChart, HasAboutTenRoundSeconds) {
     for (const auto &[end, first, second, beyond] :
-         {std::tuple(10.0, "'>1.0<", "'>2.0<", "'>11.0<"), std::tuple(11.0, "'>2.0<", "'>4.0<", "'>1.0<"),
-          std::tuple(45.0, "'>5.0<", "'>10.0<", "'>2.0<"), std::tuple(51.0, "'>10.0<", "'>20.0<", "'>5.0<"),
+         {std::tuple(0.3, "'>0.1<", "'>0.2<", "'>0.4<"), std::tuple(10.0, "'>1.0<", "'>2.0<", "'>11.0<"),
+          std::tuple(11.0, "'>2.0<", "'>4.0<", "'>1.0<"), std::tuple(45.0, "'>5.0<", "'>10.0<", "'>2.0<"),
+          std::tuple(51.0, "'>10.0<", "'>20.0<", "'>5.0<"),
           std::tuple(2000.0, "'>200.0<", "'>400.0<", "'>100.0<")}) {
         const std::string html =
             timeChart(courseOf({at(0, mebibyte, 0, ready), at(end, mebibyte, 0, ready)}), {});
         EXPECT_THAT(html, HasSubstr(first)) << end;
+        EXPECT_EQ(html.find(first), html.rfind(first)) << end;
         EXPECT_THAT(html, HasSubstr(second)) << end;
         EXPECT_THAT(html, Not(HasSubstr(beyond))) << end;
     }

@@ -34,6 +34,8 @@ class PagePictures {
     };
 
     PagePictures(Wishes wishes, Listener listener);
+    PagePictures(const PagePictures &) = delete;
+    PagePictures &operator=(const PagePictures &) = delete;
 
     /// Takes what the reader reports, bands and their data included. Nothing more is written after a failure.
     void take(const StreamEvent &event);
