@@ -12,7 +12,6 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <utility>
 
@@ -25,11 +24,6 @@ using std::chrono::steady_clock;
 
 /// How long a turn may last before everything else is looked at again.
 constexpr auto longestTurn = 100ms;
-
-/// How long the job may go on after it has been cancelled, and how long a device's backend that was asked to
-/// end may take. CUPS kills after 30 seconds.
-constexpr auto cancelLimit = 20s;
-constexpr auto endLimit = 2s;
 
 const std::string adviceOnQueue = "Give the queue Veltrin's PPD, and print without the option \"raw\".";
 
@@ -249,21 +243,24 @@ void BackendJob::endJob() {
     }
 }
 
-/// A device that takes nothing would keep a cancelled job for ever, and one that cannot be reached any job.
-/// No page is lost with the latter: the filter sends none before it has a record.
 void BackendJob::endLateDevice() {
     const Time now = steady_clock::now();
-    const bool isLate = cancelled && now - *cancelled > cancelLimit;
-    const bool isUnreachable = isOver && desk.isDeviceConnecting() && !lastRecord;
-    if (!isLate && !isUnreachable) {
+    const auto since = [now](const std::optional<Time> &time) {
+        return time ? std::optional(std::chrono::duration_cast<std::chrono::milliseconds>(now - *time))
+                    : std::nullopt;
+    };
+    const auto signal = endSignalFor({.isOver = isOver,
+                                      .isConnecting = desk.isDeviceConnecting(),
+                                      .hasSpoken = lastRecord.has_value(),
+                                      .sinceCancelled = since(cancelled),
+                                      .sinceEndAsked = since(endAsked)});
+    if (!signal) {
         return;
     }
     if (!endAsked) {
         endAsked = now;
-        device.send(SIGTERM);
-    } else if (now - *endAsked > endLimit) {
-        device.send(SIGKILL);
     }
+    device.send(*signal);
 }
 
 int BackendJob::finish() {

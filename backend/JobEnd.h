@@ -18,6 +18,21 @@ struct JobView {
 /// filter of its own, until standard input ends.
 [[nodiscard]] bool isJobOver(const JobView &job);
 
+/// What is known of a device's backend under way.
+struct DeviceView {
+    bool isOver = false;       ///< nothing more will come for it
+    bool isConnecting = false; ///< it says so
+    bool hasSpoken = false;    ///< a status record has come
+    std::optional<std::chrono::milliseconds> sinceCancelled = {};
+    std::optional<std::chrono::milliseconds> sinceEndAsked = {}; ///< it was sent SIGTERM
+};
+
+/// The signal that a device's backend is to be sent now: SIGTERM, SIGKILL, or none.
+///
+/// One that takes nothing would keep a cancelled job for ever, and one that cannot be reached any job. No
+/// page is lost with the latter: the filter sends none before it has a record.
+[[nodiscard]] std::optional<int> endSignalFor(const DeviceView &device);
+
 /// How a job ended.
 struct JobEnding {
     std::optional<int> exitStatus; ///< of the device's backend; nothing where a signal ended it

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,6 +39,42 @@ TEST(JobEndTest, AJobIsOverWhenNoFilterWillSendAnythingMore) {
     };
     for (const Case &one : table) {
         EXPECT_EQ(isJobOver(one.job), one.isOver) << one.name;
+    }
+}
+
+TEST(JobEndTest, ADevicesBackendThatKeepsAJobTooLongIsAskedToEndAndThenKilled) {
+    struct Case {
+        std::string name;
+        DeviceView device;
+        std::optional<int> signal;
+    };
+
+    const DeviceView unreachable = {.isOver = true, .isConnecting = true};
+    const auto askedAt = [](DeviceView device, std::chrono::milliseconds since) {
+        device.sinceEndAsked = since;
+        return device;
+    };
+    const std::vector<Case> table = {
+        {"a job under way", {}, {}},
+        {"it prints the rest", {.isOver = true, .hasSpoken = true}, {}},
+        {"it prints the rest silently", {.isOver = true}, {}},
+        {"just cancelled", {.sinceCancelled = 0ms}, {}},
+        {"cancelled, with time left", {.hasSpoken = true, .sinceCancelled = 20s}, {}},
+        {"cancelled too long ago", {.hasSpoken = true, .sinceCancelled = 20'001ms}, SIGTERM},
+        {"whether connected or not", {.isConnecting = true, .sinceCancelled = 20'001ms}, SIGTERM},
+        {"and was asked just now", {.sinceCancelled = 20'001ms, .sinceEndAsked = 0ms}, {}},
+        {"and may take its time", {.sinceCancelled = 22s, .sinceEndAsked = 2s}, {}},
+        {"but not for ever", {.sinceCancelled = 23s, .sinceEndAsked = 2001ms}, SIGKILL},
+        {"connecting for a job", {.isConnecting = true}, {}},
+        {"connecting for a cancelled job that is not over", {.isConnecting = true, .sinceCancelled = 1s}, {}},
+        {"connecting for nothing", unreachable, SIGTERM},
+        {"connecting anew, after a record", {.isOver = true, .isConnecting = true, .hasSpoken = true}, {}},
+        {"connecting for nothing, asked", askedAt(unreachable, 2s), {}},
+        {"connecting for nothing, asked in vain", askedAt(unreachable, 2001ms), SIGKILL},
+        {"connected after all", {.isOver = true, .sinceEndAsked = 2001ms}, {}},
+    };
+    for (const Case &one : table) {
+        EXPECT_EQ(endSignalFor(one.device), one.signal) << one.name;
     }
 }
 

@@ -1,14 +1,18 @@
-// What takes half a minute and more: the second of two queues at one printer gives up, and tries again.
+// What takes half a minute and more: the second of two queues at one printer gives up, and tries again; a
+// device's backend takes nothing and will not end.
 
 #include "tests/jobs/BackendFixture.h"
+#include "tests/jobs/DeviceFixture.h"
 #include "tests/jobs/Jobs.h"
 #include "tests/jobs/PrivateScheduler.h"
 #include "tests/support/BytesAre.h"
 #include "tests/support/Files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <iterator>
 #include <regex>
@@ -23,6 +27,7 @@ using test::BytesAre;
 using test::document;
 using test::forLp;
 using test::PrivateScheduler;
+using test::ProcessResult;
 using test::readFile;
 
 using SlowBackendTest = test::BackendFixture;
@@ -64,6 +69,24 @@ TEST_F(SlowBackendTest, AJobThatHasWaitedInVainIsTriedAgainUntilThePrinterIsFree
     EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printedFrom(scheduler, {"media=A4"}, stream)))
         << scheduler.log();
     scheduler.expectIdleQueue(secondQueue);
+}
+
+// ---- A device that is stuck
+
+using SlowDeviceBackendTest = test::DeviceFixture;
+
+TEST_F(SlowDeviceBackendTest, ACancelledJobIsNotKeptByADeviceThatTakesNothing) {
+    startBackend("stuck"); // and ignores SIGTERM
+    startFilter({.stream = makeStream({.pages = 1, .planeSizes = {1'000'000, 0, 0, 0}})});
+    ASSERT_TRUE(says(*printer, "ATTR: marker-levels=")) << printer->errors();
+    awaitLog("FrontendIPC readData Completed");
+    printer->send(SIGTERM);
+    filter->send(SIGTERM);
+    EXPECT_EQ(finishFilter().exitStatus, 1);
+    const ProcessResult result = finishBackend();
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(result.errors, testing::Not(testing::HasSubstr("ERROR: ")));
+    EXPECT_EQ(printedByDevice(), "");
 }
 
 } // namespace
