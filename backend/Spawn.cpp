@@ -91,6 +91,7 @@ int spawn(const ChildStart &start, pid_t &process) {
     for (const auto &[descriptor, number] : start.descriptors) {
         posix_spawn_file_actions_adddup2(&settings.fileActions, descriptor->get(), number);
     }
+    posix_spawn_file_actions_addclosefrom_np(&settings.fileActions, backendDescriptors.back() + 1);
     std::vector<std::string> arguments = start.arguments;
     std::vector<std::string> environment = start.environment;
     return posix_spawn(&process, start.program.c_str(), &settings.fileActions, &settings.attributes,

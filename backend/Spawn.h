@@ -41,8 +41,9 @@ struct ChildStart {
     std::vector<std::pair<const OwnDescriptor *, int>> descriptors; ///< each with its number in the child
 };
 
-/// Starts a child as the scheduler starts a backend: with the signals as at first, and all of our descriptors
-/// that it may have. Returns 0, or the system's number of what went wrong.
+/// Starts a child as the scheduler starts a backend: with the signals as at first, and with the descriptors
+/// of a backend alone: those of our own that it may have, in the places that `descriptors` does not fill.
+/// Returns 0, or the system's number of what went wrong.
 [[nodiscard]] int spawn(const ChildStart &start, pid_t &process);
 
 /// Waits for a child's end.

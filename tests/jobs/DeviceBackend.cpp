@@ -84,9 +84,36 @@ void noteStart(int argc, char **argv) {
     note("start", text);
 }
 
+/// What it was given besides, in files of their own. First of all, as what is opened here counts as well.
+void noteSurroundings() {
+    std::string descriptors;
+    for (int number = 0; number < 1024; ++number) {
+        descriptors += fcntl(number, F_GETFD) != -1 ? std::to_string(number) + " " : "";
+    }
+    std::string blocked;
+    std::string ignored;
+    sigset_t mask;
+    sigprocmask(SIG_BLOCK, nullptr, &mask);
+    for (int number = 1; number < NSIG; ++number) {
+        struct sigaction action = {};
+        sigaction(number, nullptr, &action);
+        blocked += sigismember(&mask, number) == 1 ? std::to_string(number) + " " : "";
+        ignored += action.sa_handler == SIG_IGN ? std::to_string(number) + " " : "";
+    }
+    std::string environment;
+    for (char **variable = environ; *variable != nullptr; ++variable) {
+        environment += *variable + std::string("\n");
+    }
+    note("descriptors", descriptors);
+    note("signals", "blocked: " + blocked + "\nignored: " + ignored + "\n");
+    note("environment", environment);
+    say(sideChannel, "from the device");
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
+    noteSurroundings();
     if (argc == 1) {
         std::cout << contentsOf("devices") << std::flush;
         return 0;

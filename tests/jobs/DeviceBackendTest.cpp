@@ -85,6 +85,57 @@ TEST_F(DeviceBackend, TakesTheDocumentsOfAJobOneAfterTheOther) {
     EXPECT_THAT(Bytes(printedByDevice()), BytesAre(document + document));
 }
 
+/// Whatever this backend was started with itself, its child gets what the scheduler gives to a backend.
+TEST_F(DeviceBackend, StartsCupssBackendLikeTheScheduler) {
+    const std::vector<std::pair<std::string, std::string>> table = {
+        {"3<>/tmp/device/back 4>/tmp/device/side", "0 1 2 3 4 "},
+        {"4>/tmp/device/side 5</dev/null 9</dev/null", "0 1 2 3 4 "},
+        {"3<&- 4<&- 7</dev/null", "0 1 2 3 "},
+    };
+    uri = "veltrin:test:";
+    for (const auto &[descriptors, inChild] : table) {
+        test::writeFile("/tmp/device/side", "");
+        test::Command command = backendCommand();
+        const std::vector<std::string> job(command.arguments.begin() + 1, command.arguments.end());
+        command.arguments = {"sh", "-c",
+                             "exec env --ignore-signal=INT,TERM,PIPE,CHLD --block-signal=INT,TERM,USR1 "
+                             "\"$0\" \"$@\" " +
+                                 descriptors,
+                             command.program};
+        command.arguments.insert(command.arguments.end(), job.begin(), job.end());
+        command.program = "/bin/sh";
+        printer.emplace(command);
+        ASSERT_TRUE(says(*printer, "DEBUG: listening\n")) << printer->errors();
+        startFilter();
+        EXPECT_EQ(finishFilter().exitStatus, 0);
+        EXPECT_EQ(finishBackend().exitStatus, 0);
+        EXPECT_EQ(readFile("/tmp/device/descriptors"), inChild) << descriptors;
+        EXPECT_EQ(readFile("/tmp/device/signals"), "blocked: \nignored: \n");
+        const bool hasSideChannel = inChild.find('4') != std::string::npos;
+        EXPECT_EQ(readFile("/tmp/device/side"), hasSideChannel ? "from the device" : "");
+    }
+}
+
+TEST_F(DeviceBackend, HandsItsEnvironmentOnButForTheDeviceUri) {
+    test::Command command = backendCommand("//printer");
+    auto &variables = *command.environment;
+    variables["DEVICE_URIS"] = "another variable";
+    variables["PRINTER"] = "a = b";
+    variables["EMPTY"] = "";
+    uri = variables["DEVICE_URI"];
+    printer.emplace(command);
+    ASSERT_TRUE(says(*printer, "DEBUG: listening\n")) << printer->errors();
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+    std::vector<std::string> expected;
+    variables["DEVICE_URI"] = "test://printer";
+    for (const auto &[name, value] : variables) {
+        expected.push_back(name + "=" + value);
+    }
+    EXPECT_THAT(linesOf(readFile("/tmp/device/environment")), testing::UnorderedElementsAreArray(expected));
+}
+
 TEST_F(DeviceBackend, PassesTheMessagesOnLineByLine) {
     startBackend("chatty");
     startFilter();

@@ -54,6 +54,7 @@ TEST_P(DeviceScheduler, AJobReachesTheDevice) {
     const bool isRoot = GetParam() == PrivateScheduler::rootsBackend && geteuid() == 0;
     EXPECT_THAT(test::readFile("/tmp/device/start"),
                 HasSubstr("\ntest:\nside channel: open\nuser: " + std::string(isRoot ? "root" : "other")));
+    EXPECT_EQ(test::readFile("/tmp/device/descriptors"), "0 1 2 3 4 ");
     EXPECT_THAT(scheduler->queueStatus().reasons, ElementsAre("none"));
     EXPECT_THAT(scheduler->queueStatus().markers,
                 ElementsAre("Black toner", "Cyan toner", "Magenta toner", "Yellow toner"));
