@@ -2,6 +2,7 @@
 
 #include "backend/DeviceMessage.h"
 #include "backend/JobEnd.h"
+#include "backend/ProgramSafety.h"
 #include "backend/TonerLevels.h"
 #include "ipc/ChannelVocabulary.h"
 #include "platform/EndSignals.h"
@@ -48,9 +49,9 @@ int BackendJob::run() {
     if (const auto status = claimDevice()) {
         return *status;
     }
-    if (!startDevice()) {
+    if (const auto status = startDevice()) {
         channelEnd.sayGoodbye();
-        return platform::backendStop; // every job of the queue would meet the same
+        return *status;
     }
     lastHeard = steady_clock::now();
     channelEnd.post(channel::backendAlive);
@@ -98,8 +99,13 @@ std::optional<int> BackendJob::claimDevice() {
 }
 
 /// The same arguments as ours, but for the name, which the scheduler makes of the device URI.
-bool BackendJob::startDevice() {
+/// Returns the exit status where that has failed.
+std::optional<int> BackendJob::startDevice() {
     const std::string program = settings.serverBin + "/backend/" + settings.device.scheme;
+    if (const auto path = insecurePathOf(program)) {
+        tell(refusalOfInsecure(*path) + " Then release the job.");
+        return platform::backendHold; // the scheduler keeps a job and goes on with the queue in this case
+    }
     std::vector<std::string> arguments = settings.arguments;
     arguments.front() = withoutCredentials(settings.device.device);
     const int error = device.start({program, arguments, settings.device.device});
@@ -112,7 +118,8 @@ bool BackendJob::startDevice() {
     } else if (error != 0) {
         tell("ERROR: Cannot start \"" + program + "\": " + std::strerror(error));
     }
-    return error == 0;
+    // Every job of the queue would meet the same.
+    return error == 0 ? std::nullopt : std::optional<int>(platform::backendStop);
 }
 
 void BackendJob::turn() {

@@ -41,7 +41,7 @@ class BackendJob {
 
   private:
     [[nodiscard]] std::optional<int> claimDevice();
-    [[nodiscard]] bool startDevice();
+    [[nodiscard]] std::optional<int> startDevice();
     void turn();
     void take(const platform::Notification &notification);
     void takeBlock();

@@ -3,6 +3,7 @@
 #include "backend/DeviceLine.h"
 #include "backend/DeviceUri.h"
 #include "backend/LineSplitter.h"
+#include "backend/ProgramSafety.h"
 #include "backend/Spawn.h"
 #include "platform/EndSignals.h"
 
@@ -17,6 +18,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <iostream>
 #include <memory>
 #include <span>
 #include <thread>
@@ -107,7 +109,12 @@ void discoverDevices(const std::string &serverBin) {
     std::vector<std::unique_ptr<Finder>> running;
     running.reserve(finders.size());
     for (const char *name : finders) {
-        running.push_back(std::make_unique<Finder>(serverBin + "/backend/" + name));
+        const std::string program = serverBin + "/backend/" + name;
+        if (const auto path = insecurePathOf(program)) {
+            std::cerr << refusalOfInsecure(*path) + "\n";
+        } else {
+            running.push_back(std::make_unique<Finder>(program));
+        }
     }
     const auto end = steady_clock::now() + timeLimit;
     while (!running.empty() && !endWanted() && steady_clock::now() < end) {

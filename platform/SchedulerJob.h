@@ -16,6 +16,7 @@ namespace veltrin::platform {
 enum BackendStatus : int {
     backendOk = 0,
     backendFailed = 1,       ///< what the queue's error policy says
+    backendHold = 3,         ///< keeps the job until somebody releases it
     backendStop = 4,         ///< stops the queue
     backendCancel = 5,       ///< drops the job
     backendRetryCurrent = 7, ///< tries the job again at once, and as often as it takes

@@ -11,8 +11,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -488,7 +491,9 @@ TEST_F(DeviceBackend, DoesNotWaitForADeviceThatItHasNothingFor) {
 }
 
 TEST_F(DeviceBackend, StopsAQueueThatHasNoSuchDevice) {
-    test::writeFile(std::string(serverBin) + "/backend/forbidden", "#!/bin/sh\n");
+    const std::string forbidden = std::string(serverBin) + "/backend/forbidden";
+    test::writeFile(forbidden, "#!/bin/sh\n");
+    std::filesystem::permissions(forbidden, std::filesystem::perms(0644));
     const std::vector<std::pair<std::string, std::string>> table = {
         {"veltrin:nonsense://x", "There is no backend \"/tmp/lib/backend/nonsense\". "},
         {"veltrin:forbidden://x", "Only root may start \"/tmp/lib/backend/forbidden\". Give the backend "
@@ -500,6 +505,30 @@ TEST_F(DeviceBackend, StopsAQueueThatHasNoSuchDevice) {
         const ProcessResult result = test::run(backendCommand());
         EXPECT_EQ(result.exitStatus, 4) << deviceUri;
         EXPECT_THAT(result.errors, HasSubstr("ERROR: " + message));
+    }
+}
+
+TEST_F(DeviceBackend, StartsNothingAsRootThatOthersCanChange) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root has anything to fear";
+    }
+    namespace fs = std::filesystem;
+    const fs::path program = std::string(serverBin) + "/backend/test";
+    const std::vector<std::pair<fs::path, std::function<void(const fs::path &)>>> table = {
+        {program, [](const fs::path &path) { fs::permissions(path, fs::perms(0775)); }},
+        {program, [](const fs::path &path) { EXPECT_EQ(chown(path.c_str(), 1, 0), 0); }},
+        {program.parent_path(), [](const fs::path &path) { fs::permissions(path, fs::perms(0777)); }},
+    };
+    for (const auto &[path, spoil] : table) {
+        spoil(path);
+        const ProcessResult result = test::run(backendCommand("//x"));
+        EXPECT_EQ(result.exitStatus, platform::backendHold) << path;
+        EXPECT_THAT(result.errors, HasSubstr("ERROR: \"" + path.string() + "\" has insecure permissions, "));
+        EXPECT_THAT(result.errors, HasSubstr("\"chown root " + path.string() + "\" and \"chmod u-s,go-w " +
+                                             path.string() + "\". Then release the job.\n"));
+        EXPECT_FALSE(fs::exists("/tmp/device/start"));
+        fs::permissions(path, fs::perms(0755));
+        EXPECT_EQ(chown(path.c_str(), 0, 0), 0);
     }
 }
 

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -91,6 +93,21 @@ TEST_F(DeviceDiscovery, EndsByItselfBeforeCupsWaitsNoMore) {
     const ProcessResult result = test::run(discovery(), std::chrono::seconds(15));
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(result.output, offered);
+}
+
+TEST_F(DeviceDiscovery, RunsNothingAsRootThatOthersCanChange) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root has anything to fear";
+    }
+    installFinder("usb", "", "touch /tmp/device/run");
+    installFinder("snmp", found);
+    std::filesystem::permissions(std::string(serverBin) + "/backend/usb", std::filesystem::perms(0757));
+    const ProcessResult result = test::run(discovery());
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.output, offered);
+    EXPECT_THAT(result.errors,
+                testing::StartsWith("ERROR: \"/tmp/lib/backend/usb\" has insecure permissions"));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/device/run"));
 }
 
 } // namespace

@@ -147,8 +147,8 @@ PrivateScheduler::~PrivateScheduler() {
     fs::remove_all(root);
 }
 
-void PrivateScheduler::installBackend(const std::string &name, const std::string &program) const {
-    copyAsInstalled(program, fs::path(root + "/lib/backend") / name, fs::perms(ordinaryBackend));
+void PrivateScheduler::installBackend(const std::string &name, const std::string &program, int mode) const {
+    copyAsInstalled(program, fs::path(root + "/lib/backend") / name, fs::perms(static_cast<unsigned>(mode)));
 }
 
 void PrivateScheduler::addQueue(const std::string &name, const std::string &deviceUri) {

@@ -36,7 +36,8 @@ class PrivateScheduler {
     ~PrivateScheduler();
 
     /// Adds a backend to those that an installation has.
-    void installBackend(const std::string &name, const std::string &program) const;
+    void installBackend(const std::string &name, const std::string &program,
+                        int mode = ordinaryBackend) const;
 
     void addQueue(const std::string &name, const std::string &deviceUri);
 

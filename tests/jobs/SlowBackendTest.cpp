@@ -1,5 +1,5 @@
 // What takes half a minute and more: the second of two queues at one printer gives up, and tries again; a
-// device's backend takes nothing and will not end.
+// device's backend takes nothing and will not end, or is not started at all.
 
 #include "tests/jobs/BackendFixture.h"
 #include "tests/jobs/DeviceFixture.h"
@@ -10,6 +10,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -29,6 +31,7 @@ using test::forLp;
 using test::PrivateScheduler;
 using test::ProcessResult;
 using test::readFile;
+using testing::HasSubstr;
 
 using SlowBackendTest = test::BackendFixture;
 
@@ -85,7 +88,22 @@ TEST_F(SlowDeviceBackendTest, ACancelledJobIsNotKeptByADeviceThatTakesNothing) {
     EXPECT_EQ(finishFilter().exitStatus, 1);
     const ProcessResult result = finishBackend();
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_THAT(result.errors, testing::Not(testing::HasSubstr("ERROR: ")));
+    EXPECT_THAT(result.errors, testing::Not(HasSubstr("ERROR: ")));
+    EXPECT_EQ(printedByDevice(), "");
+}
+
+// ---- A device's backend that root may not start
+
+TEST_F(SlowDeviceBackendTest, AJobIsKeptWhereRootWouldStartWhatOthersCanChange) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root has anything to fear";
+    }
+    PrivateScheduler scheduler("veltrin:test:", PrivateScheduler::rootsBackend);
+    scheduler.installBackend("test", test::hostPath(DEVICE_BACKEND), 0777);
+    const int job = scheduler.submit(makeStream(document()), forLp({"media=A4"}));
+    scheduler.expectState(job, IPP_JSTATE_HELD, patience); // when its filter has given up
+    scheduler.expectIdleQueue();
+    EXPECT_THAT(scheduler.log(), HasSubstr("has insecure permissions, so that root starts nothing there."));
     EXPECT_EQ(printedByDevice(), "");
 }
 
