@@ -161,8 +161,8 @@ void BackendJob::takeMessage(const std::string &line) {
     if (const auto isConnecting = connectingIn(line)) {
         desk.setConnecting(*isConnecting);
     }
-    if (!isAboutMarkers(line)) {
-        lines.add(line);
+    if (const auto message = passedOn(line)) {
+        lines.add(*message);
     }
 }
 

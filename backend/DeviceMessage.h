@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 // What the messages of CUPS's backends say that concerns the job.
@@ -15,7 +16,11 @@ namespace veltrin::backend {
 /// nothing where it does not say.
 [[nodiscard]] std::optional<bool> connectingIn(std::string_view line);
 
-/// Whether the line tells of toner, which the status records are the authority for.
-[[nodiscard]] bool isAboutMarkers(std::string_view line);
+/// The line as it goes on to the scheduler; nothing where nothing is left of it.
+///
+/// How paper, covers, toner and the like are is told of from the status records alone: of two sources one
+/// would take away what the other has said. What the backend says of itself, the connection and the job goes
+/// on.
+[[nodiscard]] std::optional<std::string> passedOn(std::string_view line);
 
 } // namespace veltrin::backend

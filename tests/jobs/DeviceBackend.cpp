@@ -126,7 +126,8 @@ int main(int argc, char **argv) {
         say(STDERR_FILENO, "STATE: +connecting-to-dev");
         usleep(20'000);
         say(STDERR_FILENO,
-            "ice\nINFO: Connected.\nPAGE: 1 1\nATTR: marker-levels=1,2,3\nATTR: a=b\nDEBUG: and the rest");
+            "ice\nINFO: Connected.\nPAGE: 1 1\nATTR: marker-levels=1,2,3\nATTR: a=b\n"
+            "STATE: +media-empty-warning,cups-waiting-for-job-completed\nSTATE: -toner-low-report\nDEBUG: and the rest");
     }
     bool isConnecting = words.contains("connecting");
     if (isConnecting) {

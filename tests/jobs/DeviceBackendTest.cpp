@@ -150,6 +150,9 @@ TEST_F(DeviceBackend, PassesTheMessagesOnLineByLine) {
     EXPECT_THAT(lines, Contains("ATTR: a=b"));
     EXPECT_THAT(lines, Contains("ATTR: marker-levels=80,80,80,80"));
     EXPECT_THAT(lines, Not(Contains("ATTR: marker-levels=1,2,3"))) << "the record says it";
+    EXPECT_THAT(lines, Contains("STATE: +cups-waiting-for-job-completed"));
+    EXPECT_THAT(lines, Not(Contains(HasSubstr("media-empty-warning")))) << "likewise";
+    EXPECT_THAT(lines, Not(Contains("STATE: -toner-low-report")));
     EXPECT_EQ(lines.back(), "DEBUG: and the rest");
 }
 
