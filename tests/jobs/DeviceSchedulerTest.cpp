@@ -12,8 +12,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace veltrin {
 namespace {
@@ -66,6 +68,23 @@ INSTANTIATE_TEST_SUITE_P(Modes, DeviceScheduler,
                          [](const auto &mode) {
                              return mode.param == PrivateScheduler::rootsBackend ? "RootsAlone" : "Ordinary";
                          });
+
+TEST_F(DeviceScheduler, TheDocumentsOfAJobReachTheDeviceInTheirOrder) {
+    start("");
+    std::vector<std::string> streams;
+    std::string expected;
+    for (const std::uint64_t seed : {1U, 2U}) {
+        StreamOptions options = document();
+        options.seed = seed;
+        streams.push_back(makeStream(options));
+        expected += resetRecord() + streams.back().substr(36);
+    }
+    const int job = scheduler->submitAll(streams, forLp({"media=A4"}));
+    scheduler->expectState(job, IPP_JSTATE_COMPLETED);
+    scheduler->expectIdleQueue();
+    EXPECT_THAT(Bytes(printedByDevice()), BytesAre(expected)) << scheduler->log();
+    EXPECT_EQ(scheduler->startsOfBackend(job), 1U) << "one backend for both";
+}
 
 TEST_F(DeviceScheduler, TheQueueShowsPaperAndCoverAndIsCancelledInOrder) {
     setRecord([](ReverseRecord &record) {

@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <regex>
 #include <system_error>
 #include <utility>
@@ -267,6 +268,13 @@ void PrivateScheduler::expectIdleQueue(const std::string &name) {
     EXPECT_TRUE(waitUntil([&] { return queueStatus(name).state == IPP_PSTATE_IDLE; }))
         << "the queue is " << ippEnumString("printer-state", queueStatus(name).state) << ". "
         << quotedForLog(log());
+}
+
+std::size_t PrivateScheduler::startsOfBackend(int job) const {
+    const std::string text = log();
+    const std::regex start("\\[Job " + std::to_string(job) + "\\] Started backend");
+    return static_cast<std::size_t>(
+        std::distance(std::sregex_iterator(text.begin(), text.end(), start), std::sregex_iterator()));
 }
 
 std::string PrivateScheduler::log() const {

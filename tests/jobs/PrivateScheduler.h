@@ -5,6 +5,7 @@
 #include <cups/cups.h>
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -88,6 +89,9 @@ class PrivateScheduler {
 
     /// Waits until the queue is ready for the next job, likewise.
     void expectIdleQueue(const std::string &name = queue);
+
+    /// How often the scheduler has started the backend for a job.
+    [[nodiscard]] std::size_t startsOfBackend(int job) const;
 
     /// What the scheduler has logged so far.
     [[nodiscard]] std::string log() const;

@@ -16,8 +16,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
-#include <iterator>
-#include <regex>
 #include <string>
 
 namespace veltrin {
@@ -38,14 +36,6 @@ using SlowBackendTest = test::BackendFixture;
 /// Longer than a filter waits for a backend.
 constexpr auto patience = 60s;
 
-/// How often the scheduler has started the backend for a job.
-std::size_t startsOfBackend(const PrivateScheduler &scheduler, int job) {
-    const std::string log = scheduler.log();
-    const std::regex start("\\[Job " + std::to_string(job) + "\\] Started backend");
-    return static_cast<std::size_t>(
-        std::distance(std::sregex_iterator(log.begin(), log.end(), start), std::sregex_iterator()));
-}
-
 TEST_F(SlowBackendTest, AJobThatHasWaitedInVainIsTriedAgainUntilThePrinterIsFree) {
     const std::string uri = uriOf(coverOpen());
     PrivateScheduler scheduler(uri);
@@ -57,8 +47,7 @@ TEST_F(SlowBackendTest, AJobThatHasWaitedInVainIsTriedAgainUntilThePrinterIsFree
     const int second = scheduler.submit(stream, forLp({"media=A4"}), secondQueue);
     // Twice in vain is more than this scheduler would try again after a pause.
     for (std::size_t start = 1; start <= 3; ++start) {
-        ASSERT_TRUE(
-            scheduler.waitUntil([&] { return startsOfBackend(scheduler, second) == start; }, patience))
+        ASSERT_TRUE(scheduler.waitUntil([&] { return scheduler.startsOfBackend(second) == start; }, patience))
             << scheduler.log();
         EXPECT_TRUE(scheduler.waitUntil([&] {
             return scheduler.queueStatus(secondQueue).message == waiting;
@@ -68,7 +57,7 @@ TEST_F(SlowBackendTest, AJobThatHasWaitedInVainIsTriedAgainUntilThePrinterIsFree
 
     scheduler.cancel(first);
     scheduler.expectState(second, IPP_JSTATE_COMPLETED);
-    EXPECT_EQ(startsOfBackend(scheduler, second), 3U);
+    EXPECT_EQ(scheduler.startsOfBackend(second), 3U);
     EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(printedFrom(scheduler, {"media=A4"}, stream)))
         << scheduler.log();
     scheduler.expectIdleQueue(secondQueue);
