@@ -922,26 +922,28 @@ TEST_F(RenderingJob, ItsRendererHoldsNothingOfTheFiltersOpen) {
     expectFailedAndGone(job, renderer);
 }
 
-TEST_F(RenderingJob, EndsOnSIGTERMWhileItWaitsForRaster) {
-    Process job(jobThatIsFed());
-    feedHalf(job);
-    const pid_t renderer = rendererOf(job);
+class JobWaitingForRaster : public RenderingJob {
+  protected:
+    JobWaitingForRaster() {
+        feedHalf(job);
+        renderer = rendererOf(job);
+    }
+
+    Process job{jobThatIsFed()};
+    pid_t renderer = -1;
+};
+
+TEST_F(JobWaitingForRaster, EndsOnSIGTERM) {
     kill(-job.id(), SIGTERM);
     expectFailedAndGone(job, renderer); // though the input is still open
 }
 
-TEST_F(RenderingJob, EndsOnSIGTERMOfItsRendererWhileItWaitsForRaster) {
-    Process job(jobThatIsFed());
-    feedHalf(job);
-    const pid_t renderer = rendererOf(job);
+TEST_F(JobWaitingForRaster, EndsOnSIGTERMOfItsRenderer) {
     kill(renderer, SIGTERM);
     expectFailedAndGone(job, renderer);
 }
 
-TEST_F(RenderingJob, EndsOnSIGTERMOfItsFilterWhileItWaitsForRaster) {
-    Process job(jobThatIsFed());
-    feedHalf(job);
-    const pid_t renderer = rendererOf(job);
+TEST_F(JobWaitingForRaster, EndsOnSIGTERMOfItsFilter) {
     job.send(SIGTERM);
     // A scheduler that does not run as root signals each process alone: the document's end comes with that
     // of the program in front.
@@ -949,20 +951,14 @@ TEST_F(RenderingJob, EndsOnSIGTERMOfItsFilterWhileItWaitsForRaster) {
     expectFailedAndGone(job, renderer);
 }
 
-TEST_F(RenderingJob, EndsWithItsFilterThoughItWaitsForRaster) {
-    Process job(jobThatIsFed());
-    feedHalf(job);
-    const pid_t renderer = rendererOf(job);
+TEST_F(JobWaitingForRaster, EndsWithItsFilter) {
     job.send(SIGKILL);
     EXPECT_TRUE(hasGone(renderer)); // though the input is still open
     job.closeInput();
     job.finish();
 }
 
-TEST_F(RenderingJob, EndsWithItsRendererThatWasKilledWithoutAWord) {
-    Process job(jobThatIsFed());
-    feedHalf(job);
-    const pid_t renderer = rendererOf(job);
+TEST_F(JobWaitingForRaster, EndsWithItsRendererThatWasKilledWithoutAWord) {
     kill(renderer, SIGKILL);
     expectFailedAndGone(job, renderer);
 }
