@@ -1,6 +1,5 @@
 // The backend for devices at the other end of the channel from the filter.
 
-#include "driver/stream/PageStream.h"
 #include "platform/SchedulerJob.h"
 #include "platform/linux/NotificationPath.h"
 #include "tests/jobs/DeviceFixture.h"
@@ -26,7 +25,6 @@ namespace {
 using test::BusClient;
 using test::Bytes;
 using test::BytesAre;
-using test::JobOptions;
 using test::linesOf;
 using test::printed;
 using test::ProcessResult;
@@ -61,17 +59,9 @@ TEST_F(DeviceBackend, StartsCupssBackendAndHandsItTheJob) {
 class DeviceBackendWithBlocks : public DeviceBackend, public testing::WithParamInterface<std::uint32_t> {};
 
 TEST_P(DeviceBackendWithBlocks, TakesATwoSidedJobOfLargeBlocks) {
-    StreamOptions options;
-    options.pages = 4;
-    options.bandsPerPage = 1;
-    options.planeSizes = {GetParam(), 0, 0, 0};
     startBackend();
-    startFilter(
-        {.stream = makeStream(options), .options = JobOptions{.duplexing = 2, .sidesImaged = 4}.argument()});
-    EXPECT_EQ(finishFilter().exitStatus, 0);
-    EXPECT_EQ(finishBackend().exitStatus, 0);
-    EXPECT_THAT(Bytes(printedByDevice()),
-                BytesAre(resetRecord() + printed(options, jobSettingDuplex, "2(12) 1(4) 4(12) 3(4)")));
+    const std::string expected = printTwoSidedJob(GetParam());
+    EXPECT_THAT(Bytes(printedByDevice()), BytesAre(expected));
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, DeviceBackendWithBlocks, testing::Values(65'535, 65'536, 300'000),

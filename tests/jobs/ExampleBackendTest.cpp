@@ -1,4 +1,3 @@
-#include "driver/stream/PageStream.h"
 #include "platform/linux/NotificationPath.h"
 #include "tests/jobs/PrinterFixture.h"
 #include "tests/support/BusClient.h"
@@ -29,7 +28,6 @@ using test::BusClient;
 using test::Bytes;
 using test::BytesAre;
 using test::cancelRecord;
-using test::JobOptions;
 using test::notificationArguments;
 using test::printed;
 using test::ProcessResult;
@@ -72,17 +70,9 @@ TEST_F(ExampleBackend, TakesAOneSidedJob) {
 class ExampleBackendWithBlocks : public ExampleBackend, public testing::WithParamInterface<std::uint32_t> {};
 
 TEST_P(ExampleBackendWithBlocks, TakesATwoSidedJobOfLargeBlocks) {
-    StreamOptions options;
-    options.pages = 4;
-    options.bandsPerPage = 1;
-    options.planeSizes = {GetParam(), 0, 0, 0};
     startBackend();
-    startFilter(
-        {.stream = makeStream(options), .options = JobOptions{.duplexing = 2, .sidesImaged = 4}.argument()});
-    EXPECT_EQ(finishFilter().exitStatus, 0);
-    EXPECT_EQ(finishBackend().exitStatus, 0);
-    EXPECT_THAT(Bytes(readFile(outputFile)),
-                BytesAre(resetRecord() + printed(options, jobSettingDuplex, "2(12) 1(4) 4(12) 3(4)")));
+    const std::string expected = printTwoSidedJob(GetParam());
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(expected));
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, ExampleBackendWithBlocks, testing::Values(65'535, 65'536, 300'000),

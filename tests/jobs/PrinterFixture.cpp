@@ -1,5 +1,6 @@
 #include "tests/jobs/PrinterFixture.h"
 
+#include "driver/stream/PageStream.h"
 #include "tests/support/Files.h"
 
 #include <algorithm>
@@ -87,6 +88,18 @@ ProcessResult PrinterFixture::finishBackend() {
     EXPECT_FALSE(result.timedOut) << result.errors;
     EXPECT_EQ(result.output, "");
     return result;
+}
+
+std::string PrinterFixture::printTwoSidedJob(std::uint32_t blockSize) {
+    StreamOptions stream;
+    stream.pages = 4;
+    stream.bandsPerPage = 1;
+    stream.planeSizes = {blockSize, 0, 0, 0};
+    startFilter(
+        {.stream = makeStream(stream), .options = JobOptions{.duplexing = 2, .sidesImaged = 4}.argument()});
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+    return resetRecord() + printed(stream, jobSettingDuplex, "2(12) 1(4) 4(12) 3(4)");
 }
 
 void PrinterFixture::expectSecondToWait(const Command &second) {

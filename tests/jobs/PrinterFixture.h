@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -49,6 +50,10 @@ class PrinterFixture : public JobFixture {
     /// The end of a backend that is there in the printer's stead: standard input ends with the last filter of
     /// a job.
     ProcessResult finishBackend();
+
+    /// Prints four pages on both sides, of blocks of this size, through a backend that is there. Returns what
+    /// the device ought to have got.
+    std::string printTwoSidedJob(std::uint32_t blockSize);
 
     /// A second backend, of another job at the device of the one that is there, waits for its end, and then
     /// takes a job of its own.
