@@ -12,6 +12,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -146,6 +147,20 @@ TEST_F(DeviceBackend, PassesTheMessagesOnLineByLine) {
     EXPECT_EQ(lines.back(), "DEBUG: and the rest");
 }
 
+TEST_F(DeviceBackend, HearsWhatTheDeviceSaysLast) {
+    test::writeFile("/tmp/device/last words", "INFO: Printed.\nDEBUG: and the rest");
+    setRecord([](ReverseRecord &record) { record.bPrinterStatus = 33; });
+    std::filesystem::rename("/tmp/device/record", "/tmp/device/last record");
+    setRecord();
+    startBackend();
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    const std::vector<std::string> lines = linesOf(finishBackend().errors);
+    EXPECT_THAT(lines, Contains("STATE: +cover-open-error"));
+    EXPECT_THAT(lines, Contains("INFO: Printed."));
+    EXPECT_EQ(lines.back(), "DEBUG: and the rest");
+}
+
 // ---- Status
 
 TEST_F(DeviceBackend, FindsTheRecordsAmongWhatElseTheDeviceSays) {
@@ -175,7 +190,14 @@ TEST_F(DeviceBackend, TellsTheSchedulerOfPaperCoverAndToner) {
     filter->write(makeStream(StreamOptions()));
     filter->closeInput();
     EXPECT_EQ(finishFilter().exitStatus, 0);
-    EXPECT_EQ(finishBackend().exitStatus, 0);
+    const ProcessResult result = finishBackend();
+    EXPECT_EQ(result.exitStatus, 0);
+    const auto timesOf = [lines = linesOf(result.errors)](const std::string &beginning) {
+        return std::count_if(lines.begin(), lines.end(),
+                             [&beginning](const std::string &line) { return line.starts_with(beginning); });
+    };
+    EXPECT_EQ(timesOf("ATTR: marker-names="), 1);
+    EXPECT_EQ(timesOf("ATTR: marker-levels="), 3) << "when they change";
 }
 
 TEST_F(DeviceBackend, AnswersNothingWhereTheDeviceSaysNothing) {
@@ -302,20 +324,96 @@ TEST_F(DeviceBackendByHand, SaysHowADeviceIsThatTakesNothing) {
     printer->send(SIGKILL);
 }
 
-TEST_F(DeviceBackendByHand, FailsTheBlocksThatADeadDeviceDidNotTake) {
-    startBackendFor("stuck/exit=6");
+class DeviceBackendThatDies : public DeviceBackendByHand, public testing::WithParamInterface<const char *> {};
+
+TEST_P(DeviceBackendThatDies, FailsTheBlocksThatItDidNotTake) {
+    startBackendFor(GetParam());
     for (int blocks = 0; blocks < 4; ++blocks) {
         send(std::string(60'000, 'x'));
     }
     call("fronted-alive"); // is answered, so that all before it has come
     ASSERT_TRUE(awaitReceived(2));
     test::writeFile(goFile, "");
-    ASSERT_TRUE(awaitReplies(5));
     ASSERT_TRUE(awaitReceived(3));
     EXPECT_EQ(lastObject(), "backend-byebye");
+    ASSERT_EQ(host->replies.size(), 5U) << "they come before the goodbye";
     EXPECT_EQ(host->replies.front(), "");
     EXPECT_EQ(host->replies.back(), SD_BUS_ERROR_FAILED);
     EXPECT_EQ(finishBackend().exitStatus, 6);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, DeviceBackendThatDies, testing::Values("stuck/exit=6", "stuck/heir"),
+                         [](const auto &device) { return device.index == 0 ? "Alone" : "WithAnHeir"; });
+
+TEST_F(DeviceBackendByHand, AnswersWithWhatADeviceSaysAfterItHasTakenEverything) {
+    startBackendFor("stuck");
+    send(resetRecord() + std::string(60'000, 'x')); // a pipe takes no more
+    ASSERT_TRUE(awaitReplies(1));
+    send(std::string(60'000, 'x'));
+    call("readPipe");
+    setRecord([](ReverseRecord &record) { record.TonerKStatus = 79; });
+    ASSERT_TRUE(says(*printer, "ATTR: marker-levels=79,")) << printer->errors();
+    call("fronted-alive");
+    ASSERT_TRUE(awaitReceived(2));
+    EXPECT_EQ(lastObject(), "backend-alive") << "no answer yet";
+    test::writeFile(goFile, "");
+    ASSERT_TRUE(awaitReceived(3));
+    EXPECT_EQ(lastObject(), "readPipe");
+    call("frontend-byebye");
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+}
+
+TEST_F(DeviceBackendByHand, ForgetsTheRequestOfAFilterThatHasGone) {
+    startBackendFor("");
+    call("readPipe");
+    call("frontend-byebye");
+    send(resetRecord()); // from now on the device speaks
+    ASSERT_TRUE(says(*printer, "ATTR: marker-levels=")) << printer->errors();
+    call("fronted-alive");
+    ASSERT_TRUE(awaitReceived(2));
+    EXPECT_EQ(lastObject(), "backend-alive") << "not an answer";
+    call("frontend-byebye");
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+}
+
+TEST_F(DeviceBackendByHand, HandsOnTheLastBlocksThoughTheJobIsOver) {
+    const std::string block(60'000, 'x');
+    startBackendFor("stuck");
+    for (int blocks = 0; blocks < 4; ++blocks) {
+        send(block);
+    }
+    call("frontend-byebye");
+    ASSERT_TRUE(awaitReplies(2)); // to the first block and the goodbye
+    printer->closeInput();
+    // What the device says is looked at after the end of standard input.
+    setRecord([](ReverseRecord &record) { record.TonerKStatus = 79; });
+    ASSERT_TRUE(says(*printer, "ATTR: marker-levels=79,")) << printer->errors();
+    test::writeFile(goFile, "");
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+    EXPECT_EQ(printedByDevice().size(), 4 * block.size());
+}
+
+/// The filter's end closes standard input, and its goodbye is still on the way.
+TEST_F(DeviceBackendByHand, WaitsForTheGoodbyeOfAFilterThatWasThereForLong) {
+    startBackendFor("connecting");
+    call("readPipe");
+    ASSERT_TRUE(awaitReceived(2)); // after as long as the channel may be silent
+    test::writeFile(goFile, "");
+    send(resetRecord());
+    ASSERT_TRUE(says(*printer, "ATTR: marker-levels=80,")) << printer->errors();
+    printer->closeInput();
+    setRecord([](ReverseRecord &record) { record.TonerKStatus = 79; });
+    ASSERT_TRUE(says(*printer, "ATTR: marker-levels=79,")) << printer->errors();
+    call("frontend-byebye");
+    EXPECT_EQ(finishBackend().exitStatus, 0);
+}
+
+TEST_F(DeviceBackendByHand, SaysGoodbyeWhereTheDevicesBackendCannotBeStarted) {
+    uri = "veltrin:nonsense:";
+    host.emplace(uri + ".frontend");
+    EXPECT_EQ(test::run(backendCommand()).exitStatus, platform::backendStop);
+    ASSERT_TRUE(awaitReceived(1));
+    EXPECT_EQ(lastObject(), "backend-byebye");
 }
 
 TEST_F(DeviceBackendByHand, DropsWhatADeviceHasNotTakenWhenTheBusIsLost) {
@@ -457,6 +555,7 @@ TEST_F(DeviceBackend, DoesNotHearTheFilterOfAnotherJob) {
 TEST_F(DeviceBackend, TakesNoPageDataBesideTheChannel) {
     startBackend();
     printer->write("%!PS");
+    EXPECT_TRUE(printer->waitUntil([this] { return printer->hasEnded(); })) << "before the document does";
     const ProcessResult result = finishBackend();
     EXPECT_EQ(result.exitStatus, 5);
     EXPECT_THAT(result.errors, HasSubstr("ERROR: The document has not come through Veltrin's filter. "));
@@ -481,6 +580,13 @@ TEST_F(DeviceBackend, DoesNotWaitForADeviceThatItHasNothingFor) {
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_THAT(result.errors, HasSubstr("ERROR: No filter has come to print."));
     EXPECT_THAT(result.errors, Not(HasSubstr("signal")));
+}
+
+TEST_F(DeviceBackend, LetsADeviceFinishThatConnectsAnewForTheRest) {
+    startBackend("anew");
+    startFilter();
+    EXPECT_EQ(finishFilter().exitStatus, 0);
+    EXPECT_EQ(finishBackend().exitStatus, 0);
 }
 
 TEST_F(DeviceBackend, StopsAQueueThatHasNoSuchDevice) {

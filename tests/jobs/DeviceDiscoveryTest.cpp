@@ -8,7 +8,9 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -48,7 +50,9 @@ DEBUG: nonsense
 network lpd://10.0.0.9/lp "Morvex LX 520N" "Morvex LX 520N 10.0.0.9" "MFG:Morvex;MDL:LX 520N;"
 network socket://10.0.0.8 "Morvex LX 520N" "without an ID"
 )");
-    const ProcessResult result = test::run(discovery());
+    // Before it would give up on those who still look.
+    const ProcessResult result = test::run(discovery(), std::chrono::seconds(8));
+    EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_THAT(
         test::linesOf(result.output),
@@ -74,6 +78,22 @@ TEST_F(DeviceDiscovery, OffersAtOnceWhatItFindsAndEndsWhenItIsToldTo) {
     ASSERT_TRUE(process.waitUntil([&] { return process.output() == offered; })) << process.output();
     process.send(SIGTERM);
     EXPECT_EQ(process.finish().exitStatus, 0);
+}
+
+TEST_F(DeviceDiscovery, OffersWhatStandsInALineWithoutAnEnd) {
+    installFinder("dnssd", "", "printf '%s' '" + std::string(found, std::strlen(found) - 1) + "'");
+    EXPECT_EQ(test::run(discovery()).output, offered);
+}
+
+TEST_F(DeviceDiscovery, AsksAFinderToEnd) {
+    installFinder("dnssd", "",
+                  "trap 'touch /tmp/device/asked; exit 0' TERM; touch /tmp/device/finder; "
+                  "while :; do sleep 0.05; done");
+    test::Process process(discovery());
+    ASSERT_TRUE(process.waitUntil([] { return std::filesystem::exists("/tmp/device/finder"); }));
+    process.send(SIGTERM);
+    EXPECT_EQ(process.finish().exitStatus, 0);
+    EXPECT_TRUE(std::filesystem::exists("/tmp/device/asked"));
 }
 
 TEST_F(DeviceDiscovery, EndsWithAFinderThatWillNot) {
