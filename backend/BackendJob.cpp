@@ -63,6 +63,7 @@ int BackendJob::run() {
         endJob();
         endLateDevice();
     }
+    endFilter();
     return finish();
 }
 
@@ -268,6 +269,27 @@ void BackendJob::endLateDevice() {
         endAsked = now;
     }
     device.send(*signal);
+}
+
+/// With the device the job is lost. But the filter tells people of a printer that it cannot reach until the
+/// job is cancelled, and the scheduler does nothing of what the queue's error policy says until the filter
+/// has ended. So the filter is asked to, and what it still says for its end is heard. One that does not end
+/// is the scheduler's to kill.
+void BackendJob::endFilter() {
+    const bool isLost = !isOver || isCutOff;
+    const auto filter = channelEnd.hostProcess();
+    if (!isLost || !isFilterThere || endWanted() || !filter || !platform::askPeerToEnd(*filter)) {
+        return;
+    }
+    tell("DEBUG: the device is gone, and so the filter is to end");
+    isCutOff = true;
+    device.closeInput();
+    blocks.drop();
+    desk.hurry();
+    while (isFilterThere) {
+        turn();
+        answerRequest();
+    }
 }
 
 int BackendJob::finish() {

@@ -52,6 +52,7 @@ class BackendJob {
     void answerRequest();
     void endJob();
     void endLateDevice();
+    void endFilter();
     [[nodiscard]] int finish();
     void tell(const std::string &line);
     void tellOfFailure(const JobEnding &ending);

@@ -47,6 +47,11 @@ class BackendEnd {
 
     [[nodiscard]] bool isConnected() const { return center && center->isConnected(); }
 
+    /// The process of the host that is there, where it is known.
+    [[nodiscard]] std::optional<pid_t> hostProcess() const {
+        return center ? center->peerProcess() : std::nullopt;
+    }
+
     /// Posts to the host, or to all while there is none. Returns whether that was possible.
     bool post(const std::string &object, std::optional<std::span<const std::byte>> data = std::nullopt);
 

@@ -96,6 +96,10 @@ class NotificationCenter {
     /// Whether the service is there. Once it is not, it never is again for this object.
     [[nodiscard]] virtual bool isConnected() const = 0;
 
+    /// The process of the peer that is there; nothing where there is none, the system does not tell, or the
+    /// program has not asked for processes (`NotificationCenterClient::objectionTo`).
+    [[nodiscard]] virtual std::optional<pid_t> peerProcess() const = 0;
+
     /// Posts a notification, with a block under "data" in its user info or without any user info. While the
     /// peer is slow to take earlier ones this waits, unless the job is cancelled. The block is not kept.
     ///

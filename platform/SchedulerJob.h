@@ -33,4 +33,8 @@ enum BackendStatus : int {
 /// nothing is, or where one of the two works for no job.
 [[nodiscard]] std::string objectionToPeer(pid_t process);
 
+/// Asks a process to end, as the scheduler does with those of a cancelled job. Returns whether it was asked:
+/// not where it works for another job than this process, or one of the two for none.
+[[nodiscard]] bool askPeerToEnd(pid_t process);
+
 } // namespace veltrin::platform

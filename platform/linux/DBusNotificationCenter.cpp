@@ -116,6 +116,10 @@ bool DBusNotificationCenter::claim(const std::string &name) {
     return isGranted;
 }
 
+std::optional<pid_t> DBusNotificationCenter::peerProcess() const {
+    return inbox.peer().isThere() ? senders.processOf(inbox.peer().name()) : std::nullopt;
+}
+
 // ---- Turns
 
 void DBusNotificationCenter::turn(std::chrono::microseconds length) {

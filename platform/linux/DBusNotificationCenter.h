@@ -50,6 +50,8 @@ class DBusNotificationCenter final : public NotificationCenter {
 
     [[nodiscard]] bool isConnected() const override { return !connection.isLost(); }
 
+    [[nodiscard]] std::optional<pid_t> peerProcess() const override;
+
     [[nodiscard]] bool post(const std::string &name, const std::string &object,
                             std::optional<std::span<const std::byte>> data) override;
     void turn(std::chrono::microseconds length) override;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <csignal>
 #include <fstream>
 #include <vector>
 
@@ -36,6 +37,11 @@ std::string objectionToPeer(pid_t process) {
         return "";
     }
     return "it works for job " + std::to_string(*peers) + ", not " + std::to_string(*own);
+}
+
+bool askPeerToEnd(pid_t process) {
+    const std::optional<unsigned> own = schedulerJob(getpid());
+    return own && schedulerJob(process) == own && kill(process, SIGTERM) == 0;
 }
 
 } // namespace veltrin::platform

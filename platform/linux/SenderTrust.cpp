@@ -26,7 +26,8 @@ SenderTrust::SenderTrust(Settings settings)
       whenGone(std::move(settings.whenGone)) {}
 
 SenderTrust::Verdict SenderTrust::inquire(const std::string &uniqueName) {
-    const auto [entry, isNew] = senders.try_emplace(uniqueName, Sender{*this, uniqueName, {}, {}, {}, {}});
+    const auto [entry, isNew] =
+        senders.try_emplace(uniqueName, Sender{*this, uniqueName, {}, {}, {}, {}, {}});
     if (isNew) {
         watch(entry->second);
     }
@@ -114,7 +115,8 @@ void SenderTrust::judgeProcess(Sender &sender, sd_bus_message *reply) {
     std::string objection;
     if (sd_bus_message_is_method_error(reply, nullptr) == 0 &&
         sd_bus_message_read(reply, "u", &process) > 0) {
-        objection = objectionTo(static_cast<pid_t>(process));
+        sender.process = static_cast<pid_t>(process);
+        objection = objectionTo(*sender.process);
     }
     if (objection.empty()) {
         sender.verdict = Verdict::accepted;
@@ -136,6 +138,12 @@ int SenderTrust::nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_
 SenderTrust::Verdict SenderTrust::verdictOn(const std::string &uniqueName) const {
     const auto known = senders.find(uniqueName);
     return known != senders.end() ? known->second.verdict : Verdict::refused;
+}
+
+std::optional<pid_t> SenderTrust::processOf(const std::string &uniqueName) const {
+    const auto known = senders.find(uniqueName);
+    return known != senders.end() && known->second.verdict == Verdict::accepted ? known->second.process
+                                                                                : std::nullopt;
 }
 
 std::string SenderTrust::refusalOf(const std::string &uniqueName) const {

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace veltrin::platform {
@@ -45,6 +46,9 @@ class SenderTrust {
     /// Nothing is expected any more of a sender that has left the bus: it is as one refused.
     [[nodiscard]] Verdict verdictOn(const std::string &uniqueName) const;
 
+    /// The process of a sender that has been accepted, where it was asked for and the bus can name it.
+    [[nodiscard]] std::optional<pid_t> processOf(const std::string &uniqueName) const;
+
     /// Why a sender is refused; empty where it has left the bus.
     [[nodiscard]] std::string refusalOf(const std::string &uniqueName) const;
 
@@ -59,6 +63,7 @@ class SenderTrust {
         BusSlot departure;   // the match for its leaving the bus
         BusSlot inquiry;     // the question for its user or its process
         std::string refusal; // why it is refused
+        std::optional<pid_t> process;
     };
 
     // Callbacks of the library. They only note what happened.

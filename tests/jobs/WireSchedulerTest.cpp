@@ -5,6 +5,7 @@
 #include "tests/jobs/Jobs.h"
 #include "tests/jobs/PrivateScheduler.h"
 #include "tests/support/BytesAre.h"
+#include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/Process.h"
@@ -65,11 +66,12 @@ class PrinterAtTheEndOfAWire : public test::JobFixture {
     /// Returns how each job ended for the printer.
     std::vector<std::string> switchOff() {
         printer->send(SIGTERM);
-        EXPECT_EQ(printer->finish().exitStatus, 0);
+        const test::ProcessResult result = printer->finish();
         std::vector<std::string> outcomes;
         for (const nlohmann::json &job : jobsIn(reportFile)) {
             outcomes.push_back(job["outcome"]);
         }
+        EXPECT_EQ(result.exitStatus, testing::Matches(Contains("broken"))(outcomes) ? 1 : 0);
         return outcomes;
     }
 
@@ -77,9 +79,10 @@ class PrinterAtTheEndOfAWire : public test::JobFixture {
         return "veltrin:socket://127.0.0.1:" + port + "/?snmp=false";
     }
 
-    void startScheduler() {
+    void startScheduler(const std::string &errorPolicy = "stop-printer") {
         scheduler.emplace(deviceUri());
         scheduler->installBackend("socket", test::hostPath(CUPS_SOCKET_BACKEND));
+        scheduler->administer({"-o", "printer-error-policy=" + errorPolicy});
     }
 
     int submit(const StreamOptions &stream = document(),
@@ -115,6 +118,19 @@ class PrinterAtTheEndOfAWire : public test::JobFixture {
         return R"("printer": {"pagesPerMinute": 6000, "memory": {"image": 1500000}},
                   "events": [{"afterPage": 1, "do": "cover-open")" +
                length + "}]";
+    }
+
+    /// More than the wire's own buffers take.
+    static StreamOptions longDocument() {
+        StreamOptions stream;
+        stream.pages = 20;
+        stream.planeSizes = {300'000, 0, 0, 0};
+        return stream;
+    }
+
+    /// A printer that is switched off when it has a page of its first job, and on again, or not.
+    static std::string switchedOff(const std::string &length) {
+        return std::string(ready) + R"(, "events": [{"afterPage": 1, "do": "vanish")" + length + "}]";
     }
 
     // As installed, where the users that the bus is for can be had.
@@ -181,6 +197,52 @@ TEST_F(PrinterAtTheEndOfAWire, IsWaitedForWhereItIsSwitchedOnLater) {
     EXPECT_THAT(switchOff(), ElementsAre("whole"));
     EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + makeStream(document()).substr(36)));
 }
+
+// ---- Switched off in mid-job
+
+TEST_F(PrinterAtTheEndOfAWire, GetsAJobAnewWhenItWasSwitchedOffInItsMidst) {
+    switchOn(switchedOff(R"(, "for": 0.2)"));
+    startScheduler("retry-current-job");
+    scheduler->expectState(submit(longDocument()), IPP_JSTATE_COMPLETED);
+    EXPECT_THAT(scheduler->queueStatus().reasons, ElementsAre("none"));
+    EXPECT_THAT(scheduler->temporaryFiles(), ElementsAre());
+    EXPECT_THAT(switchOff(), ElementsAre("broken", "whole")) << scheduler->log();
+    const std::string printed = readFile(outputFile);
+    const std::string whole = resetRecord() + makeStream(longDocument()).substr(36);
+    EXPECT_GT(printed.size(), whole.size());
+    EXPECT_TRUE(printed.ends_with(whole));
+}
+
+struct PolicyCase {
+    const char *name;
+    const char *policy;
+    ipp_jstate_t job;
+    ipp_pstate_t queue;
+};
+
+class PrinterThatIsSwitchedOff : public PrinterAtTheEndOfAWire,
+                                 public testing::WithParamInterface<PolicyCase> {};
+
+TEST_P(PrinterThatIsSwitchedOff, LeavesTheJobToTheErrorPolicy) {
+    switchOn(switchedOff(""));
+    startScheduler(GetParam().policy);
+    const int job = submit(longDocument());
+    const auto isOver = [&] {
+        const ipp_jstate_t state = scheduler->stateOf(job).value_or(IPP_JSTATE_PENDING);
+        return scheduler->log().find("stopped with status 1") != std::string::npos &&
+               state == GetParam().job && scheduler->queueStatus().state == GetParam().queue;
+    };
+    EXPECT_TRUE(scheduler->waitUntil(isOver)) << scheduler->log();
+    EXPECT_THAT(scheduler->runningFilters(), ElementsAre());
+    EXPECT_THAT(switchOff(), ElementsAre("broken"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Policies, PrinterThatIsSwitchedOff,
+    testing::Values(PolicyCase{"Abort", "abort-job", IPP_JSTATE_ABORTED, IPP_PSTATE_IDLE},
+                    PolicyCase{"Retry", "retry-job", IPP_JSTATE_HELD, IPP_PSTATE_IDLE},
+                    PolicyCase{"Stop", "stop-printer", IPP_JSTATE_PENDING, IPP_PSTATE_STOPPED}),
+    test::nameOfCase<PolicyCase>);
 
 TEST_F(PrinterAtTheEndOfAWire, TakesTheJobsOfTwoQueuesInTurn) {
     switchOn();

@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -45,6 +46,14 @@ TEST(SchedulerJob, IsNothingAgainstAProcessOfNoJob) {
     test::Process process({"/bin/sleep", {"sleep", "60", "0", "0", "0", "0"}});
     ASSERT_TRUE(process.waitUntil([&] { return schedulerJob(process.id()).has_value(); }));
     EXPECT_EQ(objectionToPeer(process.id()), "") << "this process has none";
+}
+
+TEST(SchedulerJob, IsNotEndedByAProcessOfNoJob) {
+    test::Process process({"/bin/sleep", {"sleep", "60", "0", "0", "0", "0"}});
+    ASSERT_TRUE(process.waitUntil([&] { return schedulerJob(process.id()).has_value(); }));
+    EXPECT_FALSE(askPeerToEnd(process.id())) << "this process has none";
+    process.send(SIGKILL);
+    EXPECT_EQ(process.finish().signal, SIGKILL);
 }
 
 } // namespace

@@ -141,6 +141,7 @@ TEST_F(SenderTrustTest, HearsNoProcessThatItsOwnerObjectsTo) {
     ASSERT_TRUE(runUntil([&] { return !reports.empty(); }, {turn}));
     EXPECT_THAT(reports, ElementsAre(testing::EndsWith(": it is another's")));
     EXPECT_THAT(received, IsEmpty());
+    EXPECT_EQ(backend->peerProcess(), std::nullopt);
 
     const auto own = makeFrontend();
     own->post("fronted-alive");
@@ -148,6 +149,11 @@ TEST_F(SenderTrustTest, HearsNoProcessThatItsOwnerObjectsTo) {
     EXPECT_THAT(received, ElementsAre("fronted-alive"));
     EXPECT_THAT(asked, ElementsAre(getpid(), getpid()));
     EXPECT_EQ(reports.size(), 1U);
+
+    EXPECT_EQ(backend->peerProcess(), getpid());
+    own->post("frontend-byebye");
+    ASSERT_TRUE(runUntil([&] { return received.size() == 2; }, {turn}));
+    EXPECT_EQ(backend->peerProcess(), std::nullopt) << "it has gone";
 }
 
 TEST_F(SenderTrustTest, AnAnnouncementOfAStrangerChangesNothingBeforeAPost) {

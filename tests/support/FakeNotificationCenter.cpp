@@ -38,6 +38,8 @@ class FakeNotificationCenter::Connection final : public platform::NotificationCe
 
     [[nodiscard]] bool isConnected() const override { return center.isConnected; }
 
+    [[nodiscard]] std::optional<pid_t> peerProcess() const override { return std::nullopt; }
+
     [[nodiscard]] bool post(const std::string &name, const std::string &object,
                             std::optional<std::span<const std::byte>> data) override {
         center.trace("post " + name + " " + object);
