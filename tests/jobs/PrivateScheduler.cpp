@@ -298,6 +298,20 @@ std::vector<std::string> PrivateScheduler::runningFilters() const {
     return running;
 }
 
+std::map<std::string, uid_t> PrivateScheduler::runningPrograms() const {
+    std::map<std::string, uid_t> running;
+    for (const std::string &process : namesIn("/proc")) {
+        std::error_code error; // as above
+        const std::string program = fs::read_symlink("/proc/" + process + "/exe", error);
+        struct stat status = {};
+        if ((program.starts_with(root + "/lib/filter/") || program.starts_with(root + "/lib/backend/")) &&
+            stat(("/proc/" + process).c_str(), &status) == 0) {
+            running.emplace(program.substr((root + "/lib/").size()), status.st_uid);
+        }
+    }
+    return running;
+}
+
 Command PrivateScheduler::filterByHand(const std::string &options, const std::string &stream) const {
     return {.program = root + "/lib/filter/" + filterName,
             .arguments = {queue, "1", "somebody", "a title", "1", options},

@@ -4,9 +4,12 @@
 
 #include <cups/cups.h>
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -101,6 +104,9 @@ class PrivateScheduler {
 
     /// The filter's and the renderer's names, for each process that runs one of them.
     [[nodiscard]] std::vector<std::string> runningFilters() const;
+
+    /// The user of each filter and backend that runs, by its place: "filter/veltrin".
+    [[nodiscard]] std::map<std::string, uid_t> runningPrograms() const;
 
     /// The program, the PPD and the environment with which the scheduler starts the filter of a queue that
     /// prints to a file, to start it by hand.

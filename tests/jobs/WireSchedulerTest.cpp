@@ -1,24 +1,22 @@
 // Everything between lp and the engine: a real scheduler, the filter, the channel, the backend for devices,
 // CUPS's own backend for the network, and the virtual printer at the end of the wire.
 
-#include "tests/jobs/JobFixture.h"
 #include "tests/jobs/Jobs.h"
 #include "tests/jobs/PrivateScheduler.h"
+#include "tests/jobs/WireSchedulerFixture.h"
 #include "tests/support/BytesAre.h"
 #include "tests/support/CaseName.h"
 #include "tests/support/Files.h"
-#include "tests/support/PrivateBus.h"
 #include "tests/support/Process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
+#include <pwd.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <filesystem>
-#include <optional>
+#include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -33,65 +31,16 @@ using test::forLp;
 using test::PrivateScheduler;
 using test::readFile;
 using test::resetRecord;
-using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Pair;
 
-class PrinterAtTheEndOfAWire : public test::JobFixture {
+class PrinterAtTheEndOfAWire : public test::WireSchedulerFixture {
   protected:
-    static constexpr const char *outputFile = "/tmp/printed";
-    static constexpr const char *reportFile = "/tmp/report.json";
-    static constexpr const char *ready = R"("printer": {"pagesPerMinute": 6000, "stackTurnedAfter": 1})";
     static constexpr const char *secondQueue = "Second_Queue";
 
-    /// A printer with these members in its scenario, at a free port or where it was before.
-    void switchOn(const std::string &members = ready) {
-        test::writeFile("/tmp/scenario.json", R"({"description": "x", )" + members + "}");
-        printer.emplace(
-            test::Command{test::hostPath(VELTRIN_PRINTER),
-                          {"veltrin-printer", "--listen=" + port, "--scenario=/tmp/scenario.json",
-                           std::string("--output=") + outputFile, std::string("--report=") + reportFile}});
-        const std::string listening = "listening on 127.0.0.1:";
-        ASSERT_TRUE(printer->waitUntil([&] {
-            const std::string &lines = printer->output();
-            const std::size_t at = lines.find(listening);
-            const std::size_t end = lines.find('\n', at);
-            if (at == std::string::npos || end == std::string::npos) {
-                return false;
-            }
-            port = lines.substr(at + listening.size(), end - at - listening.size());
-            return true;
-        })) << printer->errors();
-    }
-
-    /// Returns how each job ended for the printer.
-    std::vector<std::string> switchOff() {
-        printer->send(SIGTERM);
-        const test::ProcessResult result = printer->finish();
-        std::vector<std::string> outcomes;
-        for (const nlohmann::json &job : jobsIn(reportFile)) {
-            outcomes.push_back(job["outcome"]);
-        }
-        EXPECT_EQ(result.exitStatus, testing::Matches(Contains("broken"))(outcomes) ? 1 : 0);
-        return outcomes;
-    }
-
-    [[nodiscard]] std::string deviceUri() const {
-        return "veltrin:socket://127.0.0.1:" + port + "/?snmp=false";
-    }
-
-    void startScheduler(const std::string &errorPolicy = "stop-printer") {
-        scheduler.emplace(deviceUri());
-        scheduler->installBackend("socket", test::hostPath(CUPS_SOCKET_BACKEND));
-        scheduler->administer({"-o", "printer-error-policy=" + errorPolicy});
-    }
-
-    int submit(const StreamOptions &stream = document(),
-               const std::vector<std::string> &options = {"media=A4"}) {
-        return scheduler->submit(makeStream(stream), forLp(options));
-    }
-
-    [[nodiscard]] bool hasReason(const std::string &reason) {
-        return testing::Matches(Contains(reason))(scheduler->queueStatus().reasons);
+    void setErrorPolicy(const std::string &policy) {
+        scheduler->administer({"-o", "printer-error-policy=" + policy});
     }
 
     /// How often the device's backend has not reached the printer.
@@ -132,15 +81,6 @@ class PrinterAtTheEndOfAWire : public test::JobFixture {
     static std::string switchedOff(const std::string &length) {
         return std::string(ready) + R"(, "events": [{"afterPage": 1, "do": "vanish")" + length + "}]";
     }
-
-    // As installed, where the users that the bus is for can be had.
-    test::PrivateBus bus{geteuid() == 0
-                             ? test::PrivateBus::systemPolicy +
-                                   ("<include>" + test::hostPath(VELTRIN_BUS_POLICY) + "</include>")
-                             : std::string(test::PrivateBus::openPolicy)};
-    std::string port = "0";
-    std::optional<test::Process> printer;
-    std::optional<PrivateScheduler> scheduler;
 };
 
 TEST_F(PrinterAtTheEndOfAWire, GetsByteForByteWhatTheFilterSent) {
@@ -166,6 +106,50 @@ TEST_F(PrinterAtTheEndOfAWire, TellsTheQueueOfItsOpenCoverUntilItIsClosed) {
     EXPECT_THAT(scheduler->queueStatus().markers,
                 ElementsAre("Black toner", "Cyan toner", "Magenta toner", "Yellow toner"));
     EXPECT_THAT(switchOff(), ElementsAre("whole"));
+}
+
+TEST_F(PrinterAtTheEndOfAWire, TellsTheQueueThatItHasNoPaperUntilItIsRefilled) {
+    switchOn(R"("printer": {"pagesPerMinute": 6000, "memory": {"image": 1500000},
+                            "toner": {"black": 71, "cyan": 42, "magenta": 7, "yellow": 255}},
+                "events": [{"afterPage": 1, "do": "paper-empty", "tray": "bypass", "for": 4}])");
+    startScheduler();
+    const int job = submit(largePages());
+    EXPECT_TRUE(scheduler->waitUntil([&] { return hasReason("media-empty-error"); })) << scheduler->log();
+    EXPECT_EQ(scheduler->stateOf(job), IPP_JSTATE_PROCESSING);
+    scheduler->expectState(job, IPP_JSTATE_COMPLETED);
+    EXPECT_THAT(scheduler->queueStatus().reasons, ElementsAre("none"));
+    EXPECT_THAT(scheduler->queueStatus().markerLevels, ElementsAre(71, 42, 7, -1)) << "255 is no level";
+    EXPECT_THAT(switchOff(), ElementsAre("whole"));
+}
+
+TEST_F(PrinterAtTheEndOfAWire, GetsAllOfAJobThoughItHoldsTheLineForAWhile) {
+    // What the filter thinks free is gone at once, and nothing is printed.
+    switchOn(R"("printer": {"pagesPerMinute": 6000}, "events": [
+                {"afterPage": 1, "do": "memory", "memory": {"image": 2000000}, "for": 4},
+                {"afterPage": 1, "do": "cover-open", "for": 4}])");
+    startScheduler();
+    scheduler->expectState(submit(longDocument()), IPP_JSTATE_COMPLETED);
+    EXPECT_THAT(switchOff(), ElementsAre("whole")) << scheduler->log();
+    EXPECT_THAT(printer->output(), HasSubstr("holds the line: no memory"));
+    EXPECT_EQ(jobsIn(reportFile).at(0)["overruns"].size(), 0U);
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + makeStream(longDocument()).substr(36)));
+}
+
+TEST_F(PrinterAtTheEndOfAWire, TakesAJobFromABackendOfRootsAndAFilterThatIsNot) {
+    switchOn();
+    startScheduler(PrivateScheduler::rootsBackend);
+    const int job = submit();
+    std::map<std::string, uid_t> running;
+    EXPECT_TRUE(scheduler->waitUntil([&] {
+        running = scheduler->runningPrograms();
+        return running.size() == 3;
+    })) << scheduler->log();
+    const uid_t filterUser = geteuid() == 0 ? getpwnam("lp")->pw_uid : geteuid();
+    EXPECT_THAT(running, ElementsAre(Pair("backend/socket", geteuid()), Pair("backend/veltrin", geteuid()),
+                                     Pair("filter/veltrin", filterUser)));
+    scheduler->expectState(job, IPP_JSTATE_COMPLETED);
+    EXPECT_THAT(switchOff(), ElementsAre("whole"));
+    EXPECT_THAT(Bytes(readFile(outputFile)), BytesAre(resetRecord() + makeStream(document()).substr(36)));
 }
 
 TEST_F(PrinterAtTheEndOfAWire, IsReadyForTheNextJobWhenOneIsCancelled) {
@@ -202,7 +186,8 @@ TEST_F(PrinterAtTheEndOfAWire, IsWaitedForWhereItIsSwitchedOnLater) {
 
 TEST_F(PrinterAtTheEndOfAWire, GetsAJobAnewWhenItWasSwitchedOffInItsMidst) {
     switchOn(switchedOff(R"(, "for": 0.2)"));
-    startScheduler("retry-current-job");
+    startScheduler();
+    setErrorPolicy("retry-current-job");
     scheduler->expectState(submit(longDocument()), IPP_JSTATE_COMPLETED);
     EXPECT_THAT(scheduler->queueStatus().reasons, ElementsAre("none"));
     EXPECT_THAT(scheduler->temporaryFiles(), ElementsAre());
@@ -225,7 +210,8 @@ class PrinterThatIsSwitchedOff : public PrinterAtTheEndOfAWire,
 
 TEST_P(PrinterThatIsSwitchedOff, LeavesTheJobToTheErrorPolicy) {
     switchOn(switchedOff(""));
-    startScheduler(GetParam().policy);
+    startScheduler();
+    setErrorPolicy(GetParam().policy);
     const int job = submit(longDocument());
     const auto isOver = [&] {
         const ipp_jstate_t state = scheduler->stateOf(job).value_or(IPP_JSTATE_PENDING);
@@ -233,7 +219,7 @@ TEST_P(PrinterThatIsSwitchedOff, LeavesTheJobToTheErrorPolicy) {
                state == GetParam().job && scheduler->queueStatus().state == GetParam().queue;
     };
     EXPECT_TRUE(scheduler->waitUntil(isOver)) << scheduler->log();
-    EXPECT_THAT(scheduler->runningFilters(), ElementsAre());
+    EXPECT_THAT(scheduler->runningPrograms(), ElementsAre());
     EXPECT_THAT(switchOff(), ElementsAre("broken"));
 }
 
