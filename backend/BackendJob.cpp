@@ -127,7 +127,7 @@ void BackendJob::turn() {
     std::array<pollfd, 4> watched = {{{isInputOpen ? STDIN_FILENO : -1, POLLIN, 0},
                                       {blocks.isEmpty() ? -1 : device.input(), POLLOUT, 0},
                                       {device.backChannel(), POLLIN, 0},
-                                      {device.messages(), POLLIN, 0}}};
+                                      {blocks.isEmpty() ? device.messages() : -1, POLLIN, 0}}};
     channelEnd.turnWatching(longestTurn, watched);
     if (watched[0].revents != 0) {
         takeStandardInput();
@@ -135,7 +135,8 @@ void BackendJob::turn() {
     if (watched[2].revents != 0) {
         takeRecords(device.readBackChannel());
     }
-    if (watched[3].revents != 0) {
+    // While blocks flow, CUPS's backends have a message for each 8 KiB, which is not to end a turn.
+    if (watched[3].fd == -1 || watched[3].revents != 0) {
         deviceLines.take(device.readMessages());
     }
     lines.write();

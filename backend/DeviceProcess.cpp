@@ -1,5 +1,7 @@
 #include "backend/DeviceProcess.h"
 
+#include "platform/PipeCapacity.h"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +14,9 @@ namespace {
 
 constexpr int backChannelNumber = 3; // as backend(7) has it
 constexpr std::size_t readSize = 8192;
+
+/// What the input may hold, so that the two processes wait for each other less often.
+constexpr std::size_t inputCapacity = std::size_t{256} * 1024;
 
 } // namespace
 
@@ -32,6 +37,7 @@ int DeviceProcess::start(const Command &command) {
     if (error != 0) {
         return error;
     }
+    platform::widenPipe(inputEnd.get(), inputCapacity);
     return spawn({.program = command.program,
                   .arguments = command.arguments,
                   .environment = environmentWith("DEVICE_URI", command.deviceUri),

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -247,6 +248,9 @@ TEST_F(DeviceBackend, LetsACancelledFilterGoThatWaitsForTheDevice) {
 /// A filter that does only what the test wants.
 class DeviceBackendByHand : public DeviceBackend {
   protected:
+    /// The pipe to a device that reads nothing takes one block of this size, and not two.
+    static constexpr std::size_t blockSize = 250'000;
+
     void startBackendFor(const std::string &device) {
         uri = "veltrin:test:" + device;
         host.emplace(uri + ".frontend");
@@ -293,7 +297,7 @@ class DeviceBackendByHand : public DeviceBackend {
 };
 
 TEST_F(DeviceBackendByHand, AcknowledgesABlockWhenTheDeviceHasTakenIt) {
-    const std::string block(60'000, 'x'); // a pipe takes one of them
+    const std::string block(blockSize, 'x');
     startBackendFor("stuck");
     send(block);
     ASSERT_TRUE(awaitReplies(1));
@@ -315,8 +319,8 @@ TEST_F(DeviceBackendByHand, AcknowledgesABlockWhenTheDeviceHasTakenIt) {
 
 TEST_F(DeviceBackendByHand, SaysHowADeviceIsThatTakesNothing) {
     startBackendFor("stuck");
-    send(std::string(60'000, 'x'));
-    send(std::string(60'000, 'x'));
+    send(std::string(blockSize, 'x'));
+    send(std::string(blockSize, 'x'));
     call("readPipe");
     ASSERT_TRUE(awaitReceived(2));
     EXPECT_EQ(lastObject(), "readPipe");
@@ -329,7 +333,7 @@ class DeviceBackendThatDies : public DeviceBackendByHand, public testing::WithPa
 TEST_P(DeviceBackendThatDies, FailsTheBlocksThatItDidNotTake) {
     startBackendFor(GetParam());
     for (int blocks = 0; blocks < 4; ++blocks) {
-        send(std::string(60'000, 'x'));
+        send(std::string(blockSize, 'x'));
     }
     call("fronted-alive"); // is answered, so that all before it has come
     ASSERT_TRUE(awaitReceived(2));
@@ -347,9 +351,9 @@ INSTANTIATE_TEST_SUITE_P(Ways, DeviceBackendThatDies, testing::Values("stuck/exi
 
 TEST_F(DeviceBackendByHand, AnswersWithWhatADeviceSaysAfterItHasTakenEverything) {
     startBackendFor("stuck");
-    send(resetRecord() + std::string(60'000, 'x')); // a pipe takes no more
+    send(resetRecord() + std::string(blockSize, 'x')); // a pipe takes no more
     ASSERT_TRUE(awaitReplies(1));
-    send(std::string(60'000, 'x'));
+    send(std::string(blockSize, 'x'));
     call("readPipe");
     setRecord([](ReverseRecord &record) { record.TonerKStatus = 79; });
     ASSERT_TRUE(says(*printer, "ATTR: marker-levels=79,")) << printer->errors();
@@ -377,7 +381,7 @@ TEST_F(DeviceBackendByHand, ForgetsTheRequestOfAFilterThatHasGone) {
 }
 
 TEST_F(DeviceBackendByHand, HandsOnTheLastBlocksThoughTheJobIsOver) {
-    const std::string block(60'000, 'x');
+    const std::string block(blockSize, 'x');
     startBackendFor("stuck");
     for (int blocks = 0; blocks < 4; ++blocks) {
         send(block);
@@ -417,7 +421,7 @@ TEST_F(DeviceBackendByHand, SaysGoodbyeWhereTheDevicesBackendCannotBeStarted) {
 }
 
 TEST_F(DeviceBackendByHand, DropsWhatADeviceHasNotTakenWhenTheBusIsLost) {
-    const std::string block(60'000, 'x');
+    const std::string block(blockSize, 'x');
     startBackendFor("stuck");
     for (int blocks = 0; blocks < 4; ++blocks) {
         send(block);
