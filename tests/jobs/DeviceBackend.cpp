@@ -9,9 +9,11 @@
 //   exit=N      exits with this status once it has got `after` bytes
 //   signal=N    ends itself by this signal then
 //   deaf        closes its standard input then
-//   heir        exits with status 6 once the file "go" is there, and leaves a process that has everything
-//   open after=N     0 without end=N       the exit status at the end anew        connects once more before
-//   that
+//   heir        exits with status 6 once the file "go" is there; a process of its keeps everything open
+//   after=N     0 without
+//   end=N       the exit status at the end
+//   anew        connects once more before that
+//
 // At the end it says what is in the files "last words" and "last record", where there are such.
 
 #include <fcntl.h>

@@ -497,6 +497,20 @@ TEST_F(DeviceBackend, EndsTheFilterAndTellsTheSchedulerWhenTheDevicesBackendIsGo
     }
 }
 
+TEST_F(DeviceBackend, WaitsForNoFilterOnABusThatIsLost) {
+    startBackend("stuck/exit=4");
+    startFilter({.input = test::Pipe()});
+    awaitLog("FrontendIPC readData Completed", 2);
+    filter->send(SIGSTOP); // so that it does not end when it is asked to
+    test::writeFile(goFile, "");
+    ASSERT_TRUE(says(*printer, "DEBUG: the device is gone, and so the filter is to end\n"))
+        << printer->errors();
+    bus.kill();
+    EXPECT_EQ(finishBackend().exitStatus, platform::backendStop);
+    filter->send(SIGKILL);
+    finishFilter();
+}
+
 TEST_F(DeviceBackend, FailsWhenNoFilterComes) {
     startBackend();
     const ProcessResult result = finishBackend();
