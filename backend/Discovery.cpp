@@ -39,7 +39,7 @@ constexpr auto timeLimit = 10s;
 constexpr auto longestWait = 100ms;
 
 /// How long a finder that was told to end may take.
-constexpr auto endLimit = 1s;
+constexpr auto finderEndLimit = 1s;
 
 /// One of CUPS's backends that looks for devices.
 class Finder {
@@ -62,7 +62,7 @@ class Finder {
     ~Finder() {
         if (process != -1) {
             kill(process, SIGTERM);
-            const auto end = steady_clock::now() + endLimit;
+            const auto end = steady_clock::now() + finderEndLimit;
             while (waitpid(process, nullptr, WNOHANG) == 0) {
                 if (steady_clock::now() >= end) {
                     kill(process, SIGKILL);

@@ -39,7 +39,7 @@ struct Size {
     std::string_view name;
 };
 
-constexpr auto sizes = std::to_array<Size>({
+constexpr auto standardSizes = std::to_array<Size>({
     {216, 279, "Letter"}, {216, 356, "Legal"}, {140, 216, "HalfLetter"}, {184, 267, "Executive"},
     {210, 297, "A4"},     {148, 210, "A5"},    {105, 148, "A6"},         {182, 257, "B5"},
     {128, 182, "B6"},     {203, 330, "FS"},    {216, 330, "Foolscap"},   {210, 330, "Folio"},
@@ -127,7 +127,7 @@ std::uint8_t pageSizeCode(std::string_view name, std::uint32_t widthMillimetres,
     if (const auto code = paperSizeCode(name)) {
         return *code;
     }
-    const auto *found = std::find_if(sizes.begin(), sizes.end(), [&](const Size &size) {
+    const auto *found = std::find_if(standardSizes.begin(), standardSizes.end(), [&](const Size &size) {
         // A size in whole points may be a millimetre away.
         const auto isNear = [](std::uint32_t one, std::uint32_t other) {
             return std::max(one, other) - std::min(one, other) <= 1;
@@ -135,7 +135,7 @@ std::uint8_t pageSizeCode(std::string_view name, std::uint32_t widthMillimetres,
         return isNear(size.widthMillimetres, widthMillimetres) &&
                isNear(size.heightMillimetres, heightMillimetres);
     });
-    return found != sizes.end() ? paperSizeCode(found->name).value_or(customSize) : customSize;
+    return found != standardSizes.end() ? paperSizeCode(found->name).value_or(customSize) : customSize;
 }
 
 PageHeader pageHeaderFor(const JobFormat &format, const JobTicket &ticket, const PagePlacement &placement,

@@ -31,7 +31,7 @@ Selected select(JobSettings settings, std::uint32_t pageCount, std::uint32_t ver
 
 /// Calls `visit` for every combination of settings and page counts that a small job can have.
 template <typename Visit>
-void forEverySmallJob(Visit visit) {
+void forEverySmallSelection(Visit visit) {
     for (std::uint32_t pageCount = 0; pageCount <= 12; ++pageCount) {
         for (std::uint32_t copies = 1; copies <= 4; ++copies) {
             for (std::uint32_t sides = 0; sides <= 60; ++sides) {
@@ -183,7 +183,7 @@ TEST(PageSelection, SelectsNothingFromAnEmptyStreamOrForMoreCopiesThanPages) {
 }
 
 TEST(PageSelection, TakesPagesThatExistAndNoneTwice) {
-    forEverySmallJob([](const JobSettings &settings, std::uint32_t pageCount, std::uint32_t version) {
+    forEverySmallSelection([](const JobSettings &settings, std::uint32_t pageCount, std::uint32_t version) {
         const Selected selected = select(settings, pageCount, version);
         const std::set<std::uint32_t> distinct(selected.pages.indexes.begin(), selected.pages.indexes.end());
         ASSERT_EQ(distinct.size(), selected.pages.indexes.size());
@@ -196,7 +196,7 @@ TEST(PageSelection, TakesPagesThatExistAndNoneTwice) {
 }
 
 TEST(PageSelection, NumbersOfTheCopyAreThoseOfTheSettings) {
-    forEverySmallJob([](const JobSettings &settings, std::uint32_t pageCount, std::uint32_t version) {
+    forEverySmallSelection([](const JobSettings &settings, std::uint32_t pageCount, std::uint32_t version) {
         const Selected selected = select(settings, pageCount, version);
         const std::uint32_t pathCount = selected.counts.pathCount;
         ASSERT_EQ(pathCount, selected.settings.sidesImaged / selected.settings.copies);

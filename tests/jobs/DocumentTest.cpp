@@ -22,8 +22,6 @@ using test::StreamContents;
 using test::StreamPage;
 using testing::IsEmpty;
 
-constexpr const char *device = "/tmp/printer";
-
 /// The share of the patch's dots that have ink of this plane; looked at in its middle, since pages may be
 /// moved by a part of a point.
 double inkOf(const StreamPage &page, raster::Plane plane, const Patch &patch) {
@@ -53,14 +51,14 @@ class DocumentTest : public testing::Test {
     StreamContents print(const std::string &document, const std::vector<std::string> &options) {
         const int job = scheduler.submit(document, options);
         scheduler.expectState(job, IPP_JSTATE_COMPLETED);
-        stream = test::readFile(device);
+        stream = test::readFile(PrivateScheduler::fileDevice);
         StreamContents contents = test::contentsOf(stream);
         EXPECT_THAT(contents.problems, IsEmpty()) << scheduler.log();
         return contents;
     }
 
     std::string stream;
-    PrivateScheduler scheduler{std::string("file://") + device};
+    PrivateScheduler scheduler{PrivateScheduler::fileDeviceUri};
 };
 
 TEST_F(DocumentTest, BlackStaysBlackAndRedIsMixed) {

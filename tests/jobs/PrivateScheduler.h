@@ -25,6 +25,10 @@ class PrivateScheduler {
     static constexpr const char *queue = "Test_Queue";
     static constexpr const char *mimeType = "application/vnd.veltrin.page-stream";
 
+    /// A device that is a file.
+    static constexpr const char *fileDevice = "/tmp/printer";
+    static constexpr const char *fileDeviceUri = "file:///tmp/printer";
+
     /// The scheme of a device whose printer is at the other end of the channel, without a backend's help.
     static constexpr const char *channelOnly = "elsewhere";
 

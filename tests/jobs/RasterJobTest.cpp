@@ -22,9 +22,6 @@ using test::rasterText;
 using test::readFile;
 using testing::IsEmpty;
 
-constexpr const char *device = "/tmp/printer";
-const std::string deviceUri = std::string("file://") + device;
-
 std::string document(std::uint32_t pages, std::uint32_t copies = 1) {
     std::vector<test::RasterSheet> sheets;
     for (std::uint32_t page = 1; page <= pages; ++page) {
@@ -48,7 +45,7 @@ const std::vector<std::string> asRaster = {"-o", "document-format=application/vn
 
 TEST(RasterJobTest, ARasterThatCannotBePrintedStopsTheJobAndItsReasonIsShown) {
     const std::string whole = document(2);
-    PrivateScheduler scheduler(deviceUri);
+    PrivateScheduler scheduler(PrivateScheduler::fileDeviceUri);
     for (const auto &[raster, reason] :
          {std::pair(whole.substr(0, whole.size() - 1), "The raster ends in the middle of page 2."),
           std::pair(whole + "more", "The raster ends in the header of page 3."),
@@ -66,11 +63,11 @@ TEST(RasterJobTest, ARasterThatCannotBePrintedStopsTheJobAndItsReasonIsShown) {
     // The next document finds the queue as it should be.
     const int next = scheduler.submit(whole, asRaster);
     scheduler.expectState(next, IPP_JSTATE_COMPLETED);
-    EXPECT_EQ(contentsOf(readFile(device)).pages.size(), 2U);
+    EXPECT_EQ(contentsOf(readFile(PrivateScheduler::fileDevice)).pages.size(), 2U);
 }
 
 TEST(RasterJobTest, EveryCopyOfAPageIsCounted) {
-    PrivateScheduler scheduler(deviceUri);
+    PrivateScheduler scheduler(PrivateScheduler::fileDeviceUri);
     const int one = scheduler.submit(document(3), asRaster);
     scheduler.expectState(one, IPP_JSTATE_COMPLETED);
     EXPECT_EQ(scheduler.sheetsOf(one), 3);
@@ -79,7 +76,7 @@ TEST(RasterJobTest, EveryCopyOfAPageIsCounted) {
     const int two = scheduler.submit(document(3, 2), twice);
     scheduler.expectState(two, IPP_JSTATE_COMPLETED);
     EXPECT_EQ(scheduler.sheetsOf(two), 6);
-    EXPECT_EQ(contentsOf(readFile(device)).pages.size(), 6U);
+    EXPECT_EQ(contentsOf(readFile(PrivateScheduler::fileDevice)).pages.size(), 6U);
 }
 
 } // namespace

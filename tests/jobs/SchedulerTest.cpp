@@ -37,9 +37,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr const char *device = "/tmp/printer";
-const std::string deviceUri = std::string("file://") + device;
-
 /// A document with more data than a pipe takes.
 StreamOptions largeDocument() {
     StreamOptions stream = document();
@@ -59,9 +56,9 @@ std::size_t timesIn(const std::string &text, const std::string &part) {
 class StuckPrinter {
   public:
     StuckPrinter() {
-        std::filesystem::remove(device);
-        EXPECT_EQ(mkfifo(device, 0600), 0);
-        fd = open(device, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        std::filesystem::remove(PrivateScheduler::fileDevice);
+        EXPECT_EQ(mkfifo(PrivateScheduler::fileDevice, 0600), 0);
+        fd = open(PrivateScheduler::fileDevice, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         EXPECT_NE(fd, -1);
     }
 
@@ -70,7 +67,7 @@ class StuckPrinter {
 
     ~StuckPrinter() {
         breakDown();
-        unlink(device);
+        unlink(PrivateScheduler::fileDevice);
     }
 
     [[nodiscard]] bool hasGotSomething() const {
@@ -102,13 +99,13 @@ class StuckPrinter {
 };
 
 TEST(SchedulerTest, ATwoSidedJobOfTwoCopiesReachesTheDevice) {
-    PrivateScheduler scheduler(deviceUri);
+    PrivateScheduler scheduler(PrivateScheduler::fileDeviceUri);
     const std::string stream = makeStream(document());
 
     const int job = scheduler.submit(stream, forLp(twoSidedTwoCopies));
     scheduler.expectState(job, IPP_JSTATE_COMPLETED);
 
-    const std::string printed = readFile(device);
+    const std::string printed = readFile(PrivateScheduler::fileDevice);
     EXPECT_THAT(scheduler.temporaryFiles(), IsEmpty());
     scheduler.expectIdleQueue();
 
@@ -122,17 +119,18 @@ TEST(SchedulerTest, ATwoSidedJobOfTwoCopiesReachesTheDevice) {
 }
 
 TEST(SchedulerTest, AOneSidedJobIsRecognisedByItsContents) {
-    PrivateScheduler scheduler(deviceUri);
+    PrivateScheduler scheduler(PrivateScheduler::fileDeviceUri);
     const std::string stream = makeStream(document());
 
     const int job = scheduler.submit(stream, {"-o", "media=A4"});
     scheduler.expectState(job, IPP_JSTATE_COMPLETED);
 
-    EXPECT_THAT(Bytes(readFile(device)), BytesAre(stream.substr(36))) << scheduler.log();
+    EXPECT_THAT(Bytes(readFile(PrivateScheduler::fileDevice)), BytesAre(stream.substr(36)))
+        << scheduler.log();
 }
 
 TEST(SchedulerTest, ATruncatedStreamStopsTheJobAndLeavesTheQueue) {
-    PrivateScheduler scheduler(deviceUri);
+    PrivateScheduler scheduler(PrivateScheduler::fileDeviceUri);
     const std::string stream = makeStream(document());
 
     const int job = scheduler.submit(stream.substr(0, stream.size() / 2), forLp(twoSidedTwoCopies));
@@ -141,17 +139,17 @@ TEST(SchedulerTest, ATruncatedStreamStopsTheJobAndLeavesTheQueue) {
     })) << scheduler.log();
     scheduler.expectState(job, IPP_JSTATE_STOPPED);
 
-    EXPECT_THAT(Bytes(readFile(device)), BytesAre(test::cancelRecord()));
+    EXPECT_THAT(Bytes(readFile(PrivateScheduler::fileDevice)), BytesAre(test::cancelRecord()));
     EXPECT_THAT(scheduler.temporaryFiles(), IsEmpty());
     scheduler.expectIdleQueue();
     const int next = scheduler.submit(stream, forLp({"media=A4"}));
     scheduler.expectState(next, IPP_JSTATE_COMPLETED);
-    EXPECT_THAT(Bytes(readFile(device)), BytesAre(stream.substr(36)));
+    EXPECT_THAT(Bytes(readFile(PrivateScheduler::fileDevice)), BytesAre(stream.substr(36)));
 }
 
 TEST(SchedulerTest, ACancelledJobStillEndsInOrder) {
     StuckPrinter printer;
-    PrivateScheduler scheduler(deviceUri);
+    PrivateScheduler scheduler(PrivateScheduler::fileDeviceUri);
     const std::string stream = makeStream(largeDocument());
 
     const int job = scheduler.submit(stream, forLp(twoSidedTwoCopies));
@@ -172,7 +170,7 @@ TEST(SchedulerTest, ACancelledJobStillEndsInOrder) {
 
 TEST(SchedulerTest, ABrokenDeviceIsShownUntilTheJobIsCancelled) {
     StuckPrinter printer;
-    PrivateScheduler scheduler(deviceUri);
+    PrivateScheduler scheduler(PrivateScheduler::fileDeviceUri);
 
     const int job = scheduler.submit(makeStream(largeDocument()), forLp(twoSidedTwoCopies));
     ASSERT_TRUE(scheduler.waitUntil([&] { return printer.hasGotSomething(); })) << scheduler.log();
@@ -193,7 +191,7 @@ TEST(SchedulerTest, ABrokenDeviceIsShownUntilTheJobIsCancelled) {
 }
 
 TEST(SchedulerTest, ClientsWithoutThePpdAreToldWhatItOffers) {
-    PrivateScheduler scheduler(deviceUri);
+    PrivateScheduler scheduler(PrivateScheduler::fileDeviceUri);
     const std::vector<std::pair<std::string, std::string>> expected = {
         {"printer-device-id", "MFG:Morvex;MDL:LX 520N;CLS:PRINTER;"},
         {"media-default", "iso_a4_210x297mm"},

@@ -1,6 +1,7 @@
 #include "raster/FilterOptions.h"
 
 #include "filter/CUPSFilter.h"
+#include "tests/raster/A4Page.h"
 #include "tests/support/Arguments.h"
 #include "tests/support/FakePlatform.h"
 
@@ -14,13 +15,7 @@
 namespace veltrin::raster {
 namespace {
 
-RasterPage a4Page(bool duplex = false, bool tumble = false) {
-    RasterPage page;
-    page.pageSizeName = "A4";
-    page.duplex = duplex;
-    page.tumble = tumble;
-    return page;
-}
+using test::a4Page;
 
 /// The filter, as far as it reads its options.
 class ReadingFilter : public CUPSFilter {

@@ -13,7 +13,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr Plane planes[] = {black, yellow, magenta, cyan};
+constexpr Plane everyPlane[] = {black, yellow, magenta, cyan};
 
 std::vector<std::byte> screened(const HalftoneScreen &screen, const Bytes &ink, std::uint32_t line) {
     std::vector<std::byte> bits(ink.size() / 8, std::byte{0x77});
@@ -45,7 +45,7 @@ int dotsIn(const std::vector<std::vector<std::byte>> &tile) {
 }
 
 TEST(HalftoneScreen, NoInkStaysNoneAndSolidStaysSolid) {
-    for (const Plane plane : planes) {
+    for (const Plane plane : everyPlane) {
         const HalftoneScreen &screen = screenOf(plane);
         EXPECT_EQ(dotsIn(tileOf(screen, 0)), 0);
         EXPECT_EQ(dotsIn(tileOf(screen, 255)), static_cast<int>(screen.tileDots()));
@@ -53,7 +53,7 @@ TEST(HalftoneScreen, NoInkStaysNoneAndSolidStaysSolid) {
 }
 
 TEST(HalftoneScreen, AShadeCoversItsPart) {
-    for (const Plane plane : planes) {
+    for (const Plane plane : everyPlane) {
         const HalftoneScreen &screen = screenOf(plane);
         for (int shade = 0; shade <= 255; ++shade) {
             const double expected = shade / 255.0 * screen.tileDots();
@@ -64,7 +64,7 @@ TEST(HalftoneScreen, AShadeCoversItsPart) {
 }
 
 TEST(HalftoneScreen, EveryShadeHasMoreDotsThanTheOneBelow) {
-    for (const Plane plane : planes) {
+    for (const Plane plane : everyPlane) {
         const HalftoneScreen &screen = screenOf(plane);
         auto before = tileOf(screen, 0);
         for (int shade = 1; shade <= 255; ++shade) {
@@ -82,7 +82,7 @@ TEST(HalftoneScreen, EveryShadeHasMoreDotsThanTheOneBelow) {
 }
 
 TEST(HalftoneScreen, DotsAreClustered) {
-    for (const Plane plane : planes) {
+    for (const Plane plane : everyPlane) {
         const HalftoneScreen &screen = screenOf(plane);
         // A quarter of ink: most dots with ink have a neighbour with ink on the right.
         const auto tile = tileOf(screen, 64);
@@ -101,7 +101,7 @@ TEST(HalftoneScreen, DotsAreClustered) {
 }
 
 TEST(HalftoneScreen, TheTileRepeatsItself) {
-    for (const Plane plane : planes) {
+    for (const Plane plane : everyPlane) {
         const HalftoneScreen &screen = screenOf(plane);
         const std::uint32_t side = screen.tileSide();
         for (std::uint32_t line = 0; line < side; ++line) {
@@ -116,7 +116,7 @@ TEST(HalftoneScreen, TheTileRepeatsItself) {
 
 TEST(HalftoneScreen, EachColourHasAScreenOfItsOwn) {
     std::set<std::vector<std::vector<std::byte>>> patterns;
-    for (const Plane plane : planes) {
+    for (const Plane plane : everyPlane) {
         std::vector<std::vector<std::byte>> pattern;
         for (std::uint32_t line = 0; line < 240; ++line) {
             pattern.push_back(screened(screenOf(plane), Bytes(240, 80), line));
@@ -156,7 +156,7 @@ TEST(HalftoneScreen, TheGridStandsAtItsAngle) {
 
 TEST(HalftoneScreen, EightDotsAtATimeAreEightDots) {
     std::mt19937 random(1);
-    for (const Plane plane : planes) {
+    for (const Plane plane : everyPlane) {
         const HalftoneScreen &screen = screenOf(plane);
         // The threshold of every dot, found by trying all shades.
         const std::uint32_t side = screen.tileSide();

@@ -8,7 +8,7 @@
 namespace veltrin::raster {
 namespace {
 
-constexpr PagePlacement a4 = {{4961, 0, 100, 4761}, {7016, 0, 100, 6816}, 210, 297};
+constexpr PagePlacement a4Page600 = {{4961, 0, 100, 4761}, {7016, 0, 100, 6816}, 210, 297};
 
 std::string textIn(const std::array<char, 64> &field) {
     return {field.data(), strnlen(field.data(), field.size())};
@@ -91,7 +91,7 @@ TEST(HeaderFields, PageHeader) {
     JobTicket ticket;
     ticket.paperType = "Thick160";
     ticket.inputSlot = "Tray2";
-    const PageHeader header = pageHeaderFor({600, true}, ticket, a4, "A4", 3, {10, 20, 30, 40});
+    const PageHeader header = pageHeaderFor({600, true}, ticket, a4Page600, "A4", 3, {10, 20, 30, 40});
     EXPECT_EQ(header.MagicNumber, pageHeaderTag);
     EXPECT_EQ(header.dwHeaderLen, 64U);
     EXPECT_EQ(header.bPaperSize, 9);
@@ -109,7 +109,7 @@ TEST(HeaderFields, PageHeader) {
     EXPECT_EQ(header.wBandNo, 55);
     EXPECT_EQ(header.wPaperWidthmm, 210U);
     EXPECT_EQ(header.wPaperHeightmm, 297U);
-    const PageHeader plain = pageHeaderFor({600, false}, {}, a4, "A4", 65537, {});
+    const PageHeader plain = pageHeaderFor({600, false}, {}, a4Page600, "A4", 65537, {});
     EXPECT_EQ(plain.bPaperTray, 2);
     EXPECT_EQ(plain.bMediaType, 1);
     EXPECT_EQ(plain.bPlane, 1);
@@ -118,7 +118,7 @@ TEST(HeaderFields, PageHeader) {
 
 TEST(HeaderFields, TheBandsMakeThePage) {
     for (const std::uint32_t lines : {1U, 127U, 128U, 129U, 256U, 7016U, 65535U}) {
-        PagePlacement placement = a4;
+        PagePlacement placement = a4Page600;
         placement.down.page = lines;
         std::uint32_t sum = 0;
         for (std::uint32_t band = 0; band < bandCount(lines); ++band) {

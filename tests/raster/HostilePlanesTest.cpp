@@ -28,11 +28,11 @@ using test::pageHeader;
 using testing::Each;
 using testing::StartsWith;
 
-constexpr std::uint16_t dots = 4961;
-constexpr std::uint16_t lines = 7016;
+constexpr std::uint16_t fullDots = 4961;
+constexpr std::uint16_t fullLines = 7016;
 constexpr std::uint16_t bandHeight = 128;
-constexpr std::size_t bandBytes = planeBytes(dots, bandHeight);
-constexpr std::size_t pageBytes = planeCount * planeBytes(dots, lines);
+constexpr std::size_t bandBytes = planeBytes(fullDots, bandHeight);
+constexpr std::size_t pageBytes = planeCount * planeBytes(fullDots, fullLines);
 
 /// What the decompressor needs, and what the allocator and a sanitizer add.
 constexpr std::size_t tolerance = std::size_t{8} * 1024 * 1024;
@@ -76,10 +76,11 @@ std::string hugeWindow() {
 }
 
 std::string pageOf(const std::array<std::string, planeCount> &planes) {
-    std::string stream = pageHeader(dots, lines);
-    for (unsigned top = 0; top < lines; top += bandHeight) {
-        const bool isLast = top + bandHeight >= lines;
-        stream += bandOf(dots, static_cast<std::uint16_t>(isLast ? lines - top : bandHeight), planes, isLast);
+    std::string stream = pageHeader(fullDots, fullLines);
+    for (unsigned top = 0; top < fullLines; top += bandHeight) {
+        const bool isLast = top + bandHeight >= fullLines;
+        stream += bandOf(fullDots, static_cast<std::uint16_t>(isLast ? fullLines - top : bandHeight), planes,
+                         isLast);
     }
     return stream;
 }
@@ -88,14 +89,14 @@ std::string pageOf(const std::string &plane) {
     return pageOf({plane, plane, plane, plane});
 }
 
-struct Decoded {
+struct PagesTaken {
     std::size_t pages = 0;
     std::vector<std::uint64_t> problemsAt;
     std::vector<std::string> problems;
 };
 
-Decoded decoded(const std::string &stream) {
-    Decoded result;
+PagesTaken pagesTakenFrom(const std::string &stream) {
+    PagesTaken result;
     PagePlanes planes([&result](const PageProblemFound &found) {
         result.problemsAt.push_back(found.offset);
         result.problems.push_back(found.text);
@@ -106,7 +107,7 @@ Decoded decoded(const std::string &stream) {
 }
 
 std::size_t peakOf(const std::string &stream) {
-    return test::peakMemoryOf([&stream] { static_cast<void>(decoded(stream)); });
+    return test::peakMemoryOf([&stream] { static_cast<void>(pagesTakenFrom(stream)); });
 }
 
 struct Hostile {
@@ -139,9 +140,9 @@ TEST_P(HostilePlanes, AreErrorsWithAnOffsetAndTakeNoMoreThanAPage) {
     const std::string plane = GetParam().plane();
     const std::string before = jobHeaders(GetParam().compressMode);
     const std::string stream = before + pageOf(plane) + "JIDG";
-    const Decoded result = decoded(stream);
+    const PagesTaken result = pagesTakenFrom(stream);
     EXPECT_EQ(result.pages, 1U);
-    constexpr std::size_t bands = (lines + bandHeight - 1) / bandHeight;
+    constexpr std::size_t bands = (fullLines + bandHeight - 1) / bandHeight;
     ASSERT_EQ(result.problems.size(), bands * planeCount);
     // The last band is lower, and has more than one reason to be refused.
     const std::vector<std::string> ofWholeBands(result.problems.begin(), result.problems.end() - planeCount);
@@ -176,14 +177,14 @@ TEST(HostilePages, AWindowThatIsHugeIsNotMade) {
 }
 
 TEST(HostilePages, AnnouncedBytesTakeNothingThoughTheyCome) {
-    std::string band = bandOf(dots, bandHeight, {"", "", "", ""}, false);
+    std::string band = bandOf(fullDots, bandHeight, {"", "", "", ""}, false);
     BandHeader header;
     std::memcpy(&header, band.data(), sizeof header);
     header.dwKSize = 0x7FFFFFFF;
     std::memcpy(band.data(), &header, sizeof header);
     for (const std::uint16_t mode : {std::uint16_t{0}, std::uint16_t{1}, std::uint16_t{7}}) {
         const std::string stream =
-            jobHeaders(mode) + pageHeader(dots, lines) + band + std::string(bombBytes / 4, '\1');
+            jobHeaders(mode) + pageHeader(fullDots, fullLines) + band + std::string(bombBytes / 4, '\1');
         EXPECT_LT(peakOf(stream), tolerance);
     }
 }
@@ -197,7 +198,7 @@ TEST(HostilePages, TheLargestTakesNothingWhereItHasNoInk) {
 
 TEST(HostilePages, InAnUnknownModeTakeNothing) {
     const std::string stream = jobHeaders(std::uint16_t{2}) + pageOf(frameOf(bombBytes)) + "JIDG";
-    const Decoded result = decoded(stream);
+    const PagesTaken result = pagesTakenFrom(stream);
     EXPECT_THAT(result.problems, testing::ElementsAre("planes compressed in an unknown way, 2"));
     EXPECT_LT(peakOf(stream), tolerance);
 }

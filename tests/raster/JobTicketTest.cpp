@@ -1,5 +1,7 @@
 #include "raster/JobTicket.h"
 
+#include "tests/raster/A4Page.h"
+
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -9,13 +11,7 @@
 namespace veltrin::raster {
 namespace {
 
-RasterPage a4Page(bool duplex = false, bool tumble = false) {
-    RasterPage page;
-    page.pageSizeName = "A4";
-    page.duplex = duplex;
-    page.tumble = tumble;
-    return page;
-}
+using test::a4Page;
 
 JobTicket ticketOf(const std::string &options, const PPDChoices &choices = {},
                    const RasterPage &page = a4Page(), const std::string &copies = "1") {

@@ -221,16 +221,16 @@ TEST(LocalizableStrings, AGermanUserReadsGerman) {
     EXPECT_EQ(status(49, 6, 3), "Kundendienst rufen – Laser: Fehler LD1");
 }
 
-struct Translation {
+struct GermanText {
     std::string key;
     std::string english; // in small letters, without doubled blanks; empty for the shared key
     std::string german;
 };
 
 /// What is translated at all.
-std::vector<Translation> germanTexts() {
+std::vector<GermanText> germanTexts() {
     Table english = readTable(tableOf("en"));
-    std::vector<Translation> texts;
+    std::vector<GermanText> texts;
     for (const auto &[key, german] : readTable(tableOf("de"))) {
         std::string original;
         for (const char character : english[key]) {
@@ -287,10 +287,10 @@ TEST(GermanStrings, HaveOneWordForEachThing) {
         {"postcard", "ostkarte"},
         {"g/m2", " g/m²)"},
     };
-    const std::vector<Translation> texts = germanTexts();
+    const std::vector<GermanText> texts = germanTexts();
     for (const auto &[english, german] : terms) {
         std::size_t uses = 0;
-        for (const Translation &text : texts) {
+        for (const GermanText &text : texts) {
             if (text.english.find(english) != std::string::npos) {
                 ++uses;
                 EXPECT_NE(text.german.find(german), std::string::npos)
@@ -304,7 +304,7 @@ TEST(GermanStrings, HaveOneWordForEachThing) {
 TEST(GermanStrings, EndServiceCallsWithTheCodeOfTheError) {
     const Table english = readTable(tableOf("en"));
     std::size_t calls = 0;
-    for (const Translation &text : germanTexts()) {
+    for (const GermanText &text : germanTexts()) {
         if (text.english.starts_with("service call")) {
             ++calls;
             const std::string &original = english.at(text.key);
@@ -317,7 +317,7 @@ TEST(GermanStrings, EndServiceCallsWithTheCodeOfTheError) {
 
 TEST(GermanStrings, SayWhatThePrinterIsDoingByAnInfinitive) {
     std::size_t states = 0;
-    for (const Translation &text : germanTexts()) {
+    for (const GermanText &text : germanTexts()) {
         const std::string firstWord = text.english.substr(0, text.english.find(' '));
         if (firstWord.ends_with("ing") || text.key == "ResetToDefault") {
             ++states;
@@ -330,7 +330,7 @@ TEST(GermanStrings, SayWhatThePrinterIsDoingByAnInfinitive) {
 }
 
 TEST(GermanStrings, AreSetAsInPrint) {
-    for (const Translation &text : germanTexts()) {
+    for (const GermanText &text : germanTexts()) {
         for (const char *wrong : {"\"", "'", "...", " - ", "m2", " x ", "  ", "\\U", "!"}) {
             EXPECT_EQ(text.german.find(wrong), std::string::npos) << text.key << ": " << text.german;
         }
@@ -346,7 +346,7 @@ TEST(GermanStrings, AreSetAsInPrint) {
 }
 
 TEST(GermanStrings, KeepClearOfWordsThatMisled) {
-    for (const Translation &text : germanTexts()) {
+    for (const GermanText &text : germanTexts()) {
         for (const char *wrong : {"Servicefall", "passt nicht", "Registerkarte", "Keine Verbindung", "Bitte",
                                   "bitte", "Sie ", " Ihr"}) {
             EXPECT_EQ(text.german.find(wrong), std::string::npos) << text.key << ": " << text.german;

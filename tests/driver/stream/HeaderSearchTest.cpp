@@ -1,7 +1,7 @@
 #include "driver/stream/HeaderSearch.h"
 
-#include "driver/stream/CommandRecord.h"
 #include "driver/stream/PageStream.h"
+#include "tests/driver/stream/StreamPieces.h"
 
 #include <gtest/gtest.h>
 
@@ -15,10 +15,12 @@
 namespace veltrin {
 namespace {
 
-const std::string identifier(36, 'i');
-const std::string reset(reverseDataReset.begin(), reverseDataReset.end());
-const std::string cancel(cancelCommand.begin(), cancelCommand.end());
-const std::string endOfJob = "JIDG";
+using test::band;
+using test::cancel;
+using test::endOfJob;
+using test::identifier;
+using test::reset;
+
 const std::string rubbish(searchAhead, 'r');
 
 /// A header of this many bytes that says it has `length`.
@@ -26,19 +28,6 @@ std::string header(const std::string &tag, std::size_t size, std::uint32_t lengt
     const BigEndian32 number(length);
     std::string bytes = tag + std::string(size - tag.size(), '\0');
     std::memcpy(bytes.data() + tag.size(), &number, sizeof number);
-    return bytes;
-}
-
-std::string band(std::uint32_t setting, std::uint32_t k, std::uint32_t y, std::uint32_t m, std::uint32_t c) {
-    BandHeader header{};
-    header.MagicNumber = bandHeaderTag;
-    header.dwBandSetting = setting;
-    header.dwKSize = k;
-    header.dwYSize = y;
-    header.dwMSize = m;
-    header.dwCSize = c;
-    std::string bytes(sizeof header, '\0');
-    std::memcpy(bytes.data(), &header, sizeof header);
     return bytes;
 }
 

@@ -2,6 +2,7 @@
 
 #include "driver/stream/StreamMaker.h"
 #include "tests/driver/stream/Events.h"
+#include "tests/driver/stream/StreamPieces.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,15 +19,15 @@
 namespace veltrin {
 namespace {
 
+using test::band;
+using test::cancel;
+using test::endOfJob;
+using test::identifier;
 using test::readPieces;
 using test::ReadStream;
+using test::reset;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-
-const std::string identifier(36, 'i');
-const std::string reset(reverseDataReset.begin(), reverseDataReset.end());
-const std::string cancel(cancelCommand.begin(), cancelCommand.end());
-const std::string endOfJob = "JIDG";
 
 StreamOptions smallPages() {
     StreamOptions options;
@@ -56,20 +57,6 @@ std::string page(std::uint32_t number) {
 /// The page without its second, last band: 110 bytes.
 std::string cutPage(std::uint32_t number) {
     return page(number).substr(0, 110);
-}
-
-std::string band(std::uint32_t setting, std::uint32_t k, std::uint32_t y, std::uint32_t m, std::uint32_t c,
-                 const std::string &data = "") {
-    BandHeader header{};
-    header.MagicNumber = bandHeaderTag;
-    header.dwBandSetting = setting;
-    header.dwKSize = k;
-    header.dwYSize = y;
-    header.dwMSize = m;
-    header.dwCSize = c;
-    std::string bytes(sizeof header, '\0');
-    std::memcpy(bytes.data(), &header, sizeof header);
-    return bytes + data;
 }
 
 std::string pageHeader() {
