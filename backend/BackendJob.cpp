@@ -172,7 +172,8 @@ void BackendJob::sendBlocks() {
     if (blocks.isEmpty()) {
         return;
     }
-    blocks.write([this](std::span<const std::byte> bytes) { return device.write(bytes); });
+    blocks.write(
+        [this](platform::HeldNotification &block, std::size_t from) { return device.write(block, from); });
     if (blocks.isEmpty()) {
         desk.noteSent(steady_clock::now());
     } else if (device.input() == -1) {

@@ -47,9 +47,9 @@ int DeviceProcess::start(const Command &command) {
                  process);
 }
 
-std::size_t DeviceProcess::write(std::span<const std::byte> bytes) {
+std::size_t DeviceProcess::write(platform::HeldNotification &block, std::size_t from) {
     while (inputEnd.get() != -1) {
-        const ssize_t written = ::write(inputEnd.get(), bytes.data(), bytes.size());
+        const ssize_t written = block.writeTo(inputEnd.get(), from);
         if (written >= 0) {
             return static_cast<std::size_t>(written);
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/Spawn.h"
+#include "platform/NotificationCenter.h"
 
 #include <sys/types.h>
 
@@ -39,8 +40,9 @@ class DeviceProcess {
 
     [[nodiscard]] int messages() const { return messagesEnd.get(); }
 
-    /// Writes as much as there is room for. Returns how much that was. Closes the input when nobody reads it.
-    std::size_t write(std::span<const std::byte> bytes);
+    /// Writes as much of the block from this byte on as there is room for. Returns how much that was. Closes
+    /// the input when nobody reads it.
+    std::size_t write(platform::HeldNotification &block, std::size_t from);
 
     void closeInput() { inputEnd.reset(); }
 

@@ -4,11 +4,12 @@ namespace veltrin::backend {
 
 void OutgoingBlocks::write(const Writer &writer) {
     while (!blocks.empty()) {
-        const std::span<const std::byte> rest = blocks.front()->data().subspan(written);
-        const std::size_t taken = rest.empty() ? 0 : writer(rest);
+        platform::HeldNotification &block = *blocks.front();
+        const std::size_t rest = block.data().size() - written;
+        const std::size_t taken = rest == 0 ? 0 : writer(block, written);
         written += taken;
-        if (taken == rest.size()) {
-            blocks.front()->acknowledge();
+        if (taken == rest) {
+            block.acknowledge();
             blocks.pop_front();
             written = 0;
         } else if (taken == 0) {

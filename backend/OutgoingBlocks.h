@@ -6,7 +6,6 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <span>
 
 namespace veltrin::backend {
 
@@ -16,8 +15,9 @@ class OutgoingBlocks {
   public:
     using Block = std::unique_ptr<platform::HeldNotification>;
 
-    /// Takes bytes, perhaps not all of them, and returns how many.
-    using Writer = std::function<std::size_t(std::span<const std::byte>)>;
+    /// Takes bytes of the block from this one on, of which there are some, perhaps not all of them, and
+    /// returns how many.
+    using Writer = std::function<std::size_t(platform::HeldNotification &block, std::size_t from)>;
 
     void add(Block block) { blocks.push_back(std::move(block)); }
 

@@ -35,6 +35,10 @@ class HeldNotification {
     /// The block, empty where there is none; valid as long as this object is there.
     [[nodiscard]] virtual std::span<const std::byte> data() const = 0;
 
+    /// Writes the block from this byte on to a descriptor, as far as it takes it, like write(2): returns how
+    /// many bytes it has taken, or -1 with `errno` set. A pipe gets them without a copy where the system can.
+    [[nodiscard]] virtual ssize_t writeTo(int descriptor, std::size_t from) = 0;
+
     /// Tells the sender that it is taken.
     virtual void acknowledge() = 0;
 };

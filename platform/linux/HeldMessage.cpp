@@ -1,5 +1,7 @@
 #include "platform/linux/HeldMessage.h"
 
+#include <unistd.h>
+
 #include <utility>
 
 namespace veltrin::platform {
@@ -19,6 +21,11 @@ HeldMessage::~HeldMessage() {
 
 std::span<const std::byte> HeldMessage::data() const {
     return received.notification.data.value_or(std::span<const std::byte>());
+}
+
+ssize_t HeldMessage::writeTo(int descriptor, std::size_t from) {
+    return received.memory ? received.memory->writeTo(descriptor, from)
+                           : write(descriptor, data().data() + from, data().size() - from);
 }
 
 /// A sender that has left, or a bus that has, hears nothing, and has counted it as lost.

@@ -19,6 +19,7 @@ class HeldMessage final : public HeldNotification {
     ~HeldMessage() override;
 
     [[nodiscard]] std::span<const std::byte> data() const override;
+    [[nodiscard]] ssize_t writeTo(int descriptor, std::size_t from) override;
     void acknowledge() override;
 
   private:

@@ -41,21 +41,31 @@ std::optional<SealedMemory> SealedMemory::map(int descriptor) {
     }
     const auto size = static_cast<std::size_t>(status.st_size);
     if (size == 0) {
-        return SealedMemory(std::span<const std::byte>());
+        return SealedMemory(descriptor, {});
     }
     void *address = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
     if (address == MAP_FAILED) {
         return std::nullopt;
     }
-    return SealedMemory(std::span(static_cast<const std::byte *>(address), size));
+    return SealedMemory(descriptor, std::span(static_cast<const std::byte *>(address), size));
 }
 
-SealedMemory::SealedMemory(SealedMemory &&other) noexcept : mapped(std::exchange(other.mapped, {})) {}
+SealedMemory::SealedMemory(SealedMemory &&other) noexcept
+    : descriptor(other.descriptor), mapped(std::exchange(other.mapped, {})) {}
 
 SealedMemory::~SealedMemory() {
     if (!mapped.empty()) {
         munmap(const_cast<std::byte *>(mapped.data()), mapped.size());
     }
+}
+
+ssize_t SealedMemory::writeTo(int destination, std::size_t from) const {
+    const std::span<const std::byte> rest = mapped.subspan(from);
+    auto offset = static_cast<off_t>(from);
+    const ssize_t moved =
+        splice(descriptor, &offset, destination, nullptr, rest.size(), SPLICE_F_NONBLOCK | SPLICE_F_MOVE);
+    // It goes into pipes only.
+    return moved != -1 || errno != EINVAL ? moved : write(destination, rest.data(), rest.size());
 }
 
 } // namespace veltrin::platform

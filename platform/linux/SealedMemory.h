@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <optional>
 #include <span>
@@ -15,7 +17,7 @@ namespace veltrin::platform {
 class SealedMemory {
   public:
     /// Maps the file. Nothing where the descriptor is not one of a memory file sealed against writing,
-    /// growing and shrinking. The descriptor remains the caller's and is not needed any more.
+    /// growing and shrinking. The descriptor remains the caller's; only `writeTo` still needs it.
     [[nodiscard]] static std::optional<SealedMemory> map(int descriptor);
 
     SealedMemory(SealedMemory &&other) noexcept;
@@ -24,9 +26,15 @@ class SealedMemory {
 
     [[nodiscard]] std::span<const std::byte> bytes() const { return mapped; }
 
-  private:
-    explicit SealedMemory(std::span<const std::byte> bytes) : mapped(bytes) {}
+    /// Writes the bytes from this one on as write(2) does. A pipe gets the memory itself in place of a copy:
+    /// it cannot change any more.
+    [[nodiscard]] ssize_t writeTo(int destination, std::size_t from) const;
 
+  private:
+    SealedMemory(int theDescriptor, std::span<const std::byte> theBytes)
+        : descriptor(theDescriptor), mapped(theBytes) {}
+
+    int descriptor;
     std::span<const std::byte> mapped; // empty where there is nothing to unmap
 };
 

@@ -32,6 +32,8 @@ class OutgoingBlocksTest : public testing::Test {
             return std::as_bytes(std::span(text));
         }
 
+        ssize_t writeTo(int /*descriptor*/, std::size_t /*from*/) override { return -1; }
+
         void acknowledge() override {
             isAcknowledged = true;
             events.push_back("took " + text);
@@ -47,7 +49,8 @@ class OutgoingBlocksTest : public testing::Test {
 
     /// Writes with room for so many bytes, at most `atOnce` of them at a time.
     void write(std::size_t room, std::size_t atOnce = 100) {
-        blocks.write([&](std::span<const std::byte> bytes) {
+        blocks.write([&](platform::HeldNotification &block, std::size_t from) {
+            const auto bytes = block.data().subspan(from);
             EXPECT_FALSE(bytes.empty());
             const std::size_t taken = std::min({bytes.size(), room, atOnce});
             written.append(reinterpret_cast<const char *>(bytes.data()), taken);

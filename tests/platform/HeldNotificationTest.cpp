@@ -1,9 +1,17 @@
+#include "platform/PipeCapacity.h"
 #include "tests/platform/ChannelEnds.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,6 +62,20 @@ class HeldNotificationTest : public OnPrivateBus {
         return {reinterpret_cast<const char *>(one.data().data()), one.data().size()};
     }
 
+    /// Whether these bytes are what comes out of a pipe that the block is written to from this byte on.
+    static bool isWhatIsWritten(HeldNotification &one, std::size_t from, std::span<const std::byte> bytes) {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+        widenPipe(ends[1], one.data().size());
+        EXPECT_EQ(one.writeTo(ends[1], from), static_cast<ssize_t>(bytes.size()));
+        close(ends[1]);
+        std::vector<std::byte> got(bytes.size() + 1);
+        const ssize_t size = read(ends[0], got.data(), got.size());
+        close(ends[0]);
+        return std::ranges::equal(std::span(got).first(static_cast<std::size_t>(std::max<ssize_t>(size, 0))),
+                                  bytes);
+    }
+
     std::unique_ptr<End> backend = makeBackend();
     BusClient host{frontendName};
     std::string destination;
@@ -76,6 +98,7 @@ TEST_F(HeldNotificationTest, IsAnsweredWhenItIsAcknowledgedAndNoSooner) {
     EXPECT_THAT(host.replies, IsEmpty());
     EXPECT_EQ(textOf(*held[0]), "first");
     EXPECT_EQ(textOf(*held[1]), "second");
+    EXPECT_TRUE(isWhatIsWritten(*held[1], 3, std::as_bytes(std::span("ond", 3))));
     held[1]->acknowledge();
     held[0]->acknowledge();
     held.clear();
@@ -94,6 +117,8 @@ TEST_F(HeldNotificationTest, KeepsAMemoryFileAsLongAsItIsThere) {
     frontend->post("writePipe", block);
     awaitHeld(1);
     EXPECT_EQ(Block(held[0]->data().begin(), held[0]->data().end()), block);
+    EXPECT_TRUE(isWhatIsWritten(*held[0], 0, block));
+    EXPECT_TRUE(isWhatIsWritten(*held[0], 99'999, std::span(block).last(1)));
     held[0]->acknowledge();
     ASSERT_TRUE(runUntil([&] { return frontend->center->waitForDelivery(); }, {turning(*backend)}));
 }

@@ -1,5 +1,8 @@
 #include "platform/linux/SealedMemory.h"
 
+#include "platform/PipeCapacity.h"
+#include "tests/support/Files.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -10,7 +13,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace veltrin::platform {
@@ -69,6 +77,87 @@ TEST(SealedMemoryTest, RefusesOtherDescriptors) {
     for (const int descriptor : {ends[0], ends[1], file, zeros}) {
         close(descriptor);
     }
+}
+
+/// Sealed memory that holds this block, and a pipe.
+class SealedMemoryWriting : public testing::Test {
+  protected:
+    SealedMemoryWriting() {
+        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
+        widenPipe(ends[1], blockSize);
+    }
+
+    ~SealedMemoryWriting() override {
+        for (const int each : {ends[0], ends[1], descriptor}) {
+            close(each);
+        }
+    }
+
+    [[nodiscard]] std::vector<std::byte> readPipe() const {
+        std::vector<std::byte> bytes(2 * blockSize);
+        const ssize_t got = read(ends[0], bytes.data(), bytes.size());
+        bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        return bytes;
+    }
+
+    static constexpr std::size_t blockSize = 300'000;
+    std::vector<std::byte> block = patternOf(blockSize);
+    int descriptor = makeSealedMemory(block);
+    std::optional<SealedMemory> memory = SealedMemory::map(descriptor);
+    std::array<int, 2> ends{};
+};
+
+TEST_F(SealedMemoryWriting, GoesIntoAPipeFromAnyByteOn) {
+    for (const std::size_t from : {std::size_t{0}, std::size_t{1}, std::size_t{4095}, blockSize - 1}) {
+        EXPECT_EQ(memory->writeTo(ends[1], from), static_cast<ssize_t>(blockSize - from));
+        EXPECT_TRUE(std::ranges::equal(readPipe(), std::span(block).subspan(from))) << from;
+    }
+}
+
+TEST_F(SealedMemoryWriting, FillsAPipeAndWaitsForNobody) {
+    std::vector<std::byte> taken;
+    std::size_t from = 0;
+    while (from < 4 * blockSize) {
+        const ssize_t moved = memory->writeTo(ends[1], from % blockSize);
+        if (moved == -1) {
+            ASSERT_EQ(errno, EAGAIN);
+            const std::vector<std::byte> bytes = readPipe();
+            ASSERT_FALSE(bytes.empty());
+            taken.insert(taken.end(), bytes.begin(), bytes.end());
+        } else {
+            ASSERT_GT(moved, 0);
+            from += static_cast<std::size_t>(moved);
+        }
+    }
+    const std::vector<std::byte> last = readPipe();
+    taken.insert(taken.end(), last.begin(), last.end());
+    ASSERT_EQ(taken.size(), 4 * blockSize);
+    for (std::size_t at = 0; at < taken.size(); at += blockSize) {
+        EXPECT_TRUE(std::ranges::equal(std::span(taken).subspan(at, blockSize), block)) << at;
+    }
+}
+
+TEST_F(SealedMemoryWriting, StaysInThePipeWhenTheMemoryIsGone) {
+    EXPECT_EQ(memory->writeTo(ends[1], 0), static_cast<ssize_t>(blockSize));
+    memory.reset();
+    close(std::exchange(descriptor, -1));
+    EXPECT_TRUE(std::ranges::equal(readPipe(), block));
+}
+
+TEST_F(SealedMemoryWriting, GoesIntoWhatIsNoPipeToo) {
+    const int file = open("/tmp/written", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    EXPECT_EQ(memory->writeTo(file, 100), static_cast<ssize_t>(blockSize - 100));
+    close(file);
+    const std::string written = test::readFile("/tmp/written");
+    EXPECT_TRUE(std::ranges::equal(std::as_bytes(std::span(written)), std::span(block).subspan(100)));
+}
+
+TEST_F(SealedMemoryWriting, SaysThatNobodyReads) {
+    close(std::exchange(ends[0], -1));
+    std::signal(SIGPIPE, SIG_IGN);
+    EXPECT_EQ(memory->writeTo(ends[1], 0), -1);
+    EXPECT_EQ(errno, EPIPE);
+    std::signal(SIGPIPE, SIG_DFL);
 }
 
 TEST(SealedMemoryTest, SaysWhenThereAreNoDescriptorsLeft) {
