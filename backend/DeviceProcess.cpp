@@ -16,7 +16,7 @@ constexpr int backChannelNumber = 3; // as backend(7) has it
 constexpr std::size_t readSize = 8192;
 
 /// What the input may hold, so that the two processes wait for each other less often.
-constexpr std::size_t inputCapacity = std::size_t{256} * 1024;
+constexpr std::size_t inputCapacity = std::size_t{1024} * 1024;
 
 } // namespace
 

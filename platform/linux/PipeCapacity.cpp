@@ -6,8 +6,9 @@ namespace veltrin::platform {
 
 void widenPipe(int fd, std::size_t bytes) noexcept {
     const int present = fcntl(fd, F_GETPIPE_SZ);
-    if (present >= 0 && static_cast<std::size_t>(present) < bytes) {
-        static_cast<void>(fcntl(fd, F_SETPIPE_SZ, static_cast<int>(bytes)));
+    while (present >= 0 && static_cast<std::size_t>(present) < bytes &&
+           fcntl(fd, F_SETPIPE_SZ, static_cast<int>(bytes)) == -1) {
+        bytes /= 2;
     }
 }
 

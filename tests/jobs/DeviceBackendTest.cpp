@@ -249,7 +249,7 @@ TEST_F(DeviceBackend, LetsACancelledFilterGoThatWaitsForTheDevice) {
 class DeviceBackendByHand : public DeviceBackend {
   protected:
     /// The pipe to a device that reads nothing takes one block of this size, and not two.
-    static constexpr std::size_t blockSize = 250'000;
+    static constexpr std::size_t blockSize = 800'000;
 
     void startBackendFor(const std::string &device) {
         uri = "veltrin:test:" + device;
@@ -483,8 +483,8 @@ TEST_F(DeviceBackend, EndsTheFilterAndTellsTheSchedulerWhenTheDevicesBackendIsGo
     };
     for (const auto &[device, status, message] : table) {
         startBackend(device + "/after=1000");
-        // More than may be on its way.
-        startFilter({.stream = makeStream({.pages = 4, .planeSizes = {100'000, 0, 0, 0}})});
+        // More than may be on its way: a whole pipe, and the blocks that wait for room in it.
+        startFilter({.stream = makeStream({.pages = 4, .planeSizes = {1'000'000, 0, 0, 0}})});
         // It would tell people of it until the job is cancelled.
         EXPECT_EQ(finishFilter().exitStatus, 1) << device;
         EXPECT_FALSE(hasLogged("FrontendIPC sendData: waiting for backend alive...", 50))
