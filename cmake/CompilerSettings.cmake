@@ -34,8 +34,20 @@ target_compile_options(
             -Wsuggest-override>
             $<$<BOOL:${VELTRIN_WARNINGS_ARE_ERRORS}>:-Werror>)
 
-# A print server's filter is handed other people's data: keep the toolchain's own guards on.
-target_compile_options(veltrin-settings INTERFACE -fstack-protector-strong)
+# A print server's filter is handed other people's data: keep the toolchain's own guards on. scripts/hardened looks for
+# them in what is installed.
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+check_cxx_compiler_flag(-fcf-protection VELTRIN_HAS_CF_PROTECTION) # of some processors
+target_compile_options(
+  veltrin-settings INTERFACE -fstack-protector-strong -fstack-clash-protection
+                             $<$<BOOL:${VELTRIN_HAS_CF_PROTECTION}>:-fcf-protection>)
+target_link_options(veltrin-settings INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
+
+# Streams may be larger than 2 GiB where `off_t` has 32 bits otherwise.
+target_compile_definitions(veltrin-settings INTERFACE _FILE_OFFSET_BITS=64)
 if(NOT VELTRIN_SANITIZE)
   target_compile_definitions(veltrin-settings INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()

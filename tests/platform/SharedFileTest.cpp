@@ -27,10 +27,10 @@ constexpr const char *path = "/tmp/shared";
 } // namespace
 
 // The linker puts these between the code under test and the C library (see CMakeLists.txt).
-extern "C" int __real_open(const char *name, int flags, ...);
-extern "C" int __wrap_open(const char *name, int flags, ...);
+extern "C" int __real_open64(const char *name, int flags, ...);
+extern "C" int __wrap_open64(const char *name, int flags, ...);
 
-extern "C" int __wrap_open(const char *name, int flags, ...) {
+extern "C" int __wrap_open64(const char *name, int flags, ...) {
     mode_t mode = 0;
     if ((flags & O_CREAT) != 0) {
         std::va_list arguments;
@@ -44,7 +44,7 @@ extern "C" int __wrap_open(const char *name, int flags, ...) {
             beforeOpen();
         }
     }
-    return __real_open(name, flags, mode);
+    return __real_open64(name, flags, mode);
 }
 
 namespace veltrin::platform {
@@ -153,7 +153,7 @@ TEST_F(SharedFileTest, IsNotCreatedThroughADanglingSymbolicLink) {
 TEST_F(SharedFileTest, RefusesWhatIsNoRegularFileWithoutWaiting) {
     ASSERT_EQ(mkfifo(path, 0666), 0);
     expectRefused(ENXIO);
-    const int reader = __real_open(path, O_RDONLY | O_NONBLOCK);
+    const int reader = __real_open64(path, O_RDONLY | O_NONBLOCK);
     expectRefused(EINVAL);
     close(reader);
     std::filesystem::remove(path);
