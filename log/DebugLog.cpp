@@ -5,13 +5,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstddef>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <optional>
-#include <string>
 #include <utility>
 
 namespace veltrin {
@@ -22,33 +25,69 @@ namespace {
 
 const platform::Clock *logClock = &platform::systemClock();
 
-[[gnu::format(printf, 2, 0)]] void appendFormatted(std::string &line, const char *format,
-                                                   std::va_list arguments) {
-    std::va_list measured;
-    va_copy(measured, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
-    if (length <= 0) {
-        return;
+/// A line of the log, kept in one piece. It is written without the heap, so that a job that fails for want of
+/// memory can say so; only the rest of a long line needs memory, and is cut off where there is none.
+class Line {
+  public:
+    [[gnu::format(printf, 2, 3)]] void append(const char *format, ...) {
+        std::va_list arguments;
+        va_start(arguments, format);
+        appendList(format, arguments);
+        va_end(arguments);
     }
-    const std::size_t start = line.size();
-    line.resize(start + static_cast<std::size_t>(length) + 1);
-    std::vsnprintf(&line[start], static_cast<std::size_t>(length) + 1, format, arguments);
-    line.pop_back();
-}
 
-[[gnu::format(printf, 2, 3)]] void appendFormatted(std::string &line, const char *format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    appendFormatted(line, format, arguments);
-    va_end(arguments);
-}
+    [[gnu::format(printf, 2, 0)]] void appendList(const char *format, std::va_list arguments) {
+        std::va_list again;
+        va_copy(again, arguments);
+        const int length = std::vsnprintf(end(), room(), format, arguments);
+        if (length > 0 && static_cast<std::size_t>(length) >= room() &&
+            grow(static_cast<std::size_t>(length))) {
+            std::vsnprintf(end(), room(), format, again);
+        }
+        va_end(again);
+        if (length > 0) {
+            used = std::min(used + static_cast<std::size_t>(length), size - 1);
+        }
+    }
 
-/// The time and process id that a line begins with; empty where the time cannot be had.
-std::string linePrefix(pid_t process) {
+    /// Writes the line in one piece, so that lines of several processes do not run into each other.
+    void write() {
+        text()[used] = '\n'; // in the place of the terminating zero byte
+        std::fwrite(text(), 1, used + 1, gDebugFile);
+        std::fflush(gDebugFile);
+    }
+
+  private:
+    [[nodiscard]] char *text() { return heap != nullptr ? heap.get() : stack.data(); }
+
+    [[nodiscard]] char *end() { return text() + used; }
+
+    [[nodiscard]] std::size_t room() const { return size - used; }
+
+    /// Makes room for so many characters more. False where there is no memory for them.
+    bool grow(std::size_t length) {
+        const std::size_t wanted = std::max(used + length + 1, 2 * size);
+        std::unique_ptr<char[]> larger(new (std::nothrow) char[wanted]);
+        if (larger == nullptr) {
+            return false;
+        }
+        std::memcpy(larger.get(), text(), used);
+        heap = std::move(larger);
+        size = wanted;
+        return true;
+    }
+
+    std::array<char, 512> stack{};
+    std::unique_ptr<char[]> heap;
+    std::size_t size = stack.size(); // with the terminating zero byte
+    std::size_t used = 0;
+};
+
+/// Begins a line with the time and the process id, or with nothing where the time cannot be had.
+void beginLine(Line &line, pid_t process) {
     const std::optional<std::chrono::microseconds> now = logClock->timeOfDay();
     if (!now) {
-        return {};
+        return;
     }
     // The seconds come from a reading of their own, not from `now`; at a second boundary the two may
     // disagree.
@@ -56,19 +95,10 @@ std::string linePrefix(pid_t process) {
     std::tm local{};
     localtime_r(&seconds, &local);
     const auto fraction = static_cast<int>((*now % std::chrono::seconds(1)).count());
-    std::string prefix;
     // The month counts from 00 (January) and the fraction is in microseconds whatever its width: readers of
     // these logs rely on both.
-    appendFormatted(prefix, "%2.2d/%2.2d/%2.2d %2.2d:%2.2d:%2.2d.%4.4d (%d) ", local.tm_mon, local.tm_mday,
-                    local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec, fraction, process);
-    return prefix;
-}
-
-/// Writes the line in one piece, so that lines of several processes do not run into each other.
-void writeLine(std::string line) {
-    line += '\n';
-    std::fwrite(line.data(), 1, line.size(), gDebugFile);
-    std::fflush(gDebugFile);
+    line.append("%2.2d/%2.2d/%2.2d %2.2d:%2.2d:%2.2d.%4.4d (%d) ", local.tm_mon, local.tm_mday,
+                local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec, fraction, process);
 }
 
 } // namespace
@@ -115,12 +145,13 @@ void CPSDebugLog(const char *format, ...) {
     if (gDebugFile == nullptr) {
         return;
     }
-    std::string line = linePrefix(getpid());
+    Line line;
+    beginLine(line, getpid());
     std::va_list arguments;
     va_start(arguments, format);
-    appendFormatted(line, format, arguments);
+    line.appendList(format, arguments);
     va_end(arguments);
-    writeLine(std::move(line));
+    line.write();
 }
 
 void CPSDebugAssert_(const char *format, ...) {
@@ -128,12 +159,14 @@ void CPSDebugAssert_(const char *format, ...) {
     if (gDebugFile == nullptr) {
         return;
     }
-    std::string line = linePrefix(getpid()) + "ASSERT: ";
+    Line line;
+    beginLine(line, getpid());
+    line.append("ASSERT: ");
     std::va_list arguments;
     va_start(arguments, format);
-    appendFormatted(line, format, arguments);
+    line.appendList(format, arguments);
     va_end(arguments);
-    writeLine(std::move(line));
+    line.write();
 }
 
 void CPSDebugLogHexDump(const void *bytes, std::uint32_t length) {
@@ -142,14 +175,15 @@ void CPSDebugLogHexDump(const void *bytes, std::uint32_t length) {
         return;
     }
     constexpr std::uint32_t bytesPerLine = 8;
-    std::string dump = "    ";
+    Line dump;
+    dump.append("    ");
     for (std::uint32_t i = 0; i < length; ++i) {
-        appendFormatted(dump, "0x%2.2x ", static_cast<const std::uint8_t *>(bytes)[i]);
+        dump.append("0x%2.2x ", static_cast<const std::uint8_t *>(bytes)[i]);
         if (i + 1 < length && (i + 1) % bytesPerLine == 0) {
-            dump += "\n    ";
+            dump.append("\n    ");
         }
     }
-    writeLine(std::move(dump));
+    dump.write();
 }
 
 } // namespace veltrin

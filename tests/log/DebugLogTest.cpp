@@ -3,6 +3,7 @@
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakePlatform.h"
 #include "tests/support/Files.h"
+#include "tests/support/NoMemory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +14,9 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <string>
+#include <vector>
 
 namespace veltrin {
 namespace {
@@ -169,6 +172,24 @@ TEST_F(DebugLogTest, WritesLinesOfAnyLength) {
     CPSDebugLog("%s", "");
     CPSDebugLog("%s", text.c_str());
     EXPECT_EQ(readFile(debugLogPath), "\n" + text + "\n");
+}
+
+TEST_F(DebugLogTest, NeedsNoMemoryButForTheRestOfALongLine) {
+    const std::string longText(3000, 'x');
+    createMarker();
+    CPSDebugLog("on");
+    {
+        const test::NoMemory none;
+        EXPECT_THROW(static_cast<void>(std::string(100, 'x')), std::bad_alloc);
+        CPSDebugAssert_("not enough %s", "memory");
+        CPSDebugLog("%s", longText.c_str());
+    }
+    const std::vector<std::string> messages = test::messagesOf(readFile(debugLogPath));
+    ASSERT_EQ(messages.size(), 3U);
+    EXPECT_EQ(messages[1], "ASSERT: not enough memory");
+    EXPECT_THAT(messages[2], testing::MatchesRegex("x+"));
+    EXPECT_GT(messages[2].size(), 400U);
+    EXPECT_LT(messages[2].size(), 3000U);
 }
 
 TEST_F(DebugLogTest, HexDumpWritesEightBytesALine) {
