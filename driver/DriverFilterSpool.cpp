@@ -28,7 +28,7 @@ bool DriverFilter::spoolPages() {
 bool DriverFilter::spoolEveryPage(PageInput &input, bool &eoj) {
     bool result = true;
     while (result && !eoj) {
-        const SpoolFile file;
+        SpoolFile file;
         if (!file.isOpen()) {
             CPSDebugAssert_("DriverFilter spoolPages: cupsTempFd failed");
             return false;
@@ -41,12 +41,12 @@ bool DriverFilter::spoolEveryPage(PageInput &input, bool &eoj) {
         if (eoj) {
             CPSDebugLog("DriverFilter spoolPages: EOJ detected after page %d",
                         asSigned(spooled.pageCount() - 1));
-            // Empty, or holding the start of a page that never ended: nobody else will remove it.
-            file.remove();
+            // The file is empty, or holds the start of a page that never ended.
         } else {
             CPSDebugLog("DriverFilter spoolPages: Copied page %u to file: %s", spooled.pageCount(),
                         file.path().c_str());
             spooled.add(file.path());
+            file.keep();
         }
     }
     return result;

@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-#include <array>
+#include <cstring>
 
 namespace veltrin {
 
@@ -25,20 +25,20 @@ std::vector<std::string> at(const std::vector<std::string> &elements,
 
 } // namespace
 
-SpoolFile::SpoolFile() {
-    std::array<char, longestSpoolPath> path{};
-    fd = cupsTempFd(path.data(), static_cast<int>(path.size()));
-    name = path.data();
+/// The room for the name comes first: once there is a file, nothing may fail that would leave it behind.
+SpoolFile::SpoolFile()
+    : name(longestSpoolPath, '\0'), fd(cupsTempFd(name.data(), static_cast<int>(name.size()))) {
+    name.resize(std::strlen(name.c_str()));
 }
 
 SpoolFile::~SpoolFile() {
-    if (isOpen()) {
-        close(fd);
+    if (!isOpen()) {
+        return;
     }
-}
-
-void SpoolFile::remove() const {
-    unlink(name.c_str());
+    close(fd);
+    if (!isKept) {
+        unlink(name.c_str());
+    }
 }
 
 void SpooledPages::select(const std::vector<std::uint32_t> &indexes) {

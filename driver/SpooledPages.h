@@ -6,14 +6,15 @@
 
 namespace veltrin {
 
-/// A temporary file of CUPS for one spooled page, open for writing while the object lives.
+/// A temporary file of CUPS for one spooled page, open for writing while the object lives, and gone with it
+/// unless somebody keeps it.
 class SpoolFile {
   public:
     SpoolFile();
     SpoolFile(const SpoolFile &) = delete;
     SpoolFile &operator=(const SpoolFile &) = delete;
 
-    /// Closes the file, which stays.
+    /// Closes the file, and removes it where it has not been kept.
     ~SpoolFile();
 
     [[nodiscard]] bool isOpen() const { return fd != -1; }
@@ -22,12 +23,13 @@ class SpoolFile {
 
     [[nodiscard]] const std::string &path() const { return name; }
 
-    /// Removes the file.
-    void remove() const;
+    /// From now on it is somebody else's to remove.
+    void keep() { isKept = true; }
 
   private:
     std::string name;
     int fd = -1;
+    bool isKept = false;
 };
 
 /// The pages of a two-sided job, each in a file of its own, and the order in which they are to be sent.

@@ -37,12 +37,13 @@ class SpooledPagesTest : public testing::Test {
     static std::vector<std::string> spool(SpooledPages &pages, int count) {
         std::vector<std::string> paths;
         for (int number = 0; number < count; ++number) {
-            const SpoolFile file;
+            SpoolFile file;
             EXPECT_TRUE(file.isOpen());
             const std::string contents = std::to_string(number);
             EXPECT_EQ(write(file.descriptor(), contents.data(), contents.size()), 1);
             paths.push_back(file.path());
             pages.add(file.path());
+            file.keep();
         }
         return paths;
     }
@@ -56,11 +57,12 @@ class SpooledPagesTest : public testing::Test {
     }
 };
 
-TEST_F(SpooledPagesTest, AFileIsTheOwnersAloneAndClosedButNotRemovedAtTheEnd) {
+TEST_F(SpooledPagesTest, AKeptFileIsTheOwnersAloneAndClosedButNotRemovedAtTheEnd) {
     const std::size_t open = test::namesIn("/proc/self/fd").size();
     std::string path;
     {
-        const SpoolFile file;
+        SpoolFile file;
+        file.keep();
         path = file.path();
 
         struct stat status {};
@@ -73,9 +75,11 @@ TEST_F(SpooledPagesTest, AFileIsTheOwnersAloneAndClosedButNotRemovedAtTheEnd) {
     EXPECT_TRUE(std::filesystem::exists(path));
 }
 
-TEST_F(SpooledPagesTest, AFileCanBeRemoved) {
-    const SpoolFile file;
-    file.remove();
+TEST_F(SpooledPagesTest, AFileThatNobodyKeepsIsRemoved) {
+    {
+        const SpoolFile file;
+        EXPECT_THAT(files(), SizeIs(1));
+    }
     EXPECT_THAT(files(), IsEmpty());
 }
 
