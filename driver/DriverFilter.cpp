@@ -6,6 +6,7 @@
 #include "driver/DuplexOrder.h"
 #include "driver/stream/CommandRecord.h"
 #include "filter/Cancellation.h"
+#include "filter/WithinMemory.h"
 #include "log/DebugLog.h"
 #include "platform/PipeCapacity.h"
 #include "platform/SharedFile.h"
@@ -82,15 +83,17 @@ DriverFilter::~DriverFilter() {
 
 bool DriverFilter::run() {
     CPSDebugLog("DriverFilter run: ");
-    bool result = CUPSFilter::run() && printJob();
+    bool result = withinMemory("DriverFilter run", [this] { return CUPSFilter::run() && printJob(); });
     spooled.cleanupSpoolFiles();
     inputMemory.dataBuffer.reset();
     if (result) {
         result = awaitEndOfJob();
     }
     if (!result) {
-        static_cast<void>(
-            printer().writeToFD(cancelCommand.data(), static_cast<std::int32_t>(cancelCommand.size())));
+        const auto cancel = [this] {
+            return printer().writeToFD(cancelCommand.data(), static_cast<std::int32_t>(cancelCommand.size()));
+        };
+        static_cast<void>(withinMemory("DriverFilter run", cancel));
     }
     CPSDebugLog("DriverFilter run: exiting with result %d", result);
     return result;

@@ -68,6 +68,8 @@ class DriverFilter : public CUPSFilter, public FrontendIPCDelegate {
     /// Sends the job straight from the input to the printer.
     [[nodiscard]] bool sendPages();
 
+    [[nodiscard]] bool sendHeadersAndPages();
+
     /// Whether the job's name asks for a tray; `settings.priorityTray` becomes that tray if it does.
     [[nodiscard]] bool isSDCJob();
 

@@ -3,6 +3,7 @@
 #include "driver/DriverFilter.h"
 #include "driver/PriorityTray.h"
 #include "driver/SendPlan.h"
+#include "filter/WithinMemory.h"
 #include "log/DebugLog.h"
 
 #include <bit>
@@ -158,6 +159,18 @@ bool DriverFilter::writeFileHeaders() {
 }
 
 bool DriverFilter::sendPages() {
+    const bool result = withinMemory("DriverFilter sendPages", [this] { return sendHeadersAndPages(); });
+
+    // The printer waits for the mark whatever has become of the pages.
+    CPSDebugLog("DriverFilter sendPages: Sending EOJ");
+    const bool ended = sendEndOfJob();
+    if (!ended) {
+        CPSDebugAssert_("DriverFilter sendPages: failed to send EOJ");
+    }
+    return result && ended;
+}
+
+bool DriverFilter::sendHeadersAndPages() {
     PageInput input(sourceFD, inputMemory);
     const bool valid = readFileHeaders(input);
     CPSDebugLog("DriverFilter sendPages: Sending file headers");
@@ -167,14 +180,7 @@ bool DriverFilter::sendPages() {
     while (result && !eoj) {
         result = copyPageFrom(input, to, 0, pagesOwnTray, eoj);
     }
-
-    // The printer waits for the mark whatever has become of the pages.
-    CPSDebugLog("DriverFilter sendPages: Sending EOJ");
-    const bool ended = sendEndOfJob();
-    if (!ended) {
-        CPSDebugAssert_("DriverFilter sendPages: failed to send EOJ");
-    }
-    return result && ended;
+    return result;
 }
 
 bool DriverFilter::sendEndOfJob() {

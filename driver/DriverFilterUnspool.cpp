@@ -3,6 +3,7 @@
 #include "driver/DriverFilter.h"
 #include "driver/DuplexOrder.h"
 #include "driver/SendPlan.h"
+#include "filter/WithinMemory.h"
 #include "log/DebugLog.h"
 
 namespace veltrin {
@@ -55,8 +56,9 @@ bool DriverFilter::unspoolPages() {
         markJobAsDuplex();
     }
     CPSDebugLog("DriverFilter unspoolPages: Sending file headers");
-    const bool headersSent = writeFileHeaders();
-    const bool lastPageSent = sendPlannedPages(headersSent);
+    constexpr const char *name = "DriverFilter unspoolPages";
+    const bool headersSent = withinMemory(name, [this] { return writeFileHeaders(); });
+    const bool lastPageSent = withinMemory(name, [&] { return sendPlannedPages(headersSent); });
 
     CPSDebugLog("DriverFilter unspoolPages: Sending EOJ");
     const bool ended = sendEndOfJob();
@@ -97,7 +99,8 @@ bool DriverFilter::sendPlannedPages(bool headersSent) {
         CPSDebugLog("DriverFilter unspoolPages %s: sending path %s, flags: %x",
                     page.secondPass ? names.sendingSecondPass : names.sending, path.c_str(),
                     unsigned{page.typeBits});
-        result = copyPageFromPath(path, page.typeBits, page.tray);
+        result = withinMemory("DriverFilter copyPageFromPath",
+                              [&] { return copyPageFromPath(path, page.typeBits, page.tray); });
         if (!result) {
             CPSDebugAssert_("DriverFilter unspoolPages %s: copyPageFromPath failed on index %d", names.failed,
                             asSigned(page.index));

@@ -8,6 +8,7 @@
 #include <cups/cups.h>
 
 #include <cstdlib>
+#include <memory>
 #include <utility>
 
 namespace veltrin {
@@ -31,13 +32,14 @@ void CUPSFilter::loadOptions() {
     }
     cups_option_t *options = nullptr;
     const int count = cupsParseOptions(argv[optionsArgument], 0, &options);
+    const auto release = [count](cups_option_t *parsed) { cupsFreeOptions(count, parsed); };
+    const std::unique_ptr<cups_option_t, decltype(release)> owner(options, release);
     for (int i = 0; i < count; ++i) {
         const char *name = options[i].name;
         const char *value = options[i].value != nullptr ? options[i].value : "";
         optionsDict.insert_or_assign(name, value);
         CPSDebugLog("Option %s = %s", name, value);
     }
-    cupsFreeOptions(count, options);
 }
 
 std::optional<std::string> CUPSFilter::stringForOption(const std::string &name) const {

@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstring>
 
 // CUPS has announced that the PPD functions will go. Until they do, a print filter has nothing else that
@@ -25,6 +26,9 @@ namespace {
 
 constexpr const char *profileName = "cupsICCProfile";
 
+/// As much as CUPS has room for.
+constexpr std::size_t longestPPDPath = 1024;
+
 /// A value for the log, which prints a missing one as the C library does.
 const char *printable(const char *value) {
     return value != nullptr ? value : "(null)";
@@ -39,6 +43,8 @@ void CUPSFilter::PPDCloser::operator()(ppd_file_t *file) const {
 /// Asks CUPS for the PPD of the queue, whose name is argv[0]. False only where a PPD is needed and there is
 /// none.
 bool CUPSFilter::findPPD() {
+    // The room for the path comes first: once there is a file, nothing may fail that would leave it behind.
+    ppdFile.reserve(longestPPDPath);
     const char *path = cupsGetPPD(argv[0]);
     // Where it had to ask the scheduler, the CUPS library has made the process ignore SIGPIPE: take the
     // signal back.

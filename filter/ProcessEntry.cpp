@@ -1,5 +1,6 @@
 #include "filter/ProcessEntry.h"
 
+#include "filter/WithinMemory.h"
 #include "log/DebugLog.h"
 
 namespace veltrin {
@@ -8,8 +9,12 @@ int filterMain(int argc, char **argv, platform::Platform &platform, const Filter
     DebugUseClock(platform.clock());
     DebugStart();
     CPSDebugLog("veltrin starting");
-    std::unique_ptr<CUPSFilter> filter = CUPSFilter::initWithArgc(allocate(platform), argc, argv);
-    const int result = filter != nullptr && filter->run() ? 0 : 1;
+    std::unique_ptr<CUPSFilter> filter;
+    const bool isPrinted = withinMemory("filterMain", [&] {
+        filter = CUPSFilter::initWithArgc(allocate(platform), argc, argv);
+        return filter != nullptr && filter->run();
+    });
+    const int result = isPrinted ? 0 : 1;
     filter.reset();
     CPSDebugLog("veltrin ending with result %d", result);
     return result;

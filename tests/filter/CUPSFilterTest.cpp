@@ -17,6 +17,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -528,6 +530,19 @@ TEST_F(CUPSFilterTest, ProcessEntryRunsAndReleasesTheFilter) {
         EXPECT_EQ(log.messages().front(), "veltrin starting");
         EXPECT_EQ(log.messages().back(), "veltrin ending with result " + std::to_string(one.status));
     }
+    DebugUseClock(platform::systemClock());
+}
+
+TEST_F(CUPSFilterTest, ProcessEntryEndsInOrderWhenMemoryRunsOut) {
+    arguments = test::Arguments({"queue", "1", "user", "title", "1", ""});
+    log.clear();
+    EXPECT_EQ(filterMain(arguments.count(), arguments.vector(), platform,
+                         [](platform::Platform & /*platform*/) -> std::unique_ptr<CUPSFilter> {
+                             throw std::bad_alloc();
+                         }),
+              1);
+    EXPECT_THAT(log.messages(), ElementsAre("veltrin starting", "ASSERT: filterMain: not enough memory",
+                                            "veltrin ending with result 1"));
     DebugUseClock(platform::systemClock());
 }
 
