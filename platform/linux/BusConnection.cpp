@@ -129,13 +129,16 @@ void BusConnection::lose(const std::string &reason) {
     sd_bus_close(bus.get());
 }
 
-void BusConnection::drain() {
-    const Time deadline = steady_clock::now() + drainLimit;
-    while (hasUnsent() && steady_clock::now() < deadline) {
-        if (!process()) {
-            waitUntil(deadline);
+void BusConnection::drain() noexcept {
+    const auto send = [this] {
+        const Time deadline = steady_clock::now() + drainLimit;
+        while (hasUnsent() && steady_clock::now() < deadline) {
+            if (!process()) {
+                waitUntil(deadline);
+            }
         }
-    }
+    };
+    static_cast<void>(withinMemory(send, report, "not all was sent"));
 }
 
 bool BusConnection::isPassingShortage(int error) {
@@ -218,8 +221,11 @@ int BusConnection::claimAnswered(sd_bus_message *reply, void *connection, sd_bus
     std::uint32_t answer = granted;
     const sd_bus_error *error = sd_bus_message_get_error(reply);
     if (error != nullptr || !isFrom(reply, busName) || sd_bus_message_read(reply, "u", &answer) <= 0) {
-        asking.report(std::string("cannot make sure that nobody else is a backend of the same printer: ") +
-                      (error != nullptr && error->message != nullptr ? error->message : "a strange answer"));
+        const char *reason =
+            error != nullptr && error->message != nullptr ? error->message : "a strange answer";
+        constexpr const char *loss = "cannot make sure that nobody else is a backend of the same printer";
+        static_cast<void>(
+            withinMemory([&] { asking.report(loss + std::string(": ") + reason); }, asking.report, loss));
     }
     asking.isClaimGranted = answer == granted || answer == heldAlready;
     return 1;

@@ -54,7 +54,7 @@ class BusConnection {
     void waitUntil(Time until, std::span<const pollfd> watched = {});
 
     /// Sends what is unsent, for two seconds at most.
-    void drain();
+    void drain() noexcept;
 
     /// Whether a negative error number is a shortage inside this process or this machine that passes, and a
     /// pause for it to pass in.

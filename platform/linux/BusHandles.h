@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 
 // What everybody shares who deals with the message bus: the library's handles, and who the bus itself is.
@@ -41,6 +42,26 @@ inline constexpr const char *busPath = "/org/freedesktop/DBus";
 /// What an error number says, negative or not.
 [[nodiscard]] inline std::string busErrorText(int error) {
     return std::strerror(std::abs(error));
+}
+
+/// Runs what a callback of the library has to do. No exception may pass through the library: false where
+/// memory has run out.
+template <typename Step>
+[[nodiscard]] bool withinMemory(Step step) noexcept {
+    try {
+        step();
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+}
+
+/// The same, with a line for the diagnostic log where memory has run out, if there is enough for that.
+template <typename Step, typename Report>
+[[nodiscard]] bool withinMemory(Step step, const Report &report, const char *loss) noexcept {
+    return withinMemory(step) ||
+           (static_cast<void>(withinMemory([&] { report(std::string(loss) + ": not enough memory"); })),
+            false);
 }
 
 } // namespace veltrin::platform

@@ -48,14 +48,17 @@ int CallWindow::answered(sd_bus_message *reply, void *call, sd_bus_error * /*err
     const Call &finished = *static_cast<Call *>(call);
     CallWindow &window = finished.window;
     bool isDelivered = false;
-    if (const sd_bus_error *error = sd_bus_message_get_error(reply)) {
-        window.report(std::string("a notification was not delivered: ") + error->name + ": " +
-                      (error->message != nullptr ? error->message : ""));
-    } else if (!isFrom(reply, finished.receiver.c_str())) {
-        window.report("a notification was answered by somebody else than its receiver");
-    } else {
-        isDelivered = true;
-    }
+    const auto look = [&] {
+        if (const sd_bus_error *error = sd_bus_message_get_error(reply)) {
+            window.report(std::string("a notification was not delivered: ") + error->name + ": " +
+                          (error->message != nullptr ? error->message : ""));
+        } else if (!isFrom(reply, finished.receiver.c_str())) {
+            window.report("a notification was answered by somebody else than its receiver");
+        } else {
+            isDelivered = true;
+        }
+    };
+    static_cast<void>(withinMemory(look, window.report, "a notification was not delivered"));
     window.settle(finished, isDelivered);
     return 1;
 }

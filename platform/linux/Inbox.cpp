@@ -56,7 +56,13 @@ void Inbox::notePeersDeparture() {
 }
 
 int Inbox::received(sd_bus_message *message, void *inbox, sd_bus_error * /*error*/) noexcept {
-    return static_cast<Inbox *>(inbox)->receive(message);
+    Inbox &receiver = *static_cast<Inbox *>(inbox);
+    int result = 1;
+    if (!withinMemory([&] { result = receiver.receive(message); }, receiver.report, "lost a notification")) {
+        static_cast<void>(
+            withinMemory([&] { answerWithError(message, SD_BUS_ERROR_NO_MEMORY, "not enough memory"); }));
+    }
+    return result;
 }
 
 /// Puts a notification of the observed name aside until it can be delivered. Returns 0 for a message that is

@@ -25,11 +25,21 @@ SenderTrust::SenderTrust(Settings settings)
       objectionTo(std::move(settings.objectionTo)), report(std::move(settings.report)),
       whenGone(std::move(settings.whenGone)) {}
 
+/// Takes a step towards the verdict. Who cannot be judged for want of memory is refused: a sender on whom
+/// there is no verdict would be waited for.
+template <typename Step>
+void SenderTrust::decide(Sender &sender, Step step) const noexcept {
+    if (!withinMemory(step, report, "refused a sender")) {
+        sender.verdict = Verdict::refused;
+    }
+}
+
 SenderTrust::Verdict SenderTrust::inquire(const std::string &uniqueName) {
     const auto [entry, isNew] =
         senders.try_emplace(uniqueName, Sender{*this, uniqueName, {}, {}, {}, {}, {}});
     if (isNew) {
-        watch(entry->second);
+        Sender &sender = entry->second;
+        decide(sender, [&] { watch(sender); });
     }
     return entry->second.verdict;
 }
@@ -77,21 +87,25 @@ void SenderTrust::refuseSender(Sender &sender, const std::string &reason) const 
 
 int SenderTrust::userToldOf(sd_bus_message *reply, void *sender, sd_bus_error * /*error*/) noexcept {
     Sender &asked = *static_cast<Sender *>(sender);
-    if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
-        asked.trust.judgeUser(asked, reply);
-    } else {
-        asked.trust.askForUser(asked); // somebody else has answered in the bus's place
-    }
+    asked.trust.decide(asked, [&] {
+        if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
+            asked.trust.judgeUser(asked, reply);
+        } else {
+            asked.trust.askForUser(asked); // somebody else has answered in the bus's place
+        }
+    });
     return 1;
 }
 
 int SenderTrust::processToldOf(sd_bus_message *reply, void *sender, sd_bus_error * /*error*/) noexcept {
     Sender &asked = *static_cast<Sender *>(sender);
-    if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
-        asked.trust.judgeProcess(asked, reply);
-    } else {
-        asked.trust.askForProcess(asked);
-    }
+    asked.trust.decide(asked, [&] {
+        if (sd_bus_message_is_method_error(reply, nullptr) > 0 || isFrom(reply, busName)) {
+            asked.trust.judgeProcess(asked, reply);
+        } else {
+            asked.trust.askForProcess(asked);
+        }
+    });
     return 1;
 }
 
@@ -130,7 +144,9 @@ int SenderTrust::nameOwnerChanged(sd_bus_message *message, void *sender, sd_bus_
     if (isFrom(message, busName) && sd_bus_message_read(message, "sss", nullptr, nullptr, &newOwner) > 0 &&
         *newOwner == '\0') {
         const Sender &gone = *static_cast<Sender *>(sender);
-        gone.trust.whenGone(gone.uniqueName);
+        const SenderTrust &trust = gone.trust;
+        static_cast<void>(withinMemory([&] { trust.whenGone(gone.uniqueName); }, trust.report,
+                                       "a departure was not noted"));
     }
     return 0;
 }

@@ -75,6 +75,8 @@ class SenderTrust {
     void askForUser(Sender &sender);
     void askForProcess(Sender &sender);
     void ask(Sender &sender, const char *question, sd_bus_message_handler_t take);
+    template <typename Step>
+    void decide(Sender &sender, Step step) const noexcept;
     void judgeUser(Sender &sender, sd_bus_message *reply);
     void judgeProcess(Sender &sender, sd_bus_message *reply);
     void refuseSender(Sender &sender, const std::string &reason) const;

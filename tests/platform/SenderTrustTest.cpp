@@ -11,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <functional>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -113,6 +114,16 @@ TEST_F(SenderTrustTest, RefusesPeersOfAnotherUser) {
     EXPECT_THAT(stranger.replyTexts, ElementsAre(reason)) << "who is refused can read why";
     EXPECT_THAT(frontend->received, IsEmpty());
     EXPECT_EQ(frontend->reports.size(), 1U) << "a stranger is reported once";
+}
+
+TEST_F(SenderTrustTest, RefusesPeersWhomItLacksTheMemoryToJudge) {
+    const auto frontend = makeFrontend([](uid_t /*user*/) -> bool { throw std::bad_alloc(); });
+    BusClient backend(backendName);
+    backend.signal(notificationPath(frontendName), notificationArguments(frontendName, "backend-alive"));
+    ASSERT_TRUE(runUntil([&] { return !frontend->reports.empty(); }, {turning(*frontend)}));
+    EXPECT_THAT(frontend->reports, ElementsAre("refused a sender: not enough memory"));
+    EXPECT_FALSE(frontend->tryPost("writePipe", patternOf(16)));
+    EXPECT_EQ(frontend->lastError, "there is no peer yet to send data to");
 }
 
 TEST_F(SenderTrustTest, HearsNoProcessThatItsOwnerObjectsTo) {
