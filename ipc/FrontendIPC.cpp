@@ -38,10 +38,13 @@ bool goesThrough(Step step, Report report) {
     }
 }
 
-/// The same, with the line that is logged whatever is thrown.
+/// The same, with the line that is logged whatever is thrown, and the reason behind it.
 template <typename Step>
 bool goesThrough(Step step, const char *line) {
-    return goesThrough(step, [line](const std::exception &) { CPSDebugLog("%s", line); });
+    return goesThrough(step, [line](const std::exception &exception) {
+        CPSDebugLog("%s", line);
+        CPSDebugLog("FrontendIPC: %s", exception.what());
+    });
 }
 
 } // namespace

@@ -234,8 +234,8 @@ TEST_F(FrontendIPCTest, AFailedAnnouncementIsLoggedAndTheBackendIsWaitedForAllTh
     center.deliver("backend-alive");
     EXPECT_NE(makeChannel(), nullptr);
     EXPECT_THAT(log.messages(),
-                testing::IsSupersetOf(
-                    {std::string("FrontendIPC postNotificationCommand: Catch Exception!"), sendWaits}));
+                testing::IsSupersetOf({std::string("FrontendIPC postNotificationCommand: Catch Exception!"),
+                                       std::string("FrontendIPC: the test lets posts fail"), sendWaits}));
     EXPECT_THAT(center.turns, ElementsAre(300ms));
 }
 
@@ -429,6 +429,7 @@ TEST_F(FrontendIPCTest, ABlockThatCannotBePostedIsAFailedSend) {
     EXPECT_FALSE(channel->sendData(statusRecord));
     EXPECT_THAT(log.messages(), ElementsAre("[post " + backend + " writePipe]",
                                             "FrontendIPC postNotificationSendData: Catch Exception!",
+                                            "FrontendIPC: the test lets posts fail",
                                             "FrontendIPC sendData: sending 25 bytes to backend"));
     center.failsPosts = false;
     EXPECT_TRUE(channel->sendData(statusRecord));
@@ -440,7 +441,8 @@ TEST_F(FrontendIPCTest, AnExceptionWhileASendWaitsIsAFailedSend) {
     center.failsTurns = true;
     EXPECT_FALSE(channel->sendData(statusRecord));
     EXPECT_THAT(log.messages(),
-                ElementsAre(sendWaits, "[turn 300 ms]", "FrontendIPC sendData: Catch Exception!"));
+                ElementsAre(sendWaits, "[turn 300 ms]", "FrontendIPC sendData: Catch Exception!",
+                            "FrontendIPC: the test lets turns fail"));
 }
 
 TEST_F(FrontendIPCTest, WaitsForDeliveryAsTheCenterSays) {
@@ -452,7 +454,8 @@ TEST_F(FrontendIPCTest, WaitsForDeliveryAsTheCenterSays) {
     center.isDelivered = true;
     center.failsWaits = true;
     EXPECT_FALSE(channel->waitForDelivery());
-    EXPECT_THAT(log.messages(), ElementsAre("FrontendIPC waitForDelivery: Catch Exception!"));
+    EXPECT_THAT(log.messages(), ElementsAre("FrontendIPC waitForDelivery: Catch Exception!",
+                                            "FrontendIPC: the test lets waits fail"));
 }
 
 // ---- Reading
@@ -580,7 +583,8 @@ TEST_F(FrontendIPCTest, ARequestThatCannotBePostedIsWaitedForLikeOneThatIsNotAns
     EXPECT_FALSE(channel->readData(record));
     EXPECT_THAT(log.messages(), ElementsAreArray(joined({
                                     {"FrontendIPC readData", "[post " + backend + " readPipe]",
-                                     "FrontendIPC postNotificationCommand: Catch Exception!"},
+                                     "FrontendIPC postNotificationCommand: Catch Exception!",
+                                     "FrontendIPC: the test lets posts fail"},
                                     repeated(20, {"FrontendIPC waiting data...", "[turn 300 ms]"}),
                                     {"FrontendIPC readData failed!", "FrontendIPC readData Completed"},
                                 })));
@@ -592,11 +596,12 @@ TEST_F(FrontendIPCTest, AnExceptionWhileAReadWaitsIsAFailedRead) {
     record = statusRecord;
     EXPECT_FALSE(channel->readData(record));
     EXPECT_EQ(record, std::nullopt);
-    EXPECT_THAT(log.messages(), ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]",
-                                            "[turn after post 100 ms]",
-                                            "FrontendIPC postNotificationCommand: Catch Exception!",
-                                            "FrontendIPC waiting data...", "[turn 300 ms]",
-                                            "FrontendIPC readData: Catch Exception!"));
+    EXPECT_THAT(
+        log.messages(),
+        ElementsAre("FrontendIPC readData", "[post " + backend + " readPipe]", "[turn after post 100 ms]",
+                    "FrontendIPC postNotificationCommand: Catch Exception!",
+                    "FrontendIPC: the test lets turns fail", "FrontendIPC waiting data...", "[turn 300 ms]",
+                    "FrontendIPC readData: Catch Exception!", "FrontendIPC: the test lets turns fail"));
 }
 
 // ---- What else may come in
@@ -648,6 +653,7 @@ TEST_F(FrontendIPCTest, AnExceptionWhileANotificationIsHandledGoesNoFurther) {
     EXPECT_THAT(log.messages(), ElementsAre(sendWaits, "[turn 300 ms]", "FrontendIPC::handleNotification",
                                             "FrontendIPC::handleNotification:backend-alive",
                                             "FrontendIPC handleNotification: Catch Exception!",
+                                            "FrontendIPC: the test lets functions be refused",
                                             "[post " + backend + " writePipe]", "[turn after post 10 ms]",
                                             "FrontendIPC sendData: sending 25 bytes to backend"));
 }
