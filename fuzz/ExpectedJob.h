@@ -1,0 +1,51 @@
+#pragma once
+
+#include "filter/JobSettings.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+// What the filter has to make of a stream, by another way than its own: the whole stream lies in memory.
+
+namespace veltrin::fuzz {
+
+/// A header with its data, or the end-of-job mark.
+struct Unit {
+    std::string bytes;
+
+    [[nodiscard]] bool isPageHeader() const { return bytes.starts_with("GDIP"); }
+
+    [[nodiscard]] bool endsPage() const;
+};
+
+/// The stream behind its identifier, as far as it is whole.
+struct Units {
+    std::string jobHeaders; ///< both; empty where they are not there
+    std::vector<Unit> rest; ///< what comes behind them, without the end-of-job mark
+    bool ended = false;     ///< by that mark
+};
+
+[[nodiscard]] Units unitsOf(const std::string &stream);
+
+/// What of the printer's model the configuration tells.
+struct PrinterKeys {
+    std::optional<std::string> duplexOrder;
+    bool manualDuplex = false;
+    bool duplexBypass = false;
+};
+
+struct ExpectedJob {
+    bool result = false;
+    std::string output;
+};
+
+/// Without a channel, whose status records would say more. `settings` are those of the job's options. Nothing
+/// where more pages than `mostPages` would be sent.
+[[nodiscard]] std::optional<ExpectedJob> expectedJob(const std::string &stream, JobSettings settings,
+                                                     const PrinterKeys &keys, std::uint32_t systemVersion,
+                                                     std::size_t mostPages);
+
+} // namespace veltrin::fuzz
