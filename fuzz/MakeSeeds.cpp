@@ -1,8 +1,12 @@
 // Makes the seeds that the fuzzer begins with: a folder for each target.
 
+#include "driver/stream/PageStream.h"
 #include "driver/stream/StreamMaker.h"
 #include "fuzz/Seeds.h"
+#include "fuzz/Wire.h"
+#include "raster/PlaneCoding.h"
 #include "tests/support/ExpectedOutput.h"
+#include "tests/support/RasterForms.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -186,6 +190,171 @@ void makeOptionsSeeds(const std::filesystem::path &seeds) {
     }
 }
 
+void makePropertyListSeeds(const std::filesystem::path &seeds, const SeedSources &sources) {
+    const SeedFolder folder(seeds, "property-list");
+    folder.addFiles(sources.tree / "resources", "Localizable.strings", "de_DE.UTF-8\n");
+    folder.addFiles(sources.build / "bin", "Info.plist", "en\n");
+    const std::string lead =
+        "zh_Hant_TW\n<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">";
+    folder.add("values", lead + "<dict><key>a</key><string>&lt;&#228;&amp;</string><key>b</key><true/>"
+                                "<key>c</key><integer>3</integer><key>d</key><array><dict/></array>"
+                                "<key>e</key><data>AAAA</data><key>f</key><date>2001-01-01T00:00:00Z</date>"
+                                "<key>g</key><real>1.5</real><key>h</key><string> </string></dict></plist>");
+    folder.add("no-text", lead + "<dict><key>a</key><string>\xC3\x28</string><key>\xFF</key>"
+                                 "<string>x</string></dict></plist>");
+    folder.add("no-dictionary", lead + "<array><string>a</string></array></plist>");
+    folder.add("cut", lead + "<dict><key>a</key><string>b");
+    folder.add("no-list", "C\nbplist00");
+}
+
+/// The body of a notification with this object, and with one entry of user info where it has a type.
+std::string notification(std::string_view type, std::string_view data,
+                         std::string_view object = "writePipe") {
+    Wire body;
+    body.string("usb://Veltrin/C200.backend");
+    body.signature("s");
+    body.string(object);
+    Wire entry;
+    if (!type.empty()) {
+        entry.string("data");
+        entry.signature(type);
+        entry.align(4);
+        entry.append(data);
+    }
+    body.number(static_cast<std::uint32_t>(entry.size()));
+    body.align(8);
+    body.append(entry.bytes());
+    return body.bytes();
+}
+
+void makeBusMessageSeeds(const std::filesystem::path &seeds) {
+    const SeedFolder folder(seeds, "bus-message");
+    const auto sent = [](char signature, char along, const std::string &body) {
+        return std::string{signature, along} + body;
+    };
+    folder.add("command", sent(0, 0, notification("", "", "readPipe")));
+    folder.add("block", sent(0, 0, notification("ay", numberText(5) + "block")));
+    folder.add("no-block", sent(0, 0, notification("ay", numberText(0))));
+    folder.add("memory", sent(0, 1, notification("h", numberText(0))));
+    folder.add("empty-memory", sent(0, 8, notification("h", numberText(0))));
+    folder.add("unsealed", sent(0, 2, notification("h", numberText(0))));
+    folder.add("no-memory", sent(0, 4, notification("h", numberText(0))));
+    folder.add("no-descriptor", sent(0, 0, notification("h", numberText(0))));
+    folder.add("number", sent(0, 0, notification("u", numberText(7))));
+    folder.add("nested", sent(0, 0, notification("v", std::string("\1v\0\1v\0\1y\0", 9) + "x")));
+    folder.add("other-signature", sent(7, 0, notification("ay", numberText(1) + "x")));
+}
+
+std::string textOf(std::span<const std::byte> bytes) {
+    return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
+}
+
+/// The document's pages with their planes coded.
+std::string codedStream(raster::CompressMode mode) {
+    constexpr std::uint16_t dots = 40;
+    constexpr std::uint16_t lines = 24;
+    constexpr std::uint16_t bandHeight = 16;
+    std::string stream = makeJobHeaders(document(1));
+    stream[33] = '\x48'; // dots per inch
+    stream[35] = static_cast<char>(mode);
+    PageHeader page{};
+    page.MagicNumber = pageHeaderTag;
+    page.dwHeaderLen = sizeof page;
+    page.wScanLineWidth = dots;
+    page.wHeight = lines;
+    page.bPlane = 4;
+    page.wBandNo = 2;
+    const auto add = [&stream](const auto &header) {
+        stream += textOf(std::as_bytes(std::span(&header, 1)));
+    };
+    add(page);
+    raster::PlaneEncoder encoder(mode);
+    for (std::uint16_t line = 0; line < lines; line = static_cast<std::uint16_t>(line + bandHeight)) {
+        const auto height = static_cast<std::uint16_t>(std::min<int>(bandHeight, lines - line));
+        std::vector<std::byte> plane(raster::planeBytes(dots, height), std::byte{0x18});
+        const auto coded = encoder.encode(plane);
+        BandHeader band{};
+        band.MagicNumber = bandHeaderTag;
+        band.dwBandSetting = line + height == lines ? bandSettingLastOfPage : 0;
+        band.dwKSize = static_cast<std::uint32_t>(coded->size());
+        band.dwCSize = static_cast<std::uint32_t>(coded->size());
+        band.wBandWidth = dots;
+        band.wBandHeight = height;
+        add(band);
+        stream += textOf(*coded) + textOf(*coded);
+    }
+    return stream + "JIDG";
+}
+
+void makePlanesSeeds(const std::filesystem::path &seeds) {
+    const SeedFolder folder(seeds, "planes");
+    for (const auto mode : {raster::CompressMode::raw, raster::CompressMode::zstd}) {
+        const std::string name = mode == raster::CompressMode::raw ? "raw" : "zstd";
+        const std::string stream = codedStream(mode);
+        folder.add(name + "-stream", std::string("\0\7", 2) + stream);
+        folder.add(name + "-cut", std::string("\0\7", 2) + stream.substr(0, stream.size() - 20));
+        std::vector<std::byte> plane(raster::planeBytes(24, 5), std::byte{0x55});
+        plane[7] = std::byte{1};
+        raster::PlaneEncoder encoder(mode);
+        const std::string coded = textOf(*encoder.encode(plane));
+        const std::string lead = {'\1', static_cast<char>(mode), '\10', '\5'};
+        folder.add(name + "-plane", lead + coded);
+        folder.add(name + "-long-plane", lead + coded + "more");
+        folder.add(name + "-short-plane", lead + coded.substr(1));
+        folder.add(name + "-no-plane", lead);
+    }
+    for (const NamedStream &stream : streams()) {
+        folder.add(stream.name, std::string("\0\20", 2) + stream.text);
+    }
+}
+
+/// A page of 60 by 40 dots.
+cups_page_header2_t smallPage(bool isGray) {
+    cups_page_header2_t header = isGray ? test::grayRasterHeader(72) : test::rasterHeader(72);
+    header.PageSize[0] = 60;
+    header.PageSize[1] = 40;
+    header.cupsPageSize[0] = 60;
+    header.cupsPageSize[1] = 40;
+    header.cupsImagingBBox[0] = 5;
+    header.cupsImagingBBox[1] = 5;
+    header.cupsImagingBBox[2] = 55;
+    header.cupsImagingBBox[3] = 35;
+    header.cupsWidth = 50;
+    header.cupsHeight = 30;
+    header.cupsBytesPerLine = header.cupsWidth * (isGray ? 1 : 3);
+    return header;
+}
+
+void makeRasterSeeds(const std::filesystem::path &seeds) {
+    const SeedFolder folder(seeds, "raster");
+    const std::vector<std::string> options = {"", "Collate=True sides=two-sided-long-edge",
+                                              "media=A5 PaperType=Labels com.apple.print.PrintSettings."
+                                              "PMCopyCollate..b.=true"};
+    unsigned switches = 0x10;
+    for (const bool isGray : {false, true}) {
+        cups_page_header2_t twoSided = smallPage(isGray);
+        twoSided.Duplex = CUPS_TRUE;
+        const test::Paint white = [](std::uint32_t /*line*/, std::span<std::uint8_t> /*dots*/) {};
+        const std::vector<test::RasterSheet> sheets = {{smallPage(isGray), test::numbered(1, isGray ? 1 : 3)},
+                                                       {smallPage(isGray), white}};
+        std::size_t number = 0;
+        for (const auto &raster : test::everyForm(sheets)) {
+            const std::string lead = static_cast<char>(switches) + options[number % options.size()] + "\n";
+            folder.add((isGray ? "gray-" : "colour-") + std::to_string(number), lead + raster.text);
+            switches = (switches + 0x11) % 0x40;
+            ++number;
+        }
+        const auto duplex = test::everyForm({{twoSided, white}, {twoSided, white}, {twoSided, white}});
+        folder.add(isGray ? "gray-duplex" : "colour-duplex", "!\n" + duplex[2].text);
+    }
+}
+
+void makeScenarioSeeds(const std::filesystem::path &seeds, const SeedSources &sources) {
+    const SeedFolder folder(seeds, "scenario");
+    folder.addFiles(sources.tree / "printer" / "scenarios", ".json");
+    folder.addFiles(sources.tree / "tests" / "scenarios", ".json");
+}
+
 } // namespace
 
 } // namespace veltrin::fuzz
@@ -204,5 +373,10 @@ int main(int argc, char **argv) {
     makeStatusRecordSeeds(seeds);
     makeSelectionSeeds(seeds);
     makeOptionsSeeds(seeds);
+    makePropertyListSeeds(seeds, sources);
+    makeBusMessageSeeds(seeds);
+    makePlanesSeeds(seeds);
+    makeRasterSeeds(seeds);
+    makeScenarioSeeds(seeds, sources);
     return EXIT_SUCCESS;
 }
