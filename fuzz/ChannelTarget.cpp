@@ -209,7 +209,8 @@ class Script {
         for (std::size_t i = 0; i < center.posts.size(); ++i) {
             const auto &post = center.posts[i];
             require(post.name == std::string(port) + channel::backendSuffix, "every post is for the backend");
-            require((post.object == channel::frontendAlive) == (i == 0), "the announcement comes first");
+            require(post.object != channel::frontendAlive || i == 0,
+                    "the announcement comes first, and once");
             require(post.data.has_value() == (post.object == channel::writePipe), "blocks alone have data");
             const bool isFarewell = post.object == channel::frontendByebye;
             require(!isOver || isFarewell, "nothing follows the farewell");

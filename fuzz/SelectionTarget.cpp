@@ -124,7 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (memory.hasRoomFor(headerSize, dataSize) && dataSize < 0x70000000U) {
         const MemoryEstimate before = memory;
         memory.subtract(headerSize, dataSize);
-        require(memory.headerMemory < before.headerMemory + 1 && memory.imageMemory <= before.imageMemory,
+        require(memory.headerMemory <= before.headerMemory && memory.imageMemory <= before.imageMemory,
                 "what there is room for does not wrap the printer's memory");
     }
     return 0;
