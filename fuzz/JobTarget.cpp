@@ -136,11 +136,15 @@ struct Job {
     std::size_t sleeps = 0;
 };
 
+/// The lines that report a failure. What a stream holds is shown in the log as well, and may look like one
+/// but for the process.
 std::size_t reportsIn(const std::string &log) {
+    const std::string mark = " (" + std::to_string(getpid()) + ") ASSERT: ";
+    // What the configuration lacks fails no job.
+    const std::string missingKey = mark + "CUPSFilter stringForPPDAttr: failed to get";
     std::size_t count = 0;
-    for (auto at = log.find(" ASSERT: "); at != std::string::npos; at = log.find(" ASSERT: ", at + 1)) {
-        // What the configuration lacks fails no job.
-        count += log.compare(at, 51, " ASSERT: CUPSFilter stringForPPDAttr: failed to get") != 0 ? 1U : 0U;
+    for (auto at = log.find(mark); at != std::string::npos; at = log.find(mark, at + 1)) {
+        count += log.compare(at, missingKey.size(), missingKey) != 0 ? 1U : 0U;
     }
     return count;
 }
