@@ -4,7 +4,7 @@
 #include "driver/PageSelection.h"
 #include "driver/SendPlan.h"
 
-#include <string_view>
+#include <algorithm>
 
 namespace veltrin::fuzz {
 
@@ -152,6 +152,14 @@ Units unitsOf(const std::string &stream) {
     }
     units.ended = rest.starts_with(endMark);
     return units;
+}
+
+std::size_t wholeBytes(std::string_view piece) {
+    std::string_view rest = piece;
+    for (auto size = wholeSize(rest); size || rest.starts_with(endMark); size = wholeSize(rest)) {
+        rest.remove_prefix(size.value_or(endMark.size()));
+    }
+    return piece.size() - rest.size();
 }
 
 std::optional<ExpectedJob> expectedJob(const std::string &stream, JobSettings settings,

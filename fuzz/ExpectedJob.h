@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // What the filter has to make of a stream, by another way than its own: the whole stream lies in memory.
@@ -29,6 +30,10 @@ struct Units {
 };
 
 [[nodiscard]] Units unitsOf(const std::string &stream);
+
+/// How many bytes at the beginning of a piece of a stream are whole headers with their data, and end-of-job
+/// marks.
+[[nodiscard]] std::size_t wholeBytes(std::string_view piece);
 
 /// What of the printer's model the configuration tells.
 struct PrinterKeys {

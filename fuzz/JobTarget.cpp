@@ -17,6 +17,7 @@
 #include "tests/support/FakePlatform.h"
 #include "tests/support/Files.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -36,11 +37,13 @@ constexpr std::size_t mostPages = 400;
 struct Configuration {
     PrinterKeys keys;
     std::uint32_t systemVersion = 0;
+    bool takesNothing = false; ///< whoever the job is written to
 
     explicit Configuration(std::uint8_t bits) {
         const std::array<std::optional<std::string>, 4> orders = {std::nullopt, "642135", "246135", "214365"};
         keys = {orders[bits & 3U], (bits & 4U) != 0, (bits & 8U) != 0};
         systemVersion = (bits & 16U) != 0 ? pairedVersion : pairedVersion - 1;
+        takesNothing = (bits & 32U) != 0;
     }
 
     void putInto(test::FakePlatform &platform) const {
@@ -131,6 +134,8 @@ Inspection inspectionOf(const std::string &stream) {
 
 struct Job {
     bool result = false;
+    std::string log;
+    std::string errors; ///< what the scheduler reads
     std::string output;
     std::size_t reports = 0; ///< of failures, in the log
     std::size_t sleeps = 0;
@@ -168,12 +173,38 @@ Job printed(const Configuration &configuration, const std::string &options, cons
                                            arguments.vector());
     require(driver != nullptr, "a job without a channel begins");
     log.clear();
+    if (configuration.takesNothing) {
+        const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+        dup2(full, STDOUT_FILENO);
+        close(full);
+    }
+    const std::size_t begun = errors.text().size(); // with the URI's scheme
     Job job;
     job.result = driver->run();
     job.output = output.text();
-    job.reports = reportsIn(std::filesystem::exists(debugLogPath) ? test::readFile(debugLogPath) : "");
+    job.errors = errors.text().substr(begun);
+    job.log = std::filesystem::exists(debugLogPath) ? test::readFile(debugLogPath) : "";
+    job.reports = reportsIn(job.log);
     job.sleeps = platform.fakeClock.sleeps.size();
     return job;
+}
+
+const char *failedStep(const std::string &stream, const JobSettings &settings) {
+    if (stream.size() < identifierSize) {
+        return "ASSERT: read uuid error\n";
+    }
+    return settings.duplex ? "ASSERT: spoolPages error\n" : "ASSERT: sendPages error\n";
+}
+
+/// Nobody takes what the job sends, be it the cancel record alone.
+void requireFailure(const Job &job) {
+    require(!job.result, "a job that nobody takes fails");
+    require(job.reports >= 1, "a write that fails is logged");
+    const std::string line = "ERROR: recoverable: Unable to communicate with printer\n";
+    require(!job.errors.empty() && job.errors.size() % line.size() == 0, "people hear of it");
+    for (std::size_t at = 0; at < job.errors.size(); at += line.size()) {
+        require(job.errors.compare(at, line.size(), line) == 0, "people hear of it, and of nothing else");
+    }
 }
 
 } // namespace
@@ -205,14 +236,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const Job job = printed(configuration, options, stream);
     require(openDescriptors() == descriptors, "no descriptor is left open");
     require(std::filesystem::is_empty(spoolFolder), "no spool file is left behind");
+    // Each page that cannot be sent is told of, once the job is cancelled one time each.
+    require(job.sleeps <= (configuration.takesNothing ? mostPages + 8 : 0), "no wait outlasts the job");
+    if (configuration.takesNothing) {
+        requireFailure(job);
+        return 0;
+    }
     require(job.result == expected->result, "a job succeeds where its stream is whole, and only there");
     require(job.output == expected->output,
             "what goes out is what came in, but for the patched bytes and the order");
-    require(job.sleeps <= 4, "no wait outlasts the job");
+    require(job.errors.empty(), "people hear nothing where the printer has taken all");
     // Where it is found and where the job ends for it. Job headers in another order are only the latter.
     const std::size_t reports = unitsOf(stream).jobHeaders.empty() ? 1 : 2;
     require(job.result ? job.reports == 0 : job.reports >= reports,
             "a failure is logged, and nothing else is");
+    require(job.result || job.log.find(failedStep(stream, settings)) != std::string::npos,
+            "the step that fails is logged");
 
     const Inspection inspection = inspectionOf(stream);
     require(inspection.isReadable == unitsOf(stream).ended, "filter and inspector agree where a job ends");

@@ -6,8 +6,10 @@
 #include "fuzz/Wire.h"
 #include "raster/PlaneCoding.h"
 #include "tests/support/ExpectedOutput.h"
+#include "tests/support/PPD.h"
 #include "tests/support/RasterForms.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -92,7 +94,7 @@ void makeJobSeeds(const std::filesystem::path &seeds) {
         for (const test::JobOptions &job : jobs) {
             // Every configuration comes with some job.
             folder.add(stream.name + "-" + std::to_string(number),
-                       static_cast<char>(number) + job.argument() + "\n" + stream.text);
+                       static_cast<char>(number % 64) + job.argument() + "\n" + stream.text);
             ++number;
         }
     }
@@ -104,9 +106,11 @@ void makePageReaderSeeds(const std::filesystem::path &seeds) {
     StreamOptions large = document(1);
     large.planeSizes = {700, 700, 0, 0};
     const std::string largePage = makePage(large, 1);
-    for (const char failing : {'\0', '\1', '\2', '\3', 'U'}) {
+    std::string negative = page;
+    negative[sizeof(PageHeader) + offsetof(BandHeader, dwKSize)] = '\x80';
+    for (const char failing : {'\0', '\1', '\2', '\3', '\4', 'U'}) {
         std::string pages;
-        for (const std::string &text : {page, largePage, page + "JIDG"}) {
+        for (const std::string &text : {page, largePage, page + "JIDG", negative}) {
             const std::size_t units = (text.size() + 15) / 16;
             pages += static_cast<char>(units - 1) + text + std::string(units * 16 - text.size(), 'J');
         }
@@ -147,6 +151,7 @@ void makeStatusRecordSeeds(const std::filesystem::path &seeds) {
         record[37] = static_cast<char>(code / 2);
         record[59] = static_cast<char>(code * 3 & 0xFFU);
         const std::string text = "@" + record + "@" + record;
+        folder.add("short-" + std::to_string(code), "\n?" + record.substr(0, 63) + "A" + record + "x");
         folder.add("english-" + std::to_string(code), "\n" + text);
         folder.add("translated-" + std::to_string(code),
                    "%@ leer %1$@ 100%%\n" + text.substr(0, 65) + "\3abc");
@@ -186,6 +191,8 @@ void makeOptionsSeeds(const std::filesystem::path &seeds) {
         folder.add(std::to_string(switches), static_cast<char>(switches) + std::string("2\n") + text);
         folder.add("ppd-" + std::to_string(switches),
                    static_cast<char>(15 - switches) + std::string("1\n") + text);
+        folder.add("small-" + std::to_string(switches),
+                   static_cast<char>(24 + switches) + std::string("1\n") + text);
         ++switches;
     }
 }
@@ -343,6 +350,8 @@ void makeRasterSeeds(const std::filesystem::path &seeds) {
             switches = (switches + 0x11) % 0x40;
             ++number;
         }
+        const std::string one = test::everyForm({sheets.front(), sheets.front()}).back().text;
+        folder.add(isGray ? "gray-cut" : "colour-cut", " \n" + one.substr(0, one.size() - 100));
         const auto duplex = test::everyForm({{twoSided, white}, {twoSided, white}, {twoSided, white}});
         folder.add(isGray ? "gray-duplex" : "colour-duplex", "!\n" + duplex[2].text);
     }
@@ -367,6 +376,7 @@ void makeChannelSeeds(const std::filesystem::path &seeds) {
     folder.add("lost-posts", start + std::string("\2\6\0", 3) + send + read);
     folder.add("held-posts", start + std::string("\2\10\0", 3) + send + read);
     folder.add("failing-turns", start + std::string("\2\7\0", 3) + send + read);
+    folder.add("two-records", start + read + read);
     folder.add("stopped", start + "\xFE" + send + read);
     folder.add("records", start + std::string("\2\2\0\6record\2\3\1\2\4\1\2\5\0text\n", 22) + read);
     folder.add("no-answer", std::string("\0\2", 2) + read + std::string("\2\12\0", 3) + "\xFA");
@@ -402,6 +412,7 @@ void makePrinterOptionsSeeds(const std::filesystem::path &seeds) {
     add("channel", 0, "--scenario=cover-open\n--output\n/tmp/x\n--stay\nusb://Veltrin/C200");
     add("wire", 0, "--listen=127.0.0.1:9100\n--sheets=/tmp/s\n--dpi=75\n--jobs=3\n--report=-");
     add("contradiction", 0, "--listen=9100\n--stay\n--dpi=0");
+    add("no-folder", 0, "--listen=9100\n--dpi=75");
     add("help", 0, "--help");
     add("unknown", 0, "--lis\n--what");
     add("uri", 1, "veltrin-printer:/lx-520n?scenario=cover-open&output=/var/tmp/a%20b&report=%2Ftmp%2Fr");
@@ -424,6 +435,24 @@ void makeWireSeeds(const std::filesystem::path &seeds) {
         folder.add(stream.name, script + "\xFA\xFF\xF6\xFA\x10\xF2");
         scenario = static_cast<char>((scenario + 1) % 4);
     }
+}
+
+void makePpdSeeds(const std::filesystem::path &seeds, const SeedSources &sources) {
+    const SeedFolder folder(seeds, "ppd");
+    folder.addFiles(sources.build / "ppd", ".ppd", "Collate=True InputSlot=Tray2\n");
+    const std::string choices =
+        "*OpenUI *Collate/Collation: PickOne\n*DefaultCollate: False\n*Collate False/No: \"\"\n"
+        "*Collate True/Yes: \"\"\n*CloseUI: *Collate\n"
+        "*OpenUI *InputSlot: PickOne\n*DefaultInputSlot: Auto\n*InputSlot Auto: \"\"\n"
+        "*InputSlot Tray2: \"\"\n*CloseUI: *InputSlot\n";
+    folder.add("choices", "Collate=True InputSlot=Tray2\n" + test::ppdWith(choices));
+    folder.add("types", "\n" + test::ppdWith("*DefaultPaperType: Thick\n*cupsICCProfile Gray/x: \"a.icc\"\n"
+                                             "*NickName: \"Printer\"\n*cupsManualCopies: True\n"));
+    folder.add("long-type", "\n" + test::ppdWith("*DefaultPaperType: ATypeOfTwentyCharact\n"));
+    folder.add("groups", "x=y\n" + test::ppdWith("*OpenGroup: A/B\n*OpenSubGroup: C\n" + choices +
+                                                 "*CloseSubGroup: C\n*CloseGroup: A\n"
+                                                 "*UIConstraints: *Collate True *InputSlot Tray2\n"));
+    folder.add("no-ppd", "\nnothing");
 }
 
 } // namespace
@@ -453,5 +482,6 @@ int main(int argc, char **argv) {
     makeDeviceSeeds(seeds);
     makePrinterOptionsSeeds(seeds);
     makeWireSeeds(seeds);
+    makePpdSeeds(seeds, sources);
     return EXIT_SUCCESS;
 }

@@ -15,6 +15,7 @@
 #include <cups/cups.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
@@ -38,9 +39,10 @@ Pairs parsed(const std::string &text) {
     return pairs;
 }
 
-raster::RasterPage somePage(bool isTwoSided) {
+raster::RasterPage somePage(bool isTwoSided, const char *size) {
     cups_page_header2_t header = test::rasterHeader(100);
     header.Duplex = isTwoSided ? CUPS_TRUE : CUPS_FALSE;
+    std::snprintf(header.cupsPageSizeName, sizeof header.cupsPageSizeName, "%s", size);
     std::string problem;
     const auto page = raster::rasterPageFrom(header, problem);
     require(page.has_value(), "an ordinary page can be printed");
@@ -82,8 +84,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if ((switches & 2U) != 0) {
         choices.collate = (switches & 4U) != 0 ? "True" : "False";
     }
-    const raster::JobTicket ticket =
-        raster::ticketFor(copies, options, choices, somePage((switches & 8U) != 0));
+    const raster::JobTicket ticket = raster::ticketFor(
+        copies, options, choices, somePage((switches & 8U) != 0, (switches & 16U) != 0 ? "A5" : "A4"));
     require(ticket.layout.copies >= 1, "a job has a copy");
 
     // The filter reads in its own options what the renderer goes by.

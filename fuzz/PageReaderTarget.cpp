@@ -5,6 +5,7 @@
 #include "driver/PageInput.h"
 #include "driver/stream/BandRun.h"
 #include "fuzz/Allocations.h"
+#include "fuzz/ExpectedJob.h"
 #include "fuzz/Input.h"
 #include "fuzz/MemoryFile.h"
 #include "fuzz/Target.h"
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <string_view>
 
 namespace veltrin::fuzz {
 
@@ -74,6 +76,10 @@ bool takeNext(PageInput &page, bool inRuns, Taken &taken) {
     return true;
 }
 
+std::string_view textOf(std::span<const std::byte> bytes) {
+    return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
+}
+
 std::string logged() {
     return std::filesystem::exists(debugLogPath) ? test::readFile(debugLogPath) : "";
 }
@@ -86,7 +92,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     using namespace veltrin;
     using namespace veltrin::fuzz;
     Input input(data, size);
-    Pattern pattern(input.byte());
+    const std::uint8_t failing = input.byte();
+    const bool isAllThere = failing == 0;
+    Pattern pattern(failing);
     const bool inRuns = input.flag();
     const test::CapturedLog log;
     std::size_t failures = 0;
@@ -107,6 +115,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                         (taken.bytes.empty() ||
                          std::memcmp(taken.bytes.data(), text.data(), taken.bytes.size()) == 0),
                     "what is read is what stands there, in its order");
+            require(!isAllThere || taken.bytes.size() >= wholeBytes(textOf(text)),
+                    "all that is whole is read where there is memory");
             failures += taken.failures;
         }
     }

@@ -43,7 +43,8 @@ Rendered inspected(const std::string &stream) {
 
 /// The sides that so many pages make, by the rules of docs/page-stream.md.
 std::uint64_t sidesOf(const raster::JobLayout &layout, std::uint64_t pages) {
-    const std::uint64_t sides = layout.twoSided && pages > 1 ? (pages + 1) / 2 * 2 : pages;
+    const bool isSheets = layout.twoSided && (pages > 1 || layout.copies > 1);
+    const std::uint64_t sides = isSheets ? (pages + 1) / 2 * 2 : pages;
     return sides * layout.copies;
 }
 
