@@ -84,7 +84,7 @@ std::string sent(const Unit &unit, const JobSettings &settings, std::uint8_t typ
 }
 
 ExpectedJob failed(std::string output) {
-    return {false, std::move(output) + cancelRecord};
+    return {false, std::move(output) + cancelRecord, 0};
 }
 
 ExpectedJob oneSided(const Units &units, const JobSettings &settings) {
@@ -93,7 +93,7 @@ ExpectedJob oneSided(const Units &units, const JobSettings &settings) {
         output += sent(unit, settings, 0, pagesOwnTray);
     }
     output += endMark;
-    return units.ended ? ExpectedJob{true, output} : failed(output);
+    return units.ended ? ExpectedJob{true, output, 0} : failed(output);
 }
 
 /// The pages that are whole; what stands behind the last of them is nobody's.
@@ -183,7 +183,7 @@ std::optional<ExpectedJob> expectedJob(const std::string &stream, JobSettings se
         return std::nullopt;
     }
 
-    ExpectedJob job = {true, units.jobHeaders};
+    ExpectedJob job = {true, units.jobHeaders, 0};
     if (settings.duplex) {
         const int bit = keys.manualDuplex ? 0x04 : 0x02;
         job.output[jobSettingOffset] = static_cast<char>(job.output[jobSettingOffset] | bit);
@@ -195,6 +195,7 @@ std::optional<ExpectedJob> expectedJob(const std::string &stream, JobSettings se
                           .duplexInstalled = false,
                           .duplexBypass = keys.duplexBypass};
     forEachPlannedPage(plan, [&](const PlannedPage &planned) {
+        ++job.spooledPages;
         for (const Unit &unit : pages[copy[planned.index]]) {
             job.output += sent(unit, settings, planned.typeBits, planned.tray);
         }

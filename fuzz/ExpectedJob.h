@@ -45,6 +45,7 @@ struct PrinterKeys {
 struct ExpectedJob {
     bool result = false;
     std::string output;
+    std::size_t spooledPages = 0; ///< that are sent, each as often as it is
 };
 
 /// Without a channel, whose status records would say more. `settings` are those of the job's options. Nothing

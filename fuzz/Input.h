@@ -45,13 +45,13 @@ class Input {
     /// Up to the next newline, which is left out.
     [[nodiscard]] std::string line() {
         const auto end = std::find(rest.begin(), rest.end(), std::uint8_t{'\n'});
-        const std::string text(rest.begin(), end);
+        std::string text(rest.begin(), end);
         rest = rest.subspan(std::min(rest.size(), text.size() + 1));
         return text;
     }
 
     [[nodiscard]] std::string remainingText() {
-        const std::string text(rest.begin(), rest.end());
+        std::string text(rest.begin(), rest.end());
         rest = {};
         return text;
     }

@@ -94,7 +94,8 @@ void makeJobSeeds(const std::filesystem::path &seeds) {
         for (const test::JobOptions &job : jobs) {
             // Every configuration comes with some job.
             folder.add(stream.name + "-" + std::to_string(number),
-                       static_cast<char>(number % 64) + job.argument() + "\n" + stream.text);
+                       static_cast<char>(number % 32 + (number % 5 == 0 ? 32 : 0)) + job.argument() + "\n" +
+                           stream.text);
             ++number;
         }
     }
@@ -184,6 +185,7 @@ void makeOptionsSeeds(const std::filesystem::path &seeds) {
         "01234567-89ab-cdef-0123-456789abcdef",
         "noCollate multiple-document-handling=separate-documents-collated-copies media={A=1 B=2}",
         R"(title="a \"quoted\" name" a='single quoted' b=back\ slashed media-type=stationery-letterhead)",
+        " {x=1 y=2",
         "cupsPrintQuality=Normal PAPERTYPE=Plain Media=a5 com.apple.print.JobInfo.PMJobName='@a 3)'",
     };
     unsigned switches = 0;
@@ -361,6 +363,9 @@ void makeScenarioSeeds(const std::filesystem::path &seeds, const SeedSources &so
     const SeedFolder folder(seeds, "scenario");
     folder.addFiles(sources.tree / "printer" / "scenarios", ".json");
     folder.addFiles(sources.tree / "tests" / "scenarios", ".json");
+    folder.add("no-json", "{\"description\": ");
+    folder.add("no-description", "{}");
+    folder.add("unknown-member", R"({"description": "a", "nothing": 1, "events": [{"do": "rise"}]})");
 }
 
 void makeChannelSeeds(const std::filesystem::path &seeds) {
