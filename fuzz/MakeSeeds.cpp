@@ -312,8 +312,6 @@ void makePlanesSeeds(const std::filesystem::path &seeds) {
         folder.add(name + "-short-plane", lead + coded.substr(1));
         folder.add(name + "-no-plane", lead);
     }
-    // Their pages are large, so that each takes its time.
-    folder.add("large", std::string("\0\20", 2) + makeStream(document(1)));
 }
 
 /// A page of 60 by 40 dots.

@@ -22,7 +22,7 @@ using raster::PageProblemFound;
 using raster::PlaneProblem;
 
 /// Larger pages are decoded, but not drawn: that takes long.
-constexpr std::uint64_t mostDotsDrawn = std::uint64_t{1} << 20U;
+constexpr std::uint64_t mostDotsDrawn = std::uint64_t{1} << 16U;
 
 void decodeOnePlane(Input &input) {
     const std::uint16_t mode = input.byte() % 3;
