@@ -151,7 +151,8 @@ void makeStatusRecordSeeds(const std::filesystem::path &seeds) {
         record[36] = static_cast<char>(code);
         record[37] = static_cast<char>(code / 2);
         record[59] = static_cast<char>(code * 3 & 0xFFU);
-        const std::string text = "@" + record + "@" + record;
+        std::string text = "@" + record;
+        text += text;
         folder.add("short-" + std::to_string(code), "\n?" + record.substr(0, 63) + "A" + record + "x");
         folder.add("english-" + std::to_string(code), "\n" + text);
         folder.add("translated-" + std::to_string(code),
@@ -177,12 +178,12 @@ void makeSelectionSeeds(const std::filesystem::path &seeds) {
 
 void makeOptionsSeeds(const std::filesystem::path &seeds) {
     const SeedFolder folder(seeds, "options");
+    const std::string uuid = "job-uuid=urn:uuid:01234567-89ab-cdef-0123-456789abcdef";
     const std::vector<std::string> texts = {
         "",
         test::JobOptions({.copies = 3, .collate = true, .duplexing = 2, .sidesImaged = 12}).argument(),
         "media=A4,Thick160 sides=two-sided-long-edge Collate=True copies=2 number-up=2",
-        "PaperType=Labels media=Custom.100x200mm InputSlot=Tray2 job-uuid=urn:uuid:"
-        "01234567-89ab-cdef-0123-456789abcdef",
+        "PaperType=Labels media=Custom.100x200mm InputSlot=Tray2 " + uuid,
         "noCollate multiple-document-handling=separate-documents-collated-copies media={A=1 B=2}",
         R"(title="a \"quoted\" name" a='single quoted' b=back\ slashed media-type=stationery-letterhead)",
         " {x=1 y=2",
