@@ -3,8 +3,13 @@
 #include "driver/DuplexOrder.h"
 #include "driver/PageSelection.h"
 #include "driver/SendPlan.h"
+#include "filter/DuplexPaperRule.h"
+#include "filter/OptionValues.h"
+#include "raster/JobOptions.h"
 
 #include <algorithm>
+#include <map>
+#include <utility>
 
 namespace veltrin::fuzz {
 
@@ -132,6 +137,34 @@ std::vector<std::uint32_t> copyOf(const JobSettings &settings, std::uint32_t pag
 }
 
 } // namespace
+
+JobSettings settingsOf(const std::string &text) {
+    // The last of several of the same name counts.
+    std::map<std::string, std::string> options;
+    const raster::JobOptions parsed(text);
+    for (const auto &[name, value] : parsed.all()) {
+        options.insert_or_assign(name, value);
+    }
+    const auto value = [&](const std::string &name) {
+        const auto found = options.find(name);
+        return found != options.end() ? std::optional(found->second) : std::nullopt;
+    };
+    const auto number = [&](const std::string &name) {
+        return integerValue(value("com.apple.print.PrintSettings." + name).value_or(""));
+    };
+    const auto orOne = [](std::int32_t count) { return count == 0 ? 1U : static_cast<std::uint32_t>(count); };
+    JobSettings settings;
+    settings.jobName = value("com.apple.print.JobInfo.PMJobName");
+    settings.copies = orOne(number("PMCopies..n."));
+    settings.collate = booleanValue(value("com.apple.print.PrintSettings.PMCopyCollate..b.").value_or(""));
+    settings.sidesImaged = orOne(number("PMTotalSidesImaged..n."));
+    const std::int32_t duplexing = number("PMDuplexing..n.");
+    settings.longEdge = duplexing == 2;
+    settings.shortEdge = duplexing == 3;
+    settings.duplex =
+        (settings.longEdge || settings.shortEdge) && canDuplexPaper(value("media"), value("PaperType"));
+    return settings;
+}
 
 bool Unit::endsPage() const {
     return bytes.starts_with("GDIB") && (numberAt(bytes, 4) & 2U) != 0;

@@ -13,6 +13,9 @@
 
 namespace veltrin::fuzz {
 
+/// The settings that a job's options ask for, read with another class than the filter's own.
+[[nodiscard]] JobSettings settingsOf(const std::string &text);
+
 /// A header with its data, or the end-of-job mark.
 struct Unit {
     std::string bytes;

@@ -4,14 +4,11 @@
 #include "driver/DriverFilter.h"
 #include "driver/stream/StreamReader.h"
 #include "filter/Cancellation.h"
-#include "filter/DuplexPaperRule.h"
-#include "filter/OptionValues.h"
 #include "fuzz/ExpectedJob.h"
 #include "fuzz/Input.h"
 #include "fuzz/MemoryFile.h"
 #include "fuzz/Target.h"
 #include "log/DebugLog.h"
-#include "raster/JobOptions.h"
 #include "tests/support/Arguments.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakePlatform.h"
@@ -59,34 +56,6 @@ struct Configuration {
   private:
     static constexpr std::uint32_t pairedVersion = 0x1040;
 };
-
-JobSettings settingsOf(const std::string &text) {
-    // Read with another class than the filter's own. The last of several of the same name counts.
-    std::map<std::string, std::string> options;
-    const raster::JobOptions parsed(text);
-    for (const auto &[name, value] : parsed.all()) {
-        options.insert_or_assign(name, value);
-    }
-    const auto value = [&](const std::string &name) {
-        const auto found = options.find(name);
-        return found != options.end() ? std::optional(found->second) : std::nullopt;
-    };
-    const auto number = [&](const std::string &name) {
-        return integerValue(value("com.apple.print.PrintSettings." + name).value_or(""));
-    };
-    const auto orOne = [](std::int32_t count) { return count == 0 ? 1U : static_cast<std::uint32_t>(count); };
-    JobSettings settings;
-    settings.jobName = value("com.apple.print.JobInfo.PMJobName");
-    settings.copies = orOne(number("PMCopies..n."));
-    settings.collate = booleanValue(value("com.apple.print.PrintSettings.PMCopyCollate..b.").value_or(""));
-    settings.sidesImaged = orOne(number("PMTotalSidesImaged..n."));
-    const std::int32_t duplexing = number("PMDuplexing..n.");
-    settings.longEdge = duplexing == 2;
-    settings.shortEdge = duplexing == 3;
-    settings.duplex =
-        (settings.longEdge || settings.shortEdge) && canDuplexPaper(value("media"), value("PaperType"));
-    return settings;
-}
 
 /// What the stream's inspector says of it: whether the first job in it is one that the filter can read to its
 /// end.

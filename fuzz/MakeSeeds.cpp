@@ -441,6 +441,27 @@ void makeWireSeeds(const std::filesystem::path &seeds) {
     }
 }
 
+void makeChannelJobSeeds(const std::filesystem::path &seeds) {
+    const SeedFolder folder(seeds, "channel-job");
+    std::string little("GDIR", 4);
+    little.resize(64, '\0');
+    std::string busy = little;
+    busy[8] = '\4';
+    std::string broken = little;
+    broken[36] = '\2';
+    const test::JobOptions twoSided = {.copies = 2, .collate = true, .duplexing = 2, .sidesImaged = 6};
+    for (const NamedStream &stream : streams()) {
+        for (const std::string &record : {little, busy, broken, std::string("\1")}) {
+            const std::string lead = "\2@" + record + "\3" + record.substr(0, 3);
+            const std::string name = stream.name + "-" +
+                                     std::to_string(static_cast<unsigned char>(record[0])) +
+                                     std::to_string(record.size() > 36 ? record[8] + record[36] : 9);
+            folder.add(name, lead + test::JobOptions().argument() + "\n" + stream.text);
+            folder.add("two-sided-" + name, lead + twoSided.argument() + "\n" + stream.text);
+        }
+    }
+}
+
 void makePpdSeeds(const std::filesystem::path &seeds, const SeedSources &sources) {
     const SeedFolder folder(seeds, "ppd");
     folder.addFiles(sources.build / "ppd", ".ppd", "Collate=True InputSlot=Tray2\n");
@@ -487,5 +508,6 @@ int main(int argc, char **argv) {
     makePrinterOptionsSeeds(seeds);
     makeWireSeeds(seeds);
     makePpdSeeds(seeds, sources);
+    makeChannelJobSeeds(seeds);
     return EXIT_SUCCESS;
 }
