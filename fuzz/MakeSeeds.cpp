@@ -356,6 +356,9 @@ void makeRasterSeeds(const std::filesystem::path &seeds) {
         const auto duplex = test::everyForm({{twoSided, white}, {twoSided, white}, {twoSided, white}});
         folder.add(isGray ? "gray-duplex" : "colour-duplex", "!\n" + duplex[2].text);
     }
+    cups_page_header2_t black = smallPage(true);
+    black.cupsColorSpace = CUPS_CSPACE_K;
+    folder.add("black", "\x11\n" + test::everyForm({{black, test::numbered(1, 1)}}).back().text);
 }
 
 void makeScenarioSeeds(const std::filesystem::path &seeds, const SeedSources &sources) {
