@@ -152,20 +152,20 @@ void PrivateScheduler::installBackend(const std::string &name, const std::string
     copyAsInstalled(program, fs::path(root + "/lib/backend") / name, fs::perms(static_cast<unsigned>(mode)));
 }
 
-void PrivateScheduler::addQueue(const std::string &name, const std::string &deviceUri) {
+void PrivateScheduler::addQueue(const std::string &name, const std::string &deviceUri) const {
     const ProcessResult added = run(clientCommand(
         LPADMIN, {"-p", name, "-E", "-v", deviceUri, "-P", hostPath(VELTRIN_PPDS "/lx-520n.ppd")}));
     EXPECT_EQ(added.exitStatus, 0) << added.errors << quotedForLog(log());
 }
 
-void PrivateScheduler::administer(const std::vector<std::string> &options, const std::string &name) {
+void PrivateScheduler::administer(const std::vector<std::string> &options, const std::string &name) const {
     std::vector<std::string> arguments = {"-p", name};
     arguments.insert(arguments.end(), options.begin(), options.end());
     const ProcessResult changed = run(clientCommand(LPADMIN, arguments));
     EXPECT_EQ(changed.exitStatus, 0) << changed.errors << quotedForLog(log());
 }
 
-void PrivateScheduler::prefer(const std::vector<std::string> &options, const std::string &name) {
+void PrivateScheduler::prefer(const std::vector<std::string> &options, const std::string &name) const {
     std::vector<std::string> arguments = {"-p", name};
     arguments.insert(arguments.end(), options.begin(), options.end());
     const ProcessResult set = run(clientCommand(LPOPTIONS, arguments));
@@ -195,7 +195,7 @@ int PrivateScheduler::submitAll(const std::vector<std::string> &streams,
     return std::stoi(match[1]);
 }
 
-void PrivateScheduler::cancel(int job) {
+void PrivateScheduler::cancel(int job) const {
     const ProcessResult result = run(clientCommand(CANCEL, {std::to_string(job)}));
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
 }
@@ -322,6 +322,56 @@ Command PrivateScheduler::filterByHand(const std::string &options, const std::st
             .input = Text{stream}};
 }
 
+void PrivateScheduler::guardAdministration() {
+    std::string configuration = readFile(root + "/etc/cupsd.conf");
+    const std::string policy = "<Policy default>\n";
+    configuration.insert(configuration.find(policy) + policy.size(),
+                         "<Limit CUPS-Add-Modify-Printer CUPS-Get-Devices>\n"
+                         "  AuthType Basic\n  Require user nobody-at-all\n  Order deny,allow\n</Limit>\n");
+    writeFile(root + "/etc/cupsd.conf", configuration);
+    readConfigurationAgain([this] { return run(asStranger(clientCommand(LPINFO, {"-v"}))).exitStatus != 0; });
+}
+
+Command PrivateScheduler::asStranger(Command command) {
+    if (geteuid() == 0) {
+        std::vector<std::string> arguments = {"setpriv", "--reuid=nobody", "--regid=nogroup",
+                                              "--clear-groups", command.program};
+        arguments.insert(arguments.end(), command.arguments.begin() + 1, command.arguments.end());
+        command.program = SETPRIV;
+        command.arguments = arguments;
+    }
+    return command;
+}
+
+void PrivateScheduler::withdrawModels() const {
+    fs::remove_all(root + "/share/model");
+}
+
+void PrivateScheduler::withdrawDocumentFilters() {
+    for (const char *rules : {"cupsfilters.convs", "cupsfilters-ghostscript.convs"}) {
+        fs::remove(fs::path(root + "/share/mime") / rules);
+    }
+    readConfigurationAgain([this] {
+        return queueAttribute("document-format-supported").find("application/pdf") == std::string::npos;
+    });
+}
+
+/// `done` is to hold once it has.
+void PrivateScheduler::readConfigurationAgain(const std::function<bool()> &done) {
+    daemon->send(SIGHUP);
+    EXPECT_TRUE(waitUntil(done)) << quotedForLog(log());
+}
+
+std::vector<std::string> PrivateScheduler::keptFiles() const {
+    std::vector<std::string> files = namesIn(root + "/etc/ppd");
+    for (const std::string &name : namesIn(root + "/spool")) {
+        if (name.starts_with('d')) {
+            files.push_back(name);
+        }
+    }
+    return files;
+}
+
 Command PrivateScheduler::printerForFilters(const std::vector<std::string> &arguments) const {
     const std::string printer = root + "/lib/backend/" + printerName;
     std::vector<std::string> all = {printer};
@@ -364,8 +414,15 @@ void PrivateScheduler::install(int backendMode) const {
     fs::copy(programs / "scenarios", backends / "scenarios");
     writeFile(backends / channelOnly, "#!/bin/sh\nexec cat >/dev/null\n");
     fs::permissions(backends / channelOnly, fs::perms(0755));
-    // The scheduler's own helper, through which it starts filters.
-    copyAsInstalled(CUPS_SERVERBIN "/daemon/cups-exec", root + "/lib/daemon/cups-exec", fs::perms(0755));
+    for (const char *model : {"lx-410n.ppd", "lx-520n.ppd", "qm7-k2b.ppd"}) {
+        copyAsInstalled(fs::path(hostPath(VELTRIN_PPDS)) / model,
+                        fs::path(root + "/share/model/veltrin") / model, fs::perms(0644));
+    }
+    // The scheduler's own helpers, through which it starts filters and finds models and devices.
+    for (const char *helper : {"cups-exec", "cups-driverd", "cups-deviced"}) {
+        copyAsInstalled(fs::path(CUPS_SERVERBIN "/daemon") / helper, fs::path(root + "/lib/daemon") / helper,
+                        fs::perms(0755));
+    }
 }
 
 void PrivateScheduler::configure() const {
@@ -384,8 +441,8 @@ std::string PrivateScheduler::filledIn(std::string configuration) const {
     return std::regex_replace(configuration, std::regex("@BUS@"), busConfiguration());
 }
 
-/// One of the CUPS client programs, talking to this scheduler and to no other.
-Command PrivateScheduler::clientCommand(const char *program, std::vector<std::string> arguments) const {
+Command PrivateScheduler::clientCommand(const std::string &program,
+                                        std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), program);
     return {.program = program,
             .arguments = std::move(arguments),

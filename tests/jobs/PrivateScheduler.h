@@ -47,13 +47,13 @@ class PrivateScheduler {
     void installBackend(const std::string &name, const std::string &program,
                         int mode = ordinaryBackend) const;
 
-    void addQueue(const std::string &name, const std::string &deviceUri);
+    void addQueue(const std::string &name, const std::string &deviceUri) const;
 
     /// Changes the queue as its administrator does: `options` are lpadmin's, such as {"-o", "PageSize=A5"}.
-    void administer(const std::vector<std::string> &options, const std::string &name = queue);
+    void administer(const std::vector<std::string> &options, const std::string &name = queue) const;
 
     /// Sets options that the user's jobs have from now on, as lpoptions does.
-    void prefer(const std::vector<std::string> &options, const std::string &name = queue);
+    void prefer(const std::vector<std::string> &options, const std::string &name = queue) const;
 
     /// Hands a page stream to `lp`; `options` are lp's own, such as {"-o", "media=A4"}. Returns the job's id,
     /// 0 where the job was refused.
@@ -65,7 +65,7 @@ class PrivateScheduler {
                   const std::string &toQueue = queue);
 
     /// Takes a job back as a user does.
-    void cancel(int job);
+    void cancel(int job) const;
 
     /// Nothing as long as the scheduler does not know the job.
     [[nodiscard]] std::optional<ipp_jstate_t> stateOf(int job) const;
@@ -116,6 +116,24 @@ class PrivateScheduler {
     /// prints to a file, to start it by hand.
     [[nodiscard]] Command filterByHand(const std::string &options, const std::string &stream) const;
 
+    /// A program that talks to this scheduler and to no other, such as one of CUPS's own.
+    [[nodiscard]] Command clientCommand(const std::string &program, std::vector<std::string> arguments) const;
+
+    /// Lets nobody but root add queues or look for devices any more.
+    void guardAdministration();
+
+    /// The same command of a user who is not root.
+    [[nodiscard]] static Command asStranger(Command command);
+
+    /// Takes the PPDs away that an installation brings.
+    void withdrawModels() const;
+
+    /// Takes away what makes raster of documents.
+    void withdrawDocumentFilters();
+
+    /// The PPDs of queues and the documents of jobs that are kept.
+    [[nodiscard]] std::vector<std::string> keptFiles() const;
+
     /// The virtual printer with these arguments as a process of the filters' user, whose notifications it
     /// takes.
     [[nodiscard]] Command printerForFilters(const std::vector<std::string> &arguments) const;
@@ -123,8 +141,8 @@ class PrivateScheduler {
   private:
     void install(int backendMode) const;
     void configure() const;
+    void readConfigurationAgain(const std::function<bool()> &done);
     [[nodiscard]] std::string filledIn(std::string configuration) const;
-    [[nodiscard]] Command clientCommand(const char *program, std::vector<std::string> arguments) const;
 
     std::string root;
     int documents = 0; ///< that were submitted

@@ -53,6 +53,7 @@ void PrintTo(const Program &program, std::ostream *out) {
 const Program mkstream = {"veltrin-mkstream", VELTRIN_MKSTREAM, VELTRIN_MKSTREAM_MAN_PAGE};
 const Program dump = {"veltrin-dump", VELTRIN_DUMP, VELTRIN_DUMP_MAN_PAGE};
 const Program printer = {"veltrin-printer", VELTRIN_PRINTER, VELTRIN_PRINTER_MAN_PAGE};
+const Program installQueue = {"veltrin-install-queue", VELTRIN_INSTALL_QUEUE, VELTRIN_INSTALL_QUEUE_MAN_PAGE};
 
 Command command(const Program &program, const std::vector<std::string> &arguments) {
     Command result{test::hostPath(program.path), {program.name}};
@@ -78,9 +79,12 @@ std::set<std::string> longOptionsIn(const std::string &text) {
 
 class EveryProgram : public testing::TestWithParam<Program> {};
 
-INSTANTIATE_TEST_SUITE_P(Tools, EveryProgram, testing::Values(mkstream, dump, printer), [](const auto &test) {
-    return std::string(test.param.name).substr(std::string("veltrin-").size());
-});
+INSTANTIATE_TEST_SUITE_P(Tools, EveryProgram, testing::Values(mkstream, dump, printer, installQueue),
+                         [](const auto &test) {
+                             std::string name =
+                                 std::string(test.param.name).substr(std::string("veltrin-").size());
+                             return std::regex_replace(name, std::regex("-"), "_");
+                         });
 
 TEST_P(EveryProgram, ShowsItsHelp) {
     for (const char *option : {"--help", "-h"}) {
