@@ -35,7 +35,7 @@ using Block = test::FakeNotificationCenter::Block;
 using namespace std::chrono_literals;
 
 constexpr const char *spoolFolder = "/tmp/spool";
-constexpr std::size_t mostPages = 200;
+constexpr std::size_t mostPagesSent = 200;
 
 constexpr std::size_t portOffset = 8;
 constexpr std::size_t memoryOffset = 24;
@@ -126,7 +126,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string options = input.line();
     const std::string stream = input.remainingText();
     const JobSettings settings = settingsOf(options.substr(0, options.find('\0')));
-    const auto expected = expectedJob(stream, settings, {"642135", true, false}, 0x1040, mostPages);
+    const auto expected = expectedJob(stream, settings, {"642135", true, false}, 0x1040, mostPagesSent);
     // A tray that the job's name asks for is filled in from a record.
     if (options.find('\0') != std::string::npos || !expected ||
         settings.jobName.value_or("").starts_with('@')) {

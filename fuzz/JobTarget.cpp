@@ -29,7 +29,7 @@ namespace {
 constexpr const char *spoolFolder = "/tmp/spool";
 
 /// A page is sent as often as the options say, which are no more bounded than the paper.
-constexpr std::size_t mostPages = 400;
+constexpr std::size_t mostPagesSent = 400;
 
 struct Configuration {
     PrinterKeys keys;
@@ -193,7 +193,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     }
     const JobSettings settings = settingsOf(options);
     const auto expected =
-        expectedJob(stream, settings, configuration.keys, configuration.systemVersion, mostPages);
+        expectedJob(stream, settings, configuration.keys, configuration.systemVersion, mostPagesSent);
     if (!expected) {
         return 0;
     }

@@ -14,14 +14,14 @@ namespace veltrin::printer {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
-Json secondsOf(PrinterTime time) {
+OrderedJson jsonSeconds(PrinterTime time) {
     return std::chrono::duration<double>(time).count();
 }
 
-Json placeOf(const std::optional<std::size_t> &page) {
-    return page ? Json(*page) : Json(nullptr);
+OrderedJson placeOf(const std::optional<std::size_t> &page) {
+    return page ? OrderedJson(*page) : OrderedJson(nullptr);
 }
 
 } // namespace
@@ -46,19 +46,19 @@ JobOutcome JobReport::outcome() const {
 }
 
 nlohmann::ordered_json toJson(const JobReport &job) {
-    Json json = {{"job", job.number},
-                 {"outcome", nameOf(job.outcome())},
-                 {"bytes", job.totals.bytes},
-                 {"jobSetting", job.jobSetting},
-                 {"copies", copiesOf(job.pages)},
-                 {"printed", job.pagesPrinted},
-                 {"pauses", pausesOf(job.pages)}};
+    OrderedJson json = {{"job", job.number},
+                        {"outcome", nameOf(job.outcome())},
+                        {"bytes", job.totals.bytes},
+                        {"jobSetting", job.jobSetting},
+                        {"copies", copiesOf(job.pages)},
+                        {"printed", job.pagesPrinted},
+                        {"pauses", pausesOf(job.pages)}};
 
-    Json &sheets = json["sheets"] = Json::array();
+    OrderedJson &sheets = json["sheets"] = OrderedJson::array();
     for (const Sheet &sheet : sheetsOf(job.pages)) {
         sheets.push_back({{"front", placeOf(sheet.front)}, {"back", placeOf(sheet.back)}});
     }
-    Json &pages = json["pages"] = Json::array();
+    OrderedJson &pages = json["pages"] = OrderedJson::array();
     for (const PageRead &page : job.pages) {
         pages.push_back({{"number", page.header.wPageNumber.value()},
                          {"type", page.header.bType},
@@ -70,19 +70,19 @@ nlohmann::ordered_json toJson(const JobReport &job) {
                          {"complete", page.complete},
                          {"offset", page.offset}});
     }
-    Json &problems = json["problems"] = Json::array();
+    OrderedJson &problems = json["problems"] = OrderedJson::array();
     for (const ProblemFound &found : job.problems) {
         problems.push_back(
             {{"problem", nameOf(found.problem)}, {"offset", found.offset}, {"text", found.text}});
     }
-    Json &commands = json["commands"] = Json::array();
+    OrderedJson &commands = json["commands"] = OrderedJson::array();
     for (const CommandRead &command : job.commands) {
         commands.push_back({{"text", std::string(command.record.begin(), command.record.end())},
                             {"offset", command.offset}});
     }
-    Json &overruns = json["overruns"] = Json::array();
+    OrderedJson &overruns = json["overruns"] = OrderedJson::array();
     for (const MemoryOverrun &overrun : job.overruns) {
-        overruns.push_back({{"at", secondsOf(overrun.when)},
+        overruns.push_back({{"at", jsonSeconds(overrun.when)},
                             {"memory", overrun.pool == MemoryPool::header ? "header" : "image"},
                             {"bytes", overrun.bytes},
                             {"page", overrun.page}});
@@ -94,12 +94,12 @@ nlohmann::ordered_json toJson(const JobReport &job) {
 }
 
 std::string reportDocument(const std::string &uri, const std::vector<JobReport> &jobs) {
-    Json document = {{"uri", uri}, {"jobs", Json::array()}};
+    OrderedJson document = {{"uri", uri}, {"jobs", OrderedJson::array()}};
     for (const JobReport &job : jobs) {
         document["jobs"].push_back(toJson(job));
     }
     // Bytes that are no UTF-8 become replacement characters.
-    return document.dump(2, ' ', true, Json::error_handler_t::replace) + "\n";
+    return document.dump(2, ' ', true, OrderedJson::error_handler_t::replace) + "\n";
 }
 
 std::string summaryOf(const JobReport &job) {

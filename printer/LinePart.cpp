@@ -11,12 +11,12 @@ namespace veltrin::printer {
 
 namespace {
 
-constexpr std::array<const CommandRecord *, 2> records = {&reverseDataReset, &cancelCommand};
+constexpr std::array<const CommandRecord *, 2> commandRecords = {&reverseDataReset, &cancelCommand};
 
 /// Whether `bytes` begin with one of the records, or are the beginning of one.
 bool mayBeRecord(std::span<const std::byte> bytes) {
     const std::size_t size = std::min(bytes.size(), sizeof(CommandRecord));
-    return std::any_of(records.begin(), records.end(), [&](const CommandRecord *record) {
+    return std::any_of(commandRecords.begin(), commandRecords.end(), [&](const CommandRecord *record) {
         return std::memcmp(record->data(), bytes.data(), size) == 0;
     });
 }

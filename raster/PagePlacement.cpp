@@ -8,20 +8,19 @@ namespace veltrin::raster {
 
 namespace {
 
-constexpr double pointsPerInch = 72;
 constexpr double millimetresPerInch = 25.4;
-constexpr double mostDots = std::numeric_limits<std::uint16_t>::max();
+constexpr double mostDotsAcross = std::numeric_limits<std::uint16_t>::max();
 
 /// Such a length makes one dot at least, and not more than can be counted; not so a length that is no number.
 bool canBePage(double dots) {
-    return dots >= 1 && dots <= mostDots;
+    return dots >= 1 && dots <= mostDotsAcross;
 }
 
 Extent extentOf(std::uint32_t pageDots, double startDots, std::uint32_t rasterDots) {
     Extent extent;
     extent.page = pageDots;
     // A place that no page reaches, or that is no number, counts as the nearest one that makes no difference.
-    const double reach = mostDots + std::numeric_limits<std::uint32_t>::max();
+    const double reach = mostDotsAcross + std::numeric_limits<std::uint32_t>::max();
     const double start = std::isnan(startDots) ? 0 : std::clamp(std::round(startDots), -reach, reach);
     const double end = std::min<double>(start + rasterDots, pageDots);
     const double first = std::max(start, 0.0);

@@ -8,6 +8,8 @@
 
 namespace veltrin::raster {
 
+inline constexpr double pointsPerInch = 72;
+
 /// What the raster's header says; lengths in points (1/72 inch).
 struct RasterBox {
     double pageWidth = 0;

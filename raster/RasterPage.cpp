@@ -13,7 +13,6 @@ namespace {
 
 constexpr std::uint32_t mostDotsInARow = std::numeric_limits<std::uint16_t>::max();
 constexpr std::uint32_t sampleBits = 8;
-constexpr double pointsPerInch = 72;
 
 /// A text of a header, which need not be terminated.
 std::string textOf(std::span<const char> field) {

@@ -60,8 +60,8 @@ const BlackTable &blackTable() {
 }
 
 /// Dots that are looked at together.
-constexpr std::size_t runDots = 8;
-constexpr std::size_t runBytes = 3 * runDots;
+constexpr std::size_t whiteRunDots = 8;
+constexpr std::size_t runBytes = 3 * whiteRunDots;
 
 bool isWhite(const std::uint8_t *run) {
     std::array<std::uint64_t, 3> words;
@@ -96,11 +96,11 @@ PlaneSet separateColours(std::span<const std::uint8_t> rgb, const InkLines &line
     Ink any;
     for (std::size_t at = 0; at < dots;) {
         const std::uint8_t *run = rgb.data() + 3 * at;
-        const std::size_t now = std::min(runDots, dots - at);
+        const std::size_t now = std::min(whiteRunDots, dots - at);
         // Most of a page is paper.
-        if (now == runDots && isWhite(run)) {
+        if (now == whiteRunDots && isWhite(run)) {
             for (const std::span<std::uint8_t> line : lines) {
-                std::memset(line.data() + at, 0, runDots);
+                std::memset(line.data() + at, 0, whiteRunDots);
             }
         } else {
             for (std::size_t i = 0; i < now; ++i) {

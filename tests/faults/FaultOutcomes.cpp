@@ -138,12 +138,12 @@ constexpr FaultOutcome outcomes[] = {
     {"allocate", "", "", Ending::pageLost, "not enough memory"},
 };
 
-bool contains(const std::string &text, const std::string &part) {
+bool holds(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
 }
 
 bool says(const FaultedJob &job, const std::string &part) {
-    const auto has = [&part](const std::string &line) { return contains(line, part); };
+    const auto has = [&part](const std::string &line) { return holds(line, part); };
     return std::any_of(job.log.begin(), job.log.end(), has);
 }
 
@@ -163,7 +163,7 @@ int closeness(const FaultOutcome &outcome, const Hit &hit, const std::string &ho
 /// of memory.
 bool isEndedByLibrary(const FaultedJob &job) {
     return job.hit && job.hit->call == "allocate" && job.filter.signal == SIGABRT && !job.errors.empty() &&
-           contains(job.errors.back(), "failed at src/libsystemd/sd-bus/bus-match.c:");
+           holds(job.errors.back(), "failed at src/libsystemd/sd-bus/bus-match.c:");
 }
 
 /// How often the last line of standard error that tells of an error was repeated.
@@ -183,8 +183,7 @@ std::vector<std::string> generalObjectionsTo(const FaultedJob &job) {
         object("signal " + std::to_string(*job.filter.signal));
     }
     for (const std::string &line : job.errors) {
-        if (contains(line, "Sanitizer") || contains(line, "runtime error") ||
-            contains(line, "terminate called")) {
+        if (holds(line, "Sanitizer") || holds(line, "runtime error") || holds(line, "terminate called")) {
             object(line);
         }
     }

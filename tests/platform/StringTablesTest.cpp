@@ -32,7 +32,7 @@ const std::string tableStart = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                                "<plist version=\"1.0\">\n<dict>\n";
 const std::string tableEnd = "</dict>\n</plist>\n";
 
-std::string entry(const std::string &key, const std::string &text) {
+std::string textEntry(const std::string &key, const std::string &text) {
     return "<key>" + key + "</key><string>" + text + "</string>\n";
 }
 
@@ -132,13 +132,13 @@ class StringTablesTest : public testing::Test {
 };
 
 TEST_F(StringTablesTest, TheNearestLanguageThatHasTheKeyWins) {
-    writeTable("en", entry("Ready", "English"));
+    writeTable("en", textEntry("Ready", "English"));
     EXPECT_EQ(ready("de_DE.UTF-8"), "English");
-    writeTable("de", entry("Ready", "bare language"));
+    writeTable("de", textEntry("Ready", "bare language"));
     EXPECT_EQ(ready("de_DE.UTF-8"), "bare language");
-    writeTable("de_DE", entry("Ready", "without encoding"));
+    writeTable("de_DE", textEntry("Ready", "without encoding"));
     EXPECT_EQ(ready("de_DE.UTF-8"), "without encoding");
-    writeTable("de_DE.UTF-8", entry("Ready", "raw"));
+    writeTable("de_DE.UTF-8", textEntry("Ready", "raw"));
     EXPECT_EQ(ready("de_DE.UTF-8"), "raw");
 
     EXPECT_EQ(ready("de_DE"), "without encoding");
@@ -151,24 +151,24 @@ TEST_F(StringTablesTest, TheNearestLanguageThatHasTheKeyWins) {
 }
 
 TEST_F(StringTablesTest, ALanguageOfSeveralPartsIsFoundByFewerAndWithEitherSeparator) {
-    writeTable("zh", entry("Ready", "zh"));
+    writeTable("zh", textEntry("Ready", "zh"));
     EXPECT_EQ(ready("zh_Hant_TW.UTF-8"), "zh");
-    writeTable("zh-Hant", entry("Ready", "zh-Hant"));
+    writeTable("zh-Hant", textEntry("Ready", "zh-Hant"));
     EXPECT_EQ(ready("zh_Hant_TW.UTF-8"), "zh-Hant");
     EXPECT_EQ(ready("zh_Hans_CN.UTF-8"), "zh");
-    writeTable("pt-BR", entry("Ready", "pt-BR"));
+    writeTable("pt-BR", textEntry("Ready", "pt-BR"));
     EXPECT_EQ(ready("pt_BR"), "pt-BR");
 }
 
 TEST_F(StringTablesTest, AKeyMissingFromTheNearestTableIsLookedUpInTheNext) {
-    writeTable("de_DE", entry("Other", "anders"));
-    writeTable("de", entry("Another", "noch anders"));
-    writeTable("en", entry("Ready", "English"));
+    writeTable("de_DE", textEntry("Other", "anders"));
+    writeTable("de", textEntry("Another", "noch anders"));
+    writeTable("en", textEntry("Ready", "English"));
     EXPECT_EQ(ready("de_DE.UTF-8"), "English");
 }
 
 TEST_F(StringTablesTest, AMissingKeyGivesTheDefaultAndTheKeyWhereThatIsEmpty) {
-    writeTable("en", entry("Other", "other"));
+    writeTable("en", textEntry("Other", "other"));
     PropertyListBundle bundle({first});
     EXPECT_EQ(bundle.localizedStringForKey("Ready", "default"), "default");
     EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "Ready");
@@ -184,14 +184,14 @@ TEST_F(StringTablesTest, WithoutAnyTableTheDefaultsHold) {
 }
 
 TEST_F(StringTablesTest, WithoutALanguageTheTextsAreEnglish) {
-    writeTable("en", entry("Ready", "English"));
+    writeTable("en", textEntry("Ready", "English"));
     PropertyListBundle bundle({first});
     EXPECT_EQ(bundle.localizedStringForKey("Ready", "default"), "English");
 }
 
 TEST_F(StringTablesTest, AnotherLanguageMayBeChosenLater) {
-    writeTable("de", entry("Ready", "Bereit"));
-    writeTable("en", entry("Ready", "English"));
+    writeTable("de", textEntry("Ready", "Bereit"));
+    writeTable("en", textEntry("Ready", "English"));
     PropertyListBundle bundle({first});
     EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "English");
     bundle.setPreferredLanguage("de_DE.UTF-8");
@@ -201,26 +201,26 @@ TEST_F(StringTablesTest, AnotherLanguageMayBeChosenLater) {
 }
 
 TEST_F(StringTablesTest, TheTablesAreReadOnce) {
-    writeTable("en", entry("Ready", "first"));
+    writeTable("en", textEntry("Ready", "first"));
     PropertyListBundle bundle({first});
     EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "first");
-    writeTable("en", entry("Ready", "second"));
+    writeTable("en", textEntry("Ready", "second"));
     EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "first");
 }
 
 TEST_F(StringTablesTest, TheFirstDirectoryThatHasTheLanguageWins) {
-    writeFile(tablePath(second, "de"), tableStart + entry("Ready", "installed") + tableEnd);
-    writeTable("en", entry("Ready", "English"));
+    writeFile(tablePath(second, "de"), tableStart + textEntry("Ready", "installed") + tableEnd);
+    writeTable("en", textEntry("Ready", "English"));
     EXPECT_EQ(ready("de"), "installed");
-    writeTable("de", entry("Ready", "beside the program"));
+    writeTable("de", textEntry("Ready", "beside the program"));
     EXPECT_EQ(ready("de"), "beside the program");
 }
 
 TEST_F(StringTablesTest, TextsComeOutAsTheyAreWritten) {
-    writeTable("en", entry("blank", "with a blank at its end ") +
-                         entry("escaped", "a &amp; b &lt;c&gt; &quot;d&quot;") +
-                         entry("six characters", "firmware\\U2026") + entry("UTF-8", "Größe … 用紙 😀") +
-                         entry("percent", "%@ %1$@ %%"));
+    writeTable("en", textEntry("blank", "with a blank at its end ") +
+                         textEntry("escaped", "a &amp; b &lt;c&gt; &quot;d&quot;") +
+                         textEntry("six characters", "firmware\\U2026") +
+                         textEntry("UTF-8", "Größe … 用紙 😀") + textEntry("percent", "%@ %1$@ %%"));
     PropertyListBundle bundle({first});
     EXPECT_EQ(bundle.localizedStringForKey("blank", ""), "with a blank at its end ");
     EXPECT_EQ(bundle.localizedStringForKey("escaped", ""), "a & b <c> \"d\"");
@@ -235,21 +235,21 @@ TEST_F(StringTablesTest, AValueThatIsNoTextOrAnEmptyOneIsAMissingKey) {
           "<date>2026-11-15T21:33:05Z</date>", "<data>UmVhZHk=</data>",
           "<array><string>Bereit</string></array>", "<dict><key>Ready</key><string>Bereit</string></dict>",
           "<string/>", "<string></string>", "<string> </string>", "<string>\n\t</string>"}) {
-        writeTable("de", "<key>Ready</key>" + value + entry("Other", "anderes"));
+        writeTable("de", "<key>Ready</key>" + value + textEntry("Other", "anderes"));
         writeTable("en", "<key>Ready</key>" + value);
         EXPECT_EQ(ready("de"), "default") << value;
         PropertyListBundle bundle({first});
         bundle.setPreferredLanguage("de");
         EXPECT_EQ(bundle.localizedStringForKey("Ready", ""), "Ready") << value;
         EXPECT_EQ(bundle.localizedStringForKey("Other", ""), "anderes") << value;
-        writeTable("en", entry("Ready", "English"));
+        writeTable("en", textEntry("Ready", "English"));
         EXPECT_EQ(ready("de"), "English") << value;
     }
 }
 
 TEST_F(StringTablesTest, AByteOrderMarkInFrontIsSkipped) {
     const std::string mark = "\xEF\xBB\xBF";
-    const std::string good = tableStart + entry("Ready", "Bereit") + tableEnd;
+    const std::string good = tableStart + textEntry("Ready", "Bereit") + tableEnd;
     writeFile(tablePath(first, "de"), mark + good);
     EXPECT_EQ(ready("de"), "Bereit");
     for (const std::string &front : {mark + mark, mark.substr(0, 2), mark.substr(1)}) {
@@ -259,7 +259,8 @@ TEST_F(StringTablesTest, AByteOrderMarkInFrontIsSkipped) {
 }
 
 TEST_F(StringTablesTest, ADamagedTableIsNoTable) {
-    const std::string good = tableStart + entry("Ready", "Bereit") + entry("Last", "zuletzt") + tableEnd;
+    const std::string good =
+        tableStart + textEntry("Ready", "Bereit") + textEntry("Last", "zuletzt") + tableEnd;
     const auto inPlaceOf = [&good](const std::string &old, const std::string &text) {
         std::string damaged = good;
         return damaged.replace(damaged.find(old), old.size(), text);
@@ -281,7 +282,7 @@ TEST_F(StringTablesTest, ADamagedTableIsNoTable) {
     };
     const std::string refused = "no string table: " + tablePath(first, "de").string() +
                                 " is not an XML property list with a dictionary";
-    writeTable("en", entry("Ready", "English"));
+    writeTable("en", textEntry("Ready", "English"));
     for (const auto &[name, contents] : damages) {
         writeFile(tablePath(first, "de"), contents);
         EXPECT_EQ(ready("de"), "English") << name;
@@ -311,16 +312,17 @@ const std::vector<std::pair<std::string, std::string>> notUTF8 = {
 };
 
 TEST_F(StringTablesTest, TextThatIsNotUTF8CostsItsEntryAlone) {
-    writeTable("en", entry("Ready", "English"));
+    writeTable("en", textEntry("Ready", "English"));
     const std::string path = tablePath(first, "de").string();
     for (const auto &[name, bytes] : notUTF8) {
-        writeTable("de", entry("First", "zuerst") + entry("Other", bytes) + entry("Ready", "Bereit"));
+        writeTable("de",
+                   textEntry("First", "zuerst") + textEntry("Other", bytes) + textEntry("Ready", "Bereit"));
         EXPECT_EQ(ready("de"), "Bereit") << name;
         EXPECT_THAT(reports,
                     ElementsAre("no entry \"Other\": " + path + " holds text there that is not UTF-8"))
             << name;
 
-        writeTable("de", entry("Ready", bytes) + entry("Last", "zuletzt"));
+        writeTable("de", textEntry("Ready", bytes) + textEntry("Last", "zuletzt"));
         EXPECT_EQ(ready("de"), "English") << name;
         EXPECT_THAT(reports,
                     ElementsAre("no entry \"Ready\": " + path + " holds text there that is not UTF-8"))
@@ -332,7 +334,8 @@ TEST_F(StringTablesTest, TextThatIsNotUTF8CostsItsEntryAlone) {
 }
 
 TEST_F(StringTablesTest, AKeyThatIsNotUTF8CostsItsEntryAlone) {
-    writeTable("de", entry("f\xFCr", "Bereit") + entry("Ready", "Bereit") + entry("\xE2\x82", "zuletzt"));
+    writeTable("de", textEntry("f\xFCr", "Bereit") + textEntry("Ready", "Bereit") +
+                         textEntry("\xE2\x82", "zuletzt"));
     EXPECT_EQ(ready("de"), "Bereit");
     const std::string rest = "\": " + tablePath(first, "de").string() + " holds text there that is not UTF-8";
     EXPECT_THAT(reports, testing::UnorderedElementsAre("no entry \"f?r" + rest, "no entry \"\?\?" + rest));
@@ -345,14 +348,14 @@ TEST_F(StringTablesTest, CharactersAtTheEdgesOfUTF8Count) {
     for (const std::string text :
          {"\x01", "\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
           "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "\xEF\xBB\xBF"}) {
-        writeTable("de", entry("Ready", text));
+        writeTable("de", textEntry("Ready", text));
         EXPECT_EQ(ready("de"), text);
         EXPECT_THAT(reports, IsEmpty());
     }
 }
 
 TEST_F(StringTablesTest, AnEntryThatIsNotUTF8IsReportedOnce) {
-    writeTable("de", entry("Ready", "\xFF"));
+    writeTable("de", textEntry("Ready", "\xFF"));
     PropertyListBundle bundle({first}, [this](const std::string &line) { reports.push_back(line); });
     for (int i = 0; i < 3; ++i) {
         bundle.setPreferredLanguage("de_DE.UTF-8");
@@ -364,7 +367,7 @@ TEST_F(StringTablesTest, AnEntryThatIsNotUTF8IsReportedOnce) {
 
 TEST_F(StringTablesTest, BehindADamagedTableTheInstalledOneCounts) {
     writeFile(tablePath(first, "de"), "damaged");
-    writeFile(tablePath(second, "de"), tableStart + entry("Ready", "installed") + tableEnd);
+    writeFile(tablePath(second, "de"), tableStart + textEntry("Ready", "installed") + tableEnd);
     EXPECT_EQ(ready("de"), "installed");
     EXPECT_THAT(reports, ElementsAre("no string table: " + tablePath(first, "de").string() +
                                      " is not an XML property list with a dictionary"));
@@ -397,7 +400,7 @@ TEST_F(StringTablesTest, WhatIsNotThereIsNotReported) {
 }
 
 TEST_F(StringTablesTest, AGiantTableIsNoTable) {
-    const std::string start = tableStart + entry("Ready", "Bereit");
+    const std::string start = tableStart + textEntry("Ready", "Bereit");
     const std::string largest = start + std::string(largestTable - start.size() - tableEnd.size(), ' ');
     writeFile(tablePath(first, "de"), largest + tableEnd);
     EXPECT_EQ(ready("de"), "Bereit");
@@ -410,7 +413,7 @@ TEST_F(StringTablesTest, AGiantTableIsNoTable) {
 
 // The parser goes down into itself, as deep as the file does.
 TEST_F(StringTablesTest, ATableThatNestsNeedsLittleStack) {
-    const std::string start = tableStart + entry("Ready", "Bereit") + "<key>deep</key>";
+    const std::string start = tableStart + textEntry("Ready", "Bereit") + "<key>deep</key>";
 
     const std::string down = "<array>";
     const std::string up = "</array>";
@@ -445,32 +448,32 @@ TEST_F(StringTablesTest, ABombOfEntitiesDoesNoHarm) {
         }
         bomb += "\">\n";
     }
-    writeTable("en", entry("Ready", "English"));
-    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", entry("Ready", "&e9;")));
+    writeTable("en", textEntry("Ready", "English"));
+    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", textEntry("Ready", "&e9;")));
     EXPECT_EQ(ready("de"), "English");
-    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", entry("Ready", "&e0;")));
+    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", textEntry("Ready", "&e0;")));
     EXPECT_EQ(ready("de"), "English") << "no entity of the table's own counts";
-    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", entry("Ready", "Bereit")));
+    writeFile(tablePath(first, "de"), tableWith("[" + bomb + "]", textEntry("Ready", "Bereit")));
     EXPECT_EQ(ready("de"), "Bereit") << "one that is not used";
 }
 
 TEST_F(StringTablesTest, NoFileIsReadThatATableNames) {
     const std::string secret = "/tmp/first/secret";
     writeFile(secret, "<!ENTITY text \"read from the file\">");
-    writeTable("en", entry("Ready", "English"));
+    writeTable("en", textEntry("Ready", "English"));
     const OpenWatch watch(secret);
     for (const std::string &name :
          {secret, "file://" + secret, std::string("secret"), std::string("../secret")}) {
         const std::string system = "SYSTEM \"" + name + "\"";
         writeFile(tablePath(first, "de"),
-                  tableWith("[<!ENTITY text " + system + ">]", entry("Ready", "&text;")));
+                  tableWith("[<!ENTITY text " + system + ">]", textEntry("Ready", "&text;")));
         EXPECT_EQ(ready("de"), "English") << name;
-        writeFile(tablePath(first, "de"), tableWith(system, entry("Ready", "&text;")));
+        writeFile(tablePath(first, "de"), tableWith(system, textEntry("Ready", "&text;")));
         EXPECT_EQ(ready("de"), "English") << name;
         writeFile(tablePath(first, "de"),
-                  tableWith("[<!ENTITY % file " + system + "> %file;]", entry("Ready", "&text;")));
+                  tableWith("[<!ENTITY % file " + system + "> %file;]", textEntry("Ready", "&text;")));
         EXPECT_EQ(ready("de"), "English") << name;
-        writeFile(tablePath(first, "de"), tableWith(system, entry("Ready", "Bereit")));
+        writeFile(tablePath(first, "de"), tableWith(system, textEntry("Ready", "Bereit")));
         EXPECT_EQ(ready("de"), "Bereit") << name;
     }
     EXPECT_FALSE(watch.wasOpened());
@@ -496,7 +499,7 @@ TEST_F(StringTablesTest, WhatIsNoFileIsNoTable) {
 
 TEST_F(StringTablesTest, ATableThatMayNotBeReadIsNoTable) {
     const std::filesystem::path path = tablePath(first, "de");
-    writeTable("de", entry("Ready", "Bereit"));
+    writeTable("de", textEntry("Ready", "Bereit"));
     std::filesystem::permissions(path, std::filesystem::perms::none);
     {
         const WithoutPrivileges withoutPrivileges;
@@ -507,7 +510,7 @@ TEST_F(StringTablesTest, ATableThatMayNotBeReadIsNoTable) {
 }
 
 TEST_F(StringTablesTest, ALanguageOfAnyLengthIsHarmless) {
-    writeTable("en", entry("Ready", "English"));
+    writeTable("en", textEntry("Ready", "English"));
     EXPECT_EQ(ready(std::string(100'000, 'x')), "English");
 }
 

@@ -1,7 +1,7 @@
 #include "printer/LinePart.h"
 
-#include "driver/stream/CommandRecord.h"
 #include "driver/stream/StreamMaker.h"
+#include "tests/driver/stream/StreamPieces.h"
 #include "tests/support/CaseName.h"
 
 #include <gtest/gtest.h>
@@ -23,11 +23,12 @@ void PrintTo(const LinePart &part, std::ostream *out) {
 
 namespace {
 
-const std::string reset(reverseDataReset.begin(), reverseDataReset.end());
-const std::string cancel(cancelCommand.begin(), cancelCommand.end());
-const std::string headers = makeJobHeaders({}); // 120 and 152 bytes
-const std::string page = makePage({}, 1);       // a header of 64 bytes, a band header of 32, 1024 bytes, ...
-const std::string data(100, 'x');
+using test::cancel;
+using test::reset;
+
+const std::string bareHeaders = makeJobHeaders({}); // 120 and 152 bytes
+const std::string wholePage = makePage({}, 1); // a header of 64 bytes, a band header of 32, 1024 bytes, ...
+const std::string someData(100, 'x');
 
 constexpr std::uint64_t plenty = std::numeric_limits<std::uint64_t>::max();
 constexpr LineRoom roomy{plenty, plenty};
@@ -42,7 +43,7 @@ constexpr LinePart stream(std::size_t size) {
     return {LinePart::Kind::stream, size};
 }
 
-constexpr LinePart command{LinePart::Kind::command, 16};
+constexpr LinePart aCommand{LinePart::Kind::command, 16};
 
 struct Case {
     const char *name;
@@ -68,9 +69,9 @@ INSTANTIATE_TEST_SUITE_P(Cases, LineParts, testing::Values(
     Case{"nothing at the end", "", inBand, roomy, LineState::ended, none},
 
     // Where a header stands
-    Case{"reset", reset + headers, atHeader, roomy, LineState::open, command},
-    Case{"cancel", cancel, atHeader, roomy, LineState::open, command},
-    Case{"a record needs no memory", cancel, atHeader, full, LineState::open, command},
+    Case{"reset", reset + bareHeaders, atHeader, roomy, LineState::open, aCommand},
+    Case{"cancel", cancel, atHeader, roomy, LineState::open, aCommand},
+    Case{"a record needs no memory", cancel, atHeader, full, LineState::open, aCommand},
     Case{"part of a record", reset.substr(0, 15), atHeader, roomy, LineState::open, none},
     Case{"part of a record on a quiet line", reset.substr(0, 15), atHeader, roomy, LineState::quiet, none},
     Case{"part of a record at the end", reset.substr(0, 15), atHeader, roomy, LineState::ended, stream(15)},
@@ -78,43 +79,43 @@ INSTANTIATE_TEST_SUITE_P(Cases, LineParts, testing::Values(
     Case{"part of an unknown command", "GDIC UNKNOWN", atHeader, roomy, LineState::quiet, none},
     Case{"part of a tag", "GDI", atHeader, roomy, LineState::quiet, none},
     Case{"part of a tag at the end", "GDI", atHeader, roomy, LineState::ended, stream(3)},
-    Case{"header", headers, atHeader, roomy, LineState::open, stream(120)},
-    Case{"extended header", headers.substr(120), atHeader, roomy, LineState::open, stream(152)},
-    Case{"page header with just enough memory", page, atHeader, {64, 0}, LineState::open, stream(64)},
-    Case{"page header without enough memory", page, atHeader, {63, plenty}, LineState::open, none},
-    Case{"page header without enough memory at the end", page, atHeader, {63, plenty}, LineState::ended, none},
-    Case{"band header", page.substr(64), atHeader, {32, 0}, LineState::open, stream(32)},
-    Case{"part of a header", headers.substr(0, 119), atHeader, roomy, LineState::quiet, none},
-    Case{"part of a header at the end", headers.substr(0, 119), atHeader, roomy, LineState::ended, stream(119)},
-    Case{"record inside a header", headers.substr(0, 60) + cancel + std::string(60, '\0'), atHeader, roomy, LineState::open, stream(120)},
+    Case{"header", bareHeaders, atHeader, roomy, LineState::open, stream(120)},
+    Case{"extended header", bareHeaders.substr(120), atHeader, roomy, LineState::open, stream(152)},
+    Case{"page header with just enough memory", wholePage, atHeader, {64, 0}, LineState::open, stream(64)},
+    Case{"page header without enough memory", wholePage, atHeader, {63, plenty}, LineState::open, none},
+    Case{"page header without enough memory at the end", wholePage, atHeader, {63, plenty}, LineState::ended, none},
+    Case{"band header", wholePage.substr(64), atHeader, {32, 0}, LineState::open, stream(32)},
+    Case{"part of a header", bareHeaders.substr(0, 119), atHeader, roomy, LineState::quiet, none},
+    Case{"part of a header at the end", bareHeaders.substr(0, 119), atHeader, roomy, LineState::ended, stream(119)},
+    Case{"record inside a header", bareHeaders.substr(0, 60) + cancel + std::string(60, '\0'), atHeader, roomy, LineState::open, stream(120)},
     Case{"end of job", "JIDG" + reset, atHeader, roomy, LineState::open, stream(4)},
     Case{"no tag", "PIDGeon", atHeader, full, LineState::open, stream(4)},
 
     // In a band's data
-    Case{"data", data, inBand, roomy, LineState::open, stream(100)},
-    Case{"data and what follows the band", data, {60, false}, roomy, LineState::open, stream(60)},
-    Case{"data with memory for some", data, inBand, {0, 40}, LineState::open, stream(40)},
-    Case{"data without memory", data, inBand, {plenty, 0}, LineState::open, none},
-    Case{"data without memory at the end", data, inBand, {plenty, 0}, LineState::ended, none},
-    Case{"data that look like a header", "GDIJ" + data, inBand, roomy, LineState::open, stream(104)},
-    Case{"cancel in place of data", cancel, inBand, full, LineState::open, command},
-    Case{"reset in place of data", reset + headers, inBand, full, LineState::open, command},
-    Case{"cancel among data", data + cancel, inBand, roomy, LineState::open, stream(100)},
-    Case{"reset among data", data + reset + data, inBand, roomy, LineState::quiet, stream(100)},
-    Case{"cancel behind the data but begun among them", data + cancel, {105, false}, roomy, LineState::open, stream(100)},
-    Case{"cancel in place of a band's last bytes", cancel, {5, false}, roomy, LineState::open, command},
-    Case{"what may be a record", data + "GDIC GD", inBand, roomy, LineState::open, stream(100)},
+    Case{"data", someData, inBand, roomy, LineState::open, stream(100)},
+    Case{"data and what follows the band", someData, {60, false}, roomy, LineState::open, stream(60)},
+    Case{"data with memory for some", someData, inBand, {0, 40}, LineState::open, stream(40)},
+    Case{"data without memory", someData, inBand, {plenty, 0}, LineState::open, none},
+    Case{"data without memory at the end", someData, inBand, {plenty, 0}, LineState::ended, none},
+    Case{"data that look like a header", "GDIJ" + someData, inBand, roomy, LineState::open, stream(104)},
+    Case{"cancel in place of data", cancel, inBand, full, LineState::open, aCommand},
+    Case{"reset in place of data", reset + bareHeaders, inBand, full, LineState::open, aCommand},
+    Case{"cancel among data", someData + cancel, inBand, roomy, LineState::open, stream(100)},
+    Case{"reset among data", someData + reset + someData, inBand, roomy, LineState::quiet, stream(100)},
+    Case{"cancel behind the data but begun among them", someData + cancel, {105, false}, roomy, LineState::open, stream(100)},
+    Case{"cancel in place of a band's last bytes", cancel, {5, false}, roomy, LineState::open, aCommand},
+    Case{"what may be a record", someData + "GDIC GD", inBand, roomy, LineState::open, stream(100)},
     Case{"what may be a record and nothing else", "GDIC CANC", inBand, roomy, LineState::open, none},
     Case{"one byte that may begin a record", "G", inBand, roomy, LineState::open, none},
-    Case{"what may be a record on a quiet line", data + "GDIC GD", inBand, roomy, LineState::quiet, stream(107)},
+    Case{"what may be a record on a quiet line", someData + "GDIC GD", inBand, roomy, LineState::quiet, stream(107)},
     Case{"what may be a record at the end", "GDIC CANC", inBand, roomy, LineState::ended, stream(9)},
-    Case{"what is no record after all", "GDIC CANT" + data, inBand, roomy, LineState::open, stream(109)},
+    Case{"what is no record after all", "GDIC CANT" + someData, inBand, roomy, LineState::open, stream(109)},
 
     // Behind what is no stream
-    Case{"rubbish", data, lost, full, LineState::open, stream(100)},
-    Case{"rubbish with a header in it", headers, lost, full, LineState::open, stream(272)},
-    Case{"rubbish in front of a record", data + cancel, lost, full, LineState::open, stream(100)},
-    Case{"record behind rubbish", cancel, lost, full, LineState::open, command},
+    Case{"rubbish", someData, lost, full, LineState::open, stream(100)},
+    Case{"rubbish with a header in it", bareHeaders, lost, full, LineState::open, stream(272)},
+    Case{"rubbish in front of a record", someData + cancel, lost, full, LineState::open, stream(100)},
+    Case{"record behind rubbish", cancel, lost, full, LineState::open, aCommand},
     Case{"rubbish that may be a record", "GDIC", lost, full, LineState::open, none}
 ), test::nameOfCase<Case>);
 
@@ -122,7 +123,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, LineParts, testing::Values(
 
 /// However the bytes are cut, the records are found, and nothing else is taken for one.
 TEST(LineParts, FindARecordHoweverItComes) {
-    const std::string bytes = data + "GDIC GDIC CANCEL " + cancel;
+    const std::string bytes = someData + "GDIC GDIC CANCEL " + cancel;
     for (std::size_t piece = 1; piece <= bytes.size(); ++piece) {
         std::string waiting;
         std::size_t at = 0;
@@ -138,7 +139,7 @@ TEST(LineParts, FindARecordHoweverItComes) {
             taken += last.size;
             waiting.erase(0, last.size);
         }
-        EXPECT_EQ(last, command) << piece;
+        EXPECT_EQ(last, aCommand) << piece;
         EXPECT_EQ(taken, bytes.size() - 16) << piece;
     }
 }

@@ -10,7 +10,7 @@
 
 namespace veltrin::test {
 
-inline PageHeader pageHeader(std::uint8_t type, std::uint8_t tray = 2, std::uint16_t number = 1) {
+inline PageHeader printerPageHeader(std::uint8_t type, std::uint8_t tray = 2, std::uint16_t number = 1) {
     PageHeader header{};
     header.MagicNumber = pageHeaderTag;
     header.bType = type;
@@ -24,8 +24,12 @@ inline std::vector<PageRead> pagesFrom(const std::string &notation) {
     std::vector<PageRead> pages;
     for (const MarkedPage &page : markedPages(notation)) {
         const std::uint8_t tray = page.fromBypass ? 1 : 2;
-        pages.push_back(
-            {0, pageHeader(page.typeBits, tray, static_cast<std::uint16_t>(page.number)), 1, {}, 0, true});
+        pages.push_back({0,
+                         printerPageHeader(page.typeBits, tray, static_cast<std::uint16_t>(page.number)),
+                         1,
+                         {},
+                         0,
+                         true});
     }
     return pages;
 }

@@ -11,7 +11,7 @@ namespace veltrin::printer {
 namespace {
 
 using namespace std::chrono_literals;
-using test::pageHeader;
+using test::printerPageHeader;
 
 /// Six pages a minute: ten seconds a page.
 PrinterSettings slowPrinter() {
@@ -24,7 +24,7 @@ PrinterSettings slowPrinter() {
 void receivePage(PrinterModel &printer, std::uint8_t type = 0, std::uint8_t tray = 2) {
     printer.received(MemoryPool::header, 100);
     printer.received(MemoryPool::image, 1'000);
-    printer.pageArrived(pageHeader(type, tray));
+    printer.pageArrived(printerPageHeader(type, tray));
 }
 
 PrinterModel printerInJob(const PrinterSettings &settings = slowPrinter()) {

@@ -36,7 +36,7 @@ TEST(StatusView, ShowsThePrinter) {
     printer.jobBegan();
     printer.received(MemoryPool::header, 100);
     printer.received(MemoryPool::image, 30'000);
-    printer.pageArrived(test::pageHeader(0));
+    printer.pageArrived(test::printerPageHeader(0));
 
     StatusView view("usb://x");
     view.addLine("hello");

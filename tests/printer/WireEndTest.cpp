@@ -2,6 +2,7 @@
 
 #include "driver/stream/CommandRecord.h"
 #include "driver/stream/StreamMaker.h"
+#include "tests/driver/stream/StreamPieces.h"
 #include "tests/printer/WatchedPrinter.h"
 #include "tests/support/BytesAre.h"
 
@@ -18,13 +19,12 @@ namespace {
 using namespace std::chrono_literals;
 using test::Bytes;
 using test::BytesAre;
+using test::cancel;
+using test::reset;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-const std::string reset(reverseDataReset.begin(), reverseDataReset.end());
-const std::string cancel(cancelCommand.begin(), cancelCommand.end());
 
 /// As the printer receives it: headers of 272 bytes, each page of 64 + 4 * (32 + 1024), the mark.
 std::string streamOf(std::uint32_t pages) {
