@@ -21,7 +21,8 @@ TEST(SystemClock, TellsTheTimeOfTheSystem) {
     EXPECT_GE(seconds, before);
     EXPECT_LE(seconds, after);
     EXPECT_GE(*now, std::chrono::seconds(before));
-    EXPECT_LE(*now, std::chrono::seconds(after + 1));
+    // time() is behind by as much as a tick, across the beginning of a second, too.
+    EXPECT_LT(*now, std::chrono::seconds(after + 2));
 }
 
 TEST(SystemClock, SleepsTheWholeTimeThroughSignals) {
