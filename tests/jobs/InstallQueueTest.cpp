@@ -9,9 +9,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <poll.h>
+#include <pty.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace veltrin {
@@ -30,12 +40,80 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
+/// A terminal with somebody in front of it.
+class Terminal {
+  public:
+    Terminal() {
+        if (openpty(&keyboard, &programEnd, nullptr, nullptr, nullptr) != 0) {
+            ADD_FAILURE() << "openpty: " << std::strerror(errno);
+        }
+    }
+
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    ~Terminal() {
+        close(keyboard);
+        close(programEnd);
+    }
+
+    /// A program's end.
+    [[nodiscard]] test::Descriptor line() const { return {programEnd}; }
+
+    void type(std::string_view text) const {
+        EXPECT_EQ(write(keyboard, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+
+    /// All that has been shown up to now, what was typed included; lines end with a line feed alone.
+    const std::string &screen() {
+        for (pollfd end{keyboard, POLLIN, 0}; poll(&end, 1, 0) > 0;) {
+            std::array<char, 4096> bytes{};
+            const ssize_t length = read(keyboard, bytes.data(), bytes.size());
+            if (length <= 0) {
+                break;
+            }
+            std::remove_copy(bytes.begin(), bytes.begin() + length, std::back_inserter(shown), '\r');
+        }
+        return shown;
+    }
+
+  private:
+    int keyboard = -1;
+    int programEnd = -1;
+    std::string shown;
+};
+
+/// What is typed in answer to a question.
+struct Typed {
+    std::string question;
+    std::string answer;
+};
+
 class InstallQueueTest : public test::PrintedDocumentFixture {
   protected:
     ProcessResult install(const std::vector<std::string> &options, const std::string &answers = {}) {
         Command command = scheduler.clientCommand(test::hostPath(VELTRIN_INSTALL_QUEUE), options);
         command.input = Text{answers};
         return test::run(command, std::chrono::seconds(60));
+    }
+
+    /// The same at a terminal, where each answer is typed once its question stands there; what is on the
+    /// screen then.
+    std::string installAtTerminal(const std::vector<std::string> &options,
+                                  const std::vector<Typed> &answers) {
+        Terminal terminal;
+        Command command = scheduler.clientCommand(test::hostPath(VELTRIN_INSTALL_QUEUE), options);
+        command.input = terminal.line();
+        command.output = terminal.line();
+        command.errors = terminal.line();
+        Process program(command);
+        for (const Typed &typed : answers) {
+            EXPECT_TRUE(program.waitUntil([&] { return terminal.screen().ends_with(typed.question); }))
+                << terminal.screen();
+            terminal.type(typed.answer);
+        }
+        EXPECT_EQ(program.finish(std::chrono::seconds(60)).exitStatus, 0);
+        return terminal.screen();
     }
 
     /// What the scheduler prints to by each of its queues.
@@ -162,6 +240,18 @@ TEST_F(InstallQueueTest, AnAddressIsThatOfAPrinterInTheNetwork) {
     EXPECT_THAT(queues(), AnyOf(HasSubstr("device for b: veltrin:socket://10.0.0.9\n"),
                                 HasSubstr("device for b: veltrin:socket://printer.example\n")));
     EXPECT_THAT(listed.output, HasSubstr(" -m veltrin/lx-410n.ppd "));
+}
+
+TEST_F(InstallQueueTest, ATerminalShowsWhatIsShownWhereTheAnswersAreReadFromAFile) {
+    const std::vector<std::string> options = {"--device=veltrin-printer:/lx-520n", "--no-test-page"};
+    const ProcessResult read = install(options, "2\noffice\n\n");
+    EXPECT_EQ(read.exitStatus, 0) << read.errors;
+    undo(read.output);
+    EXPECT_EQ(installAtTerminal(options, {{"Which model is it? [lx-520n] ", "2\n"},
+                                          {"What is the queue to be called? [virtual-lx-520n] ", "office\n"},
+                                          {"Add it? [yes] ", "\n"}}),
+              read.output);
+    EXPECT_THAT(queues(), HasSubstr("device for office: veltrin-printer:/lx-520n\n"));
 }
 
 TEST_F(InstallQueueTest, NothingIsDoneWhereThatIsNotAgreedTo) {
