@@ -36,7 +36,7 @@ void SenderTrust::decide(Sender &sender, Step step) const noexcept {
 
 SenderTrust::Verdict SenderTrust::inquire(const std::string &uniqueName) {
     const auto [entry, isNew] =
-        senders.try_emplace(uniqueName, Sender{*this, uniqueName, {}, {}, {}, {}, {}});
+        senders.try_emplace(uniqueName, Sender{.trust = *this, .uniqueName = uniqueName});
     if (isNew) {
         Sender &sender = entry->second;
         decide(sender, [&] { watch(sender); });

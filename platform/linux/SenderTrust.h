@@ -60,10 +60,10 @@ class SenderTrust {
         SenderTrust &trust;
         std::string uniqueName;
         Verdict verdict = Verdict::pending;
-        BusSlot departure;   // the match for its leaving the bus
-        BusSlot inquiry;     // the question for its user or its process
-        std::string refusal; // why it is refused
-        std::optional<pid_t> process;
+        BusSlot departure = {};   // the match for its leaving the bus
+        BusSlot inquiry = {};     // the question for its user or its process
+        std::string refusal = {}; // why it is refused
+        std::optional<pid_t> process = {};
     };
 
     // Callbacks of the library. They only note what happened.
