@@ -40,9 +40,6 @@ constexpr const char *ownFiles[] = {inputFile,  printedFile,     errorFile,
 /// without a printer comes to. And by then it has to be at its end.
 constexpr const char *timeLimits = "100:600";
 
-/// For a process that neither waits nor ends.
-constexpr auto realTimeLimit = 60s;
-
 StreamOptions document(const JobKind &kind) {
     StreamOptions options;
     options.pages = 2;
@@ -61,24 +58,12 @@ std::string expectedOf(const JobKind &kind) {
                                     : printed(document(kind), jobSettingManualDuplex, "2 1*"));
 }
 
-/// What a path or the link of a descriptor stands for.
-std::string nameOfTarget(const std::string &target) {
-    static const std::vector<std::pair<std::string, std::string>> names = {
-        {inputFile, "input"},  {printedFile, "output"},     {errorFile, "standard error"},
-        {debugLogPath, "log"}, {debugMarkerPath, "marker"}, {"/tmp/spool", "spool file"},
-        {"socket:", "socket"}, {"/memfd:", "block"},        {"/tmp/cups/", "PPD"},
-    };
-    for (const auto &[beginning, name] : names) {
-        if (target.starts_with(beginning)) {
-            return name;
-        }
-    }
-    const std::string file = std::filesystem::path(target).filename();
-    if (target.starts_with("/proc/")) {
-        return "process";
-    }
-    return file == "Info.plist" || file == "Localizable.strings" ? file : target;
-}
+/// What paths and the links of descriptors stand for.
+const std::vector<std::pair<std::string, std::string>> targetNames = {
+    {inputFile, "input"},  {printedFile, "output"},     {errorFile, "standard error"},
+    {debugLogPath, "log"}, {debugMarkerPath, "marker"}, {"/tmp/spool", "spool file"},
+    {"socket:", "socket"}, {"/memfd:", "block"},        {"/tmp/cups/", "PPD"},
+};
 
 /// Waits until the process has ended, or it and the other have nothing to do.
 void awaitRest(const Process &process, pid_t other) {
@@ -90,52 +75,8 @@ void awaitRest(const Process &process, pid_t other) {
     close(file);
 }
 
-/// Runs the process to its end, and notices that at once.
-ProcessResult finish(Process &process) {
-    const auto file = static_cast<int>(syscall(SYS_pidfd_open, process.id(), 0));
-    pollfd end{file, POLLIN, 0};
-    poll(&end, 1, static_cast<int>(std::chrono::milliseconds(realTimeLimit).count()));
-    close(file);
-    return process.finish(1s);
-}
-
 bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
-}
-
-/// Takes one line of the injector's report.
-void take(const std::string &line, FaultedJob &job) {
-    std::istringstream words(line);
-    std::string word;
-    std::string name;
-    words >> word >> name;
-    if (word == "hit") {
-        std::string target;
-        words >> target;
-        job.hit = Hit{name, nameOfTarget(target)};
-    } else if (word == "count") {
-        words >> job.counts[name];
-    } else if (word == "waited") {
-        constexpr double microseconds = 1e6;
-        job.secondsWaited = std::stod(name) / microseconds;
-    }
-    job.isStepped = job.isStepped || word == "stepped";
-    job.isTerminated = job.isTerminated || word == "terminated";
-    job.gaveUp = job.gaveUp || word == "gave";
-}
-
-/// The files in a folder but for those that are to be there, which are removed.
-std::vector<std::string> takeAway(const std::string &folder, const std::vector<std::string> &expected) {
-    std::vector<std::string> paths;
-    for (const std::string &name : namesIn(folder)) {
-        const std::string path = folder + "/" + name;
-        if (!name.starts_with("bus-") &&
-            std::find(expected.begin(), expected.end(), path) == expected.end()) {
-            paths.push_back(path);
-            std::filesystem::remove_all(path);
-        }
-    }
-    return paths;
 }
 
 } // namespace
@@ -167,11 +108,8 @@ Command FaultFixture::faultedFilter(const Injection &injection) const {
     }
     command.errors = File{errorFile};
     auto &variables = *command.environment;
-    variables["LD_PRELOAD"] = hostPath(VELTRIN_FAULT_INJECTOR);
-    variables["ASAN_OPTIONS"] += ":verify_asan_link_order=0";
-    variables[reportVariable] = injectorsReport;
+    injectFaults(command, injection.fault, injectorsReport);
     variables[timeVariable] = timeLimits;
-    variables[faultVariable] = injection.fault;
     if (!kind.hasChannel) {
         command.output = File{printedFile};
     } else {
@@ -202,11 +140,11 @@ FaultedJob FaultFixture::print(const Injection &injection) {
         startPrinter(injection.victim == Injection::Victim::bus);
     }
     Process filter(faultedFilter(injection));
-    const ProcessResult ended = finish(filter);
+    const ProcessResult ended = finishAtOnce(filter);
     if (kind.hasChannel) {
         awaitRest(*printer, bus->processIds().back());
         printer->send(SIGTERM); // where there was no job
-        EXPECT_FALSE(finish(*printer).timedOut);
+        EXPECT_FALSE(finishAtOnce(*printer).timedOut);
     }
     FaultedJob job = result();
     job.filter = ended;
@@ -228,12 +166,7 @@ void FaultFixture::startPrinter(bool onNewBus) {
 }
 
 FaultedJob FaultFixture::result() const {
-    FaultedJob job;
-    if (std::filesystem::exists(injectorsReport)) {
-        for (const std::string &line : linesOf(readFile(injectorsReport))) {
-            take(line, job);
-        }
-    }
+    FaultedJob job{readFaultReport(injectorsReport, targetNames), {}, {}, {}, {}, {}, {}};
     job.errors = linesOf(readFile(errorFile));
     job.log = messagesOf(readFile(errorFile));
     if (std::filesystem::exists(debugLogPath)) {

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "tests/faults/FaultInjector.h"
+#include "tests/faults/FaultReport.h"
 #include "tests/jobs/JobFixture.h"
 #include "tests/support/PrivateBus.h"
 
-#include <map>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -31,26 +31,14 @@ inline constexpr JobKind jobKinds[] = {
     {"ChannelTwoSided", true, true},
 };
 
-/// A call that was failed, and what its descriptor or path stood for.
-struct Hit {
-    std::string call;
-    std::string target; ///< "input", "output", "spool file", "bus", ...; else the path
-};
-
 /// What became of a job.
-struct FaultedJob {
+struct FaultedJob : FaultReport {
     ProcessResult filter;
-    std::optional<Hit> hit;    ///< nothing where the job did not make that call
-    bool isStepped = false;    ///< the signal was sent
-    bool isTerminated = false; ///< the job had to be ended by SIGTERM after a minute
-    bool gaveUp = false;       ///< not even that ended it
-    double secondsWaited = 0;
-    std::map<std::string, long> counts; ///< of calls, by the names of the kinds, and of "line"s of the log
-    std::vector<std::string> log;       ///< messages, those that went to standard error in its stead included
-    std::vector<std::string> errors;    ///< lines on standard error
-    std::string printed;                ///< what the printer got
-    std::string outcome;                ///< the job's in the printer's report; empty where it had none
-    std::vector<std::string> left;      ///< files that ought to be gone
+    std::vector<std::string> log;    ///< messages, those that went to standard error in its stead included
+    std::vector<std::string> errors; ///< lines on standard error
+    std::string printed;             ///< what the printer got
+    std::string outcome;             ///< the job's in the printer's report; empty where it had none
+    std::vector<std::string> left;   ///< files that ought to be gone
 };
 
 /// Runs jobs of one kind, each with the fault injector in the filter.

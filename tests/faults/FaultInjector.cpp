@@ -20,6 +20,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -69,7 +70,7 @@ struct ErrorName {
 constexpr ErrorName errorNames[] = {
     {"EACCES", EACCES}, {"ECONNRESET", ECONNRESET}, {"EINTR", EINTR},   {"EINVAL", EINVAL},
     {"EIO", EIO},       {"EMFILE", EMFILE},         {"ENOMEM", ENOMEM}, {"ENOSPC", ENOSPC},
-    {"EPIPE", EPIPE},   {"ENOBUFS", ENOBUFS},
+    {"EPIPE", EPIPE},   {"ENOBUFS", ENOBUFS},       {"EAGAIN", EAGAIN},
 };
 
 /// How a call is failed.
@@ -344,6 +345,11 @@ void readFault() {
         terminateAfter = takeNumber(text) * second;
         giveUpAfter = takeNumber(text) * second;
     }
+    for (const char *name :
+         {veltrin::test::faultVariable, veltrin::test::stepVariable, veltrin::test::peersVariable,
+          veltrin::test::timeVariable, veltrin::test::reportVariable}) {
+        unsetenv(name); // what was read stays where it is
+    }
 }
 
 using Main = int (*)(int, char **, char **);
@@ -522,6 +528,42 @@ ssize_t writev(int descriptor, const iovec *blocks, int count) {
     }
     const iovec first{blocks[0].iov_base, half(blocks[0].iov_len)};
     return real(descriptor, &first, 1);
+}
+
+#define POSITIONED_FUNCTION(kind, call, name, pointer, offset)                                               \
+    ssize_t name(int descriptor, pointer buffer, std::size_t size, offset position) {                        \
+        if (strikes(FaultKind::kind, call, nullptr, descriptor)) {                                           \
+            if (!fault.isShort) {                                                                            \
+                return -1;                                                                                   \
+            }                                                                                                \
+            size = half(size);                                                                               \
+        }                                                                                                    \
+        REAL(name);                                                                                          \
+        return real(descriptor, buffer, size, position);                                                     \
+    }
+POSITIONED_FUNCTION(read, "pread", pread, void *, off_t)
+POSITIONED_FUNCTION(read, "pread", pread64, void *, off64_t)
+POSITIONED_FUNCTION(write, "pwrite", pwrite, const void *, off_t)
+POSITIONED_FUNCTION(write, "pwrite", pwrite64, const void *, off64_t)
+
+ssize_t __pread64_chk(int descriptor, void *buffer, std::size_t size, off64_t position,
+                      std::size_t bufferSize);
+
+ssize_t __pread64_chk(int descriptor, void *buffer, std::size_t size, off64_t position,
+                      std::size_t /*bufferSize*/) {
+    return pread64(descriptor, buffer, size, position);
+}
+
+ssize_t splice(int from, off64_t *fromPosition, int to, off64_t *toPosition, std::size_t size,
+               unsigned flags) {
+    if (strikes(FaultKind::write, "splice", nullptr, to)) {
+        if (!fault.isShort) {
+            return -1;
+        }
+        size = half(size);
+    }
+    REAL(splice);
+    return real(from, fromPosition, to, toPosition, size, flags);
 }
 
 std::size_t fwrite(const void *bytes, std::size_t size, std::size_t count, FILE *stream) {
@@ -717,6 +759,50 @@ ssize_t recvmsg(int descriptor, msghdr *message, int flags) {
     const ssize_t result = real(descriptor, message, flags);
     message->msg_iov[0].iov_len = size;
     return result;
+}
+
+// ---- Pipes and processes
+
+int pipe2(int *ends, int flags) noexcept {
+    if (strikesWhole(FaultKind::descriptor, "pipe2", "")) {
+        return -1;
+    }
+    REAL(pipe2);
+    return real(ends, flags);
+}
+
+int dup2(int descriptor, int other) noexcept {
+    if (strikesWhole(FaultKind::descriptor, "dup2", nullptr, descriptor)) {
+        return -1;
+    }
+    REAL(dup2);
+    return real(descriptor, other);
+}
+
+pid_t fork() noexcept {
+    if (strikesWhole(FaultKind::process, "fork", "")) {
+        return -1;
+    }
+    REAL(fork);
+    return real();
+}
+
+int execv(const char *path, char *const *arguments) noexcept {
+    if (strikesWhole(FaultKind::process, "execv", path)) {
+        return -1;
+    }
+    reportCounts(); // the end of this program's main(), unless that fails
+    REAL(execv);
+    return real(path, arguments);
+}
+
+int posix_spawn(pid_t *process, const char *path, const posix_spawn_file_actions_t *actions,
+                const posix_spawnattr_t *attributes, char *const *arguments, char *const *environment) {
+    if (strikesWhole(FaultKind::process, "posix_spawn", path)) {
+        return fault.error;
+    }
+    REAL(posix_spawn);
+    return real(process, path, actions, attributes, arguments, environment);
 }
 
 // ---- Time

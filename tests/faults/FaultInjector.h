@@ -2,15 +2,16 @@
 
 #include <cstddef>
 
-// What the fault injector (FaultInjector.cpp) is told, by environment variables.
+// What the fault injector (FaultInjector.cpp) is told, by environment variables. The program does not see
+// them, nor do those that it starts: they are not failed.
 
 namespace veltrin::test {
 
 /// What calls are counted and failed together.
 enum class FaultKind {
     open,          ///< open, openat, fopen, fdopen, opendir
-    read,          ///< read, readv
-    write,         ///< write, writev
+    read,          ///< read, readv, pread
+    write,         ///< write, writev, pwrite, splice
     print,         ///< what the C library writes to a stream: fwrite, fprintf
     allocation,    ///< malloc and its like; under a sanitizer operator new alone
     temporaryFile, ///< cupsTempFd
@@ -19,11 +20,13 @@ enum class FaultKind {
     memoryFile,    ///< memfd_create
     socket,        ///< socket, connect, sendmsg, recvmsg and what asks a socket
     poll,          ///< poll, ppoll
+    descriptor,    ///< pipe2, dup2
+    process,       ///< fork, execv, posix_spawn
 };
 
 inline constexpr const char *faultKindNames[] = {
-    "open",    "read",   "write",       "print",  "allocation", "temporary-file",
-    "control", "status", "memory-file", "socket", "poll",
+    "open",   "read",        "write",  "print", "allocation", "temporary-file", "control",
+    "status", "memory-file", "socket", "poll",  "descriptor", "process",
 };
 
 inline constexpr std::size_t faultKinds = sizeof faultKindNames / sizeof *faultKindNames;

@@ -3,7 +3,6 @@
 #include "tests/support/ExpectedOutput.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 
 namespace veltrin::test {
@@ -159,13 +158,6 @@ int closeness(const FaultOutcome &outcome, const Hit &hit, const std::string &ho
     return 2 * static_cast<int>(std::strlen(outcome.how)) + (*outcome.target != '\0' ? 1 : 0);
 }
 
-/// Whether the bus's library has ended the process, which it does after a match that was half added for want
-/// of memory.
-bool isEndedByLibrary(const FaultedJob &job) {
-    return job.hit && job.hit->call == "allocate" && job.filter.signal == SIGABRT && !job.errors.empty() &&
-           holds(job.errors.back(), "failed at src/libsystemd/sd-bus/bus-match.c:");
-}
-
 /// How often the last line of standard error that tells of an error was repeated.
 long timesShown(const FaultedJob &job) {
     return std::count_if(job.errors.begin(), job.errors.end(),
@@ -182,10 +174,8 @@ std::vector<std::string> generalObjectionsTo(const FaultedJob &job) {
     } else if (job.filter.signal) {
         object("signal " + std::to_string(*job.filter.signal));
     }
-    for (const std::string &line : job.errors) {
-        if (holds(line, "Sanitizer") || holds(line, "runtime error") || holds(line, "terminate called")) {
-            object(line);
-        }
+    if (const std::string words = lastWordsIn(job.errors); !words.empty()) {
+        object(words);
     }
     if (job.gaveUp) {
         object("it did not end when it was cancelled");
@@ -277,7 +267,7 @@ std::vector<std::string> objectionsTo(Ending ending, const FaultedJob &job, cons
 
 std::vector<std::string> objectionsTo(const FaultedJob &job, const JobKind &kind, const std::string &whole,
                                       const std::string &how) {
-    if (isEndedByLibrary(job)) {
+    if (isEndedByLibrary(job, job.filter, job.errors)) {
         return {};
     }
     std::vector<std::string> objections = generalObjectionsTo(job);
