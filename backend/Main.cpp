@@ -7,10 +7,13 @@
 #include "platform/SchedulerJob.h"
 #include "platform/StandardDescriptors.h"
 
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +24,9 @@
 namespace {
 
 using namespace veltrin;
+
+/// For the scheduler; there may be no memory for a stream's own words.
+constexpr std::string_view noMemory = "ERROR: There is not enough memory to print.\n";
 
 std::string valueOf(const char *variable, const std::string &otherwise) {
     const char *value = std::getenv(variable);
@@ -46,13 +52,7 @@ int runJob(std::vector<std::string> arguments, const std::string &serverBin) {
         .run();
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-    platform::reserveStandardDescriptors();
-    backend::reserveBackendDescriptors();
-    signal(SIGCHLD, SIG_DFL); // whoever ignores it never learns how a child has ended
-    catchEndSignals();
+int runProgram(int argc, char **argv) {
     const std::string serverBin = valueOf("CUPS_SERVERBIN", VELTRIN_CUPS_SERVERBIN);
     if (argc == 1) {
         backend::discoverDevices(serverBin);
@@ -70,4 +70,20 @@ int main(int argc, char **argv) {
         return fail(backend::refusalOfPageData(), platform::backendCancel);
     }
     return runJob({arguments.begin(), arguments.end()}, serverBin);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    platform::reserveStandardDescriptors();
+    backend::reserveBackendDescriptors();
+    signal(SIGCHLD, SIG_DFL); // whoever ignores it never learns how a child has ended
+    catchEndSignals();
+    try {
+        return runProgram(argc, argv);
+    } catch (const std::bad_alloc &) {
+        // The device's backend has been ended on the way here, and the filter hears that its peer has left.
+        static_cast<void>(!write(STDERR_FILENO, noMemory.data(), noMemory.size()));
+        return platform::backendFailed;
+    }
 }

@@ -13,6 +13,7 @@
 //   after=N     0 without
 //   end=N       the exit status at the end
 //   anew        connects once more before that
+//   orphaned    is not ended where the backend is killed
 //
 // At the end it says what is in the files "last words" and "last record", where there are such.
 
@@ -51,8 +52,9 @@ std::map<std::string, int> wordsOf(const std::string &uri) {
 }
 
 std::string contentsOf(const std::string &name) {
-    std::ifstream file(folder + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream text;
+    text << std::ifstream(folder + name, std::ios::binary).rdbuf();
+    return text.str();
 }
 
 void note(const std::string &name, const std::string &text) {
@@ -136,9 +138,11 @@ int main(int argc, char **argv) {
         return 0;
     }
     noteStart(argc, argv);
-    prctl(PR_SET_PDEATHSIG, SIGKILL); // a test may kill the backend while nothing is read here
-    signal(SIGTERM, SIG_IGN);         // as CUPS's own do while they print from standard input
+    signal(SIGTERM, SIG_IGN); // as CUPS's own do while they print from standard input
     std::map<std::string, int> words = wordsOf(std::getenv("DEVICE_URI"));
+    if (!words.contains("orphaned")) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a test may kill the backend while nothing is read here
+    }
     if (words.contains("chatty")) {
         say(STDERR_FILENO, "STATE: +connecting-to-dev");
         usleep(20'000);
