@@ -10,7 +10,7 @@ namespace veltrin::test {
 
 namespace fs = std::filesystem;
 
-DeviceFixture::DeviceFixture() {
+DeviceFixture::DeviceFixture(const std::string &busConfiguration) : PrinterFixture(busConfiguration) {
     fs::remove_all(folder);
     fs::remove_all(serverBin);
     fs::create_directory(folder);

@@ -21,7 +21,7 @@ class DeviceFixture : public PrinterFixture {
     /// In the order of the scheduler's arguments.
     static inline const std::string arguments = "7\nuser\ntitle\n1\noptions\n";
 
-    DeviceFixture();
+    explicit DeviceFixture(const std::string &busConfiguration = PrivateBus::openPolicy);
     ~DeviceFixture() override;
 
     /// What the device says from now on: a printer that is ready, but for what `change` changes.

@@ -9,7 +9,7 @@
 
 namespace veltrin::test {
 
-PrinterFixture::PrinterFixture() {
+PrinterFixture::PrinterFixture(const std::string &busConfiguration) : bus(busConfiguration) {
     switchLogOn();
 }
 

@@ -19,7 +19,8 @@ class PrinterFixture : public JobFixture {
     static constexpr const char *outputFile = "/tmp/printed";
     static constexpr const char *reportFile = "/tmp/report.json";
 
-    PrinterFixture();
+    /// `busConfiguration` as PrivateBus has it.
+    explicit PrinterFixture(const std::string &busConfiguration = PrivateBus::openPolicy);
 
     /// Starts the printer with a scenario of tests/scenarios/, for one job, and waits until it listens.
     void startPrinter(const std::string &scenario,
