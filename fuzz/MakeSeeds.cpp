@@ -411,6 +411,26 @@ void makeDeviceSeeds(const std::filesystem::path &seeds) {
     add("no-uri", 3, "veltrin:../../etc:x");
 }
 
+void makeBackendJobSeeds(const std::filesystem::path &seeds) {
+    using std::string_literals::operator""s;
+    const SeedFolder folder(seeds, "backend-job");
+    folder.add("answered-at-once", "\0\2\1\4"s);
+    folder.add("answered-by-what-comes-after-the-block", "\0\3\2\1\4\0\0\5\1\4"s);
+    folder.add("device-that-takes-nothing", "\0\3\2\0\x19\1\4\0\x4b\0\x19"s);
+    folder.add("connecting", "\0\5\1\2\0\x40\0\x40\6\5\0"s);
+    folder.add("gone", "\0\2\7\1\4"s);
+    folder.add("blocks", "\1\x0d"
+                         "abc\x15"
+                         "defgh\2\7\1\0\2\7\7"s);
+    folder.add("dropped-blocks", "\1\x0d"
+                                 "abc\x15"
+                                 "defgh\2\2\0\4\x09"
+                                 "yz\2\7"s);
+    folder.add("end-of-a-job", "\2\0\0\1\0\x10\0\0\0\1\0\1\0\0\1\0\0\1\0\0"s);
+    folder.add("job-cut-off", "\2\0\0\1\0\x10\0\0\0\1\0\1\0\0\1\0\1\1\0\0"s);
+    folder.add("cancelled-job", "\2\1\1\0\1\x10\0\0\0\1\1\0\1\x30\x75\0\0\1\1\0\0\0\1"s);
+}
+
 void makePrinterOptionsSeeds(const std::filesystem::path &seeds) {
     const SeedFolder folder(seeds, "printer-options");
     const auto add = [&folder](const std::string &name, char what, const std::string &text) {
@@ -508,6 +528,7 @@ int main(int argc, char **argv) {
     makeScenarioSeeds(seeds, sources);
     makeChannelSeeds(seeds);
     makeDeviceSeeds(seeds);
+    makeBackendJobSeeds(seeds);
     makePrinterOptionsSeeds(seeds);
     makeWireSeeds(seeds);
     makePpdSeeds(seeds, sources);
