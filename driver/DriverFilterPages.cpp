@@ -147,8 +147,14 @@ bool DriverFilter::readFileHeaders(PageInput &input) {
     // Direct sending and spooling both log under this name.
     CPSDebugLog("DriverFilter spoolPages Reading file headers");
     std::int32_t size = 0;
-    return input.readHeader(fileHeader, size) && input.readHeader(fileHeaderEx, size) &&
-           fileHeader.tag() == fileHeaderTag && fileHeaderEx.tag() == fileHeaderExTag;
+    if (!input.readHeader(fileHeader, size) || !input.readHeader(fileHeaderEx, size)) {
+        return false;
+    }
+    if (fileHeader.tag() != fileHeaderTag || fileHeaderEx.tag() != fileHeaderExTag) {
+        CPSDebugAssert_("DriverFilter readFileHeaders: The stream does not begin with the headers of a job");
+        return false;
+    }
+    return true;
 }
 
 /// Sends the job's two headers to the printer.
