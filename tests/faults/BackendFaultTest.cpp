@@ -15,13 +15,16 @@
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Every call of one kind that the backend for devices makes in a small job fails once, the first, the second,
@@ -82,10 +85,22 @@ std::string whole() {
     return bytes;
 }
 
+/// How long a filter waits for what does not come: far beyond what a job takes, or, where a call was failed
+/// and it may never come, for a moment.
+struct Patience {
+    std::chrono::milliseconds inAll;
+    int questions; ///< for a record, each of them after a while without one
+};
+
+constexpr Patience patient{processDeadline, INT_MAX};
+constexpr Patience impatient{3s, 4};
+
 /// The filter's end of the channel, which goes through a small job as a filter does but for its long waits.
 class PlayedFilter {
   public:
-    explicit PlayedFilter(std::string theUri) : uri(std::move(theUri)) {
+    PlayedFilter(std::string theUri, const Patience &patience)
+        : uri(std::move(theUri)), deadline(steady_clock::now() + patience.inAll),
+          mostQuestions(patience.questions) {
         std::string problem;
         center = platform::DBusNotificationCenter::connect(
             {[this] { return steady_clock::now() >= deadline; }, [](const std::string &) {}}, problem,
@@ -105,7 +120,7 @@ class PlayedFilter {
             post(channel::writePipe, blocks().front());
             ask(now);
         } else if (isReset && !hasRecord && now - asked > answerTime) {
-            if (++questions > mostQuestions) {
+            if (questions == mostQuestions || now >= deadline) {
                 leave();
             } else {
                 ask(now);
@@ -121,12 +136,18 @@ class PlayedFilter {
         return hasLeft;
     }
 
+    /// How far it has come: 0 to `lastStage`.
+    [[nodiscard]] int stage() const {
+        return (isReady ? 1 : 0) + (isReset ? 1 : 0) + (hasRecord ? 1 : 0) + (hasLeft ? 1 : 0);
+    }
+
+    static constexpr int lastStage = 4;
+
     /// Whether all blocks were taken.
     [[nodiscard]] bool hasPrinted() const { return isComplete; }
 
   private:
     static constexpr auto answerTime = 200ms;
-    static constexpr int mostQuestions = 3;
 
     void take(const platform::Notification &notification) {
         isReady = isReady || notification.object == channel::backendAlive;
@@ -136,6 +157,7 @@ class PlayedFilter {
 
     void ask(steady_clock::time_point now) {
         asked = now;
+        ++questions;
         post(channel::readPipe);
     }
 
@@ -165,7 +187,8 @@ class PlayedFilter {
     }
 
     std::string uri;
-    steady_clock::time_point deadline = steady_clock::now() + 3s;
+    steady_clock::time_point deadline;
+    int mostQuestions;
     std::unique_ptr<platform::DBusNotificationCenter> center;
     steady_clock::time_point asked;
     int questions = 0;
@@ -202,33 +225,54 @@ struct PassedJob : FaultReport {
     std::size_t orphans = 0; ///< processes that the backend left behind
 };
 
-class BackendFaultTest : public DeviceFixture, public testing::WithParamInterface<Sweep> {
+class FaultedBackend : public DeviceFixture {
   protected:
-    BackendFaultTest() { prctl(PR_SET_CHILD_SUBREAPER, 1); }
+    FaultedBackend() { prctl(PR_SET_CHILD_SUBREAPER, 1); }
 
-    ~BackendFaultTest() override {
+    ~FaultedBackend() override {
         std::filesystem::remove(errorFile);
         std::filesystem::remove(injectorsReport);
     }
 
-    [[nodiscard]] PassedJob pass(const std::string &fault) {
+    /// What else happens to a job.
+    enum class Event {
+        none,
+        backendTerminated, ///< as the scheduler does where the job is cancelled
+        filterGone,        ///< without a word
+    };
+
+    /// Passes a job, in which the event happens when the filter has come to this stage.
+    [[nodiscard]] PassedJob pass(const std::string &fault, const Patience &patience = patient,
+                                 Event event = Event::none, int stage = 0) {
         std::filesystem::remove(injectorsReport);
         std::filesystem::remove(printedFile);
         uri = "veltrin:test:orphaned";
         Command command = backendCommand();
         command.errors = File{errorFile};
         injectFaults(command, fault, injectorsReport);
-        PlayedFilter filterEnd(uri);
+        std::optional<PlayedFilter> filterEnd(std::in_place, uri, patience);
         Process backend(command);
-        static_cast<void>(backend.waitUntil([&] { return filterEnd.step(); }, 10s));
+        if (event != Event::none) {
+            EXPECT_TRUE(backend.waitUntil([&] { return filterEnd->step() || filterEnd->stage() >= stage; }));
+        }
+        bool hasPrinted = false;
+        if (event == Event::filterGone) {
+            filterEnd.reset();
+        } else {
+            backend.send(event == Event::backendTerminated ? SIGTERM : 0);
+            static_cast<void>(backend.waitUntil(
+                [&] { return filterEnd->stage() == PlayedFilter::lastStage || filterEnd->step(); },
+                2 * patience.inAll));
+            hasPrinted = filterEnd->hasPrinted();
+        }
         backend.closeInput();
         // The scheduler's user would lose patience at some time, and cancel the job.
-        const bool hadToBeEnded = !backend.waitUntil([&] { return backend.hasEnded(); }, 10s);
+        const bool hadToBeEnded = !backend.waitUntil([&] { return backend.hasEnded(); });
         backend.send(SIGTERM);
         const ProcessResult end = backend.finish();
         PassedJob job{readFaultReport(injectorsReport, {}),
                       end,
-                      filterEnd.hasPrinted(),
+                      hasPrinted,
                       hadToBeEnded,
                       linesOf(readFile(errorFile)),
                       printedByDevice(),
@@ -237,8 +281,14 @@ class BackendFaultTest : public DeviceFixture, public testing::WithParamInterfac
         return job;
     }
 
+    /// Whether a call that fails in this way costs the job nothing.
+    [[nodiscard]] static bool mustGoOn(const std::string &how, FaultKind kind) {
+        return (how == "EINTR" || how == "short") && kind != FaultKind::socket;
+    }
+
     /// What is wrong with a job in which a call may have failed: it is to be whole, or to say why it is not.
-    [[nodiscard]] static std::vector<std::string> objectionsTo(const PassedJob &job, const std::string &how) {
+    [[nodiscard]] static std::vector<std::string> objectionsTo(const PassedJob &job, const std::string &how,
+                                                               FaultKind kind = FaultKind::socket) {
         std::vector<std::string> objections;
         if (isEndedByLibrary(job, job.end, job.messages)) {
             return objections;
@@ -263,8 +313,7 @@ class BackendFaultTest : public DeviceFixture, public testing::WithParamInterfac
         if (job.hasFilterPrinted && !whole().starts_with(job.printed)) {
             object("the device got something else");
         }
-        const bool mayGoOn = how == "EINTR" || how == "short";
-        if (mayGoOn && GetParam().kind != FaultKind::socket && job.printed != whole()) {
+        if (mustGoOn(how, kind) && job.printed != whole()) {
             object("it may go on, and does not");
         }
         if (const std::string words = lastWordsIn(job.messages); !words.empty()) {
@@ -277,12 +326,15 @@ class BackendFaultTest : public DeviceFixture, public testing::WithParamInterfac
     }
 };
 
+class BackendFaultTest : public FaultedBackend, public testing::WithParamInterface<Sweep> {};
+
 TEST_P(BackendFaultTest, IsSurvivedAndTold) {
     const Sweep &sweep = GetParam();
     const std::string callKind = faultKindNames[static_cast<std::size_t>(sweep.kind)];
     const PassedJob sound = pass("");
     ASSERT_EQ(sound.end.exitStatus, 0) << testing::PrintToString(sound.messages);
     ASSERT_THAT(objectionsTo(sound, ""), testing::IsEmpty());
+    ASSERT_TRUE(sound.hasFilterPrinted);
     long first = 1;
     long last = sound.counts.at(callKind);
     ASSERT_GE(last, first) << "the job makes no such calls";
@@ -295,9 +347,10 @@ TEST_P(BackendFaultTest, IsSurvivedAndTold) {
                                                             : 1;
     long hits = 0;
     for (long call = first; call <= last; call += step) {
-        const PassedJob job = pass(callKind + ":" + std::to_string(call) + ":" + sweep.how);
+        const PassedJob job = pass(callKind + ":" + std::to_string(call) + ":" + sweep.how,
+                                   mustGoOn(sweep.how, sweep.kind) ? patient : impatient);
         hits += job.hit ? 1 : 0;
-        EXPECT_THAT(objectionsTo(job, sweep.how), testing::IsEmpty())
+        EXPECT_THAT(objectionsTo(job, sweep.how, sweep.kind), testing::IsEmpty())
             << "VELTRIN_FAULT_CALL=" << call << (job.hit ? " " + job.hit->call + " " + job.hit->target : "")
             << ", exit status " << job.end.exitStatus.value_or(-1)
             << ", messages: " << testing::PrintToString(job.messages);
@@ -306,6 +359,25 @@ TEST_P(BackendFaultTest, IsSurvivedAndTold) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, BackendFaultTest, testing::ValuesIn(sweeps()), nameOfCase<Sweep>);
+
+// ---- What happens to a job in its course, once the backend is ready
+
+class BackendEventTest : public FaultedBackend, public testing::WithParamInterface<int> {};
+
+TEST_P(BackendEventTest, ACancelledJobIsTakenToItsGoodbye) {
+    const PassedJob job = pass("", patient, Event::backendTerminated, GetParam());
+    EXPECT_THAT(objectionsTo(job, ""), testing::IsEmpty()) << testing::PrintToString(job.messages);
+    EXPECT_EQ(job.end.exitStatus, 0);
+    EXPECT_TRUE(job.hasFilterPrinted);
+}
+
+TEST_P(BackendEventTest, AFilterThatIsGoneLeavesNothingBehind) {
+    const PassedJob job = pass("", patient, Event::filterGone, GetParam());
+    EXPECT_THAT(objectionsTo(job, ""), testing::IsEmpty()) << testing::PrintToString(job.messages);
+    EXPECT_TRUE(whole().starts_with(job.printed));
+}
+
+INSTANTIATE_TEST_SUITE_P(Stages, BackendEventTest, testing::Range(1, PlayedFilter::lastStage + 1));
 
 } // namespace
 } // namespace veltrin::test
