@@ -8,15 +8,37 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <new>
 #include <string>
 #include <vector>
+
+namespace {
+
+bool fdopenFails = false;
+
+} // namespace
+
+// The linker puts these between the code under test and the C library (see CMakeLists.txt).
+extern "C" std::FILE *__real_fdopen(int descriptor, const char *mode);
+extern "C" std::FILE *__wrap_fdopen(int descriptor, const char *mode);
+
+extern "C" std::FILE *__wrap_fdopen(int descriptor, const char *mode) {
+    if (fdopenFails) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __real_fdopen(descriptor, mode);
+}
 
 namespace veltrin {
 namespace {
@@ -263,6 +285,44 @@ TEST_F(DebugLogTest, DoesNotWaitForTheReaderOfAPlantedPipe) {
     EXPECT_EQ(output, "DEBUG: Unable to open debug log for writing, switching to stderr: "
                       "No such device or address\n"
                       "one\n");
+}
+
+TEST_F(DebugLogTest, LeavesNoFileOpenThatThereIsNoStreamFor) {
+    createMarker();
+    clock.fails = true;
+    const std::string output = standardErrorOf([] {
+        const int next = dup(STDERR_FILENO);
+        close(next);
+        fdopenFails = true;
+        CPSDebugLog("one");
+        std::fputs(fcntl(next, F_GETFD) == -1 ? "closed\n" : "left open\n", stderr);
+    });
+    EXPECT_EQ(output,
+              "DEBUG: Unable to open debug log for writing, switching to stderr: Cannot allocate memory\n"
+              "one\n"
+              "closed\n");
+}
+
+/// What is written at once stays whole among the lines of other processes; a pipe of packets shows it.
+TEST_F(DebugLogTest, WritesALineAtOnce) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_DIRECT), 0);
+    clock.fails = true;
+    gDebugFile = fdopen(ends[1], "a");
+    ASSERT_NE(gDebugFile, nullptr);
+    std::setbuf(gDebugFile, nullptr);
+    CPSDebugAssert_("number %d", 1);
+    CPSDebugLog("two");
+    DebugEnd();
+
+    std::array<char, 80> packet{};
+    const auto nextPacket = [&] {
+        const ssize_t size = read(ends[0], packet.data(), packet.size());
+        return std::string(packet.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    };
+    EXPECT_EQ(nextPacket(), "ASSERT: number 1\n");
+    EXPECT_EQ(nextPacket(), "two\n");
+    close(ends[0]);
 }
 
 TEST_F(DebugLogTest, LinesOfSeveralProcessesStayWhole) {
