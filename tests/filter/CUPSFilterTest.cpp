@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -213,6 +214,20 @@ TEST_F(CUPSFilterTest, ReadsTheSeventhOfExactlySevenArguments) {
     std::string text(6, '\0');
     EXPECT_EQ(read(filter->sourceFD, text.data(), text.size()), 6);
     EXPECT_EQ(text, "stream");
+}
+
+TEST_F(CUPSFilterTest, ClosesTheInputThatItHasOpenedAndNoOther) {
+    writeFile("/tmp/input", "stream");
+    auto filter = filterWithArguments({"queue", "1", "user", "title", "1", "", "/tmp/input"});
+    ASSERT_NE(filter, nullptr);
+    const int input = filter->sourceFD;
+    filter.reset();
+    EXPECT_EQ(fcntl(input, F_GETFD), -1);
+
+    filter = filterWith("");
+    ASSERT_EQ(filter->sourceFD, STDIN_FILENO);
+    filter.reset();
+    EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1);
 }
 
 TEST_F(CUPSFilterTest, ReadsStandardInputWithSixOrMoreThanSevenArguments) {

@@ -64,6 +64,7 @@ TEST(IntegerValue, ReadsTheLeadingDecimalNumber) {
         {"2147483648", highest},
         {"4294967295", highest},
         {"99999999999999999999999999", highest},
+        {"-2147483647", lowest + 1},
         {"-2147483648", lowest},
         {"-2147483649", lowest},
         {"-99999999999999999999999999", lowest},
