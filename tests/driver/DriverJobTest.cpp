@@ -138,6 +138,20 @@ TEST_F(DriverJobTest, ABrokenStreamCancelsTheJobOverTheChannel) {
     EXPECT_EQ(output.written(), "");
 }
 
+/// The printer gets what ends a job, and nothing of a stream that does not begin as one.
+TEST_F(DriverJobTest, AStreamWithoutItsTwoHeadersInTheirOrderIsNotPrinted) {
+    const std::string identifier(36, 'i');
+    const std::string first = makeJobHeaders(streamOf(1)).substr(0, 120);
+    const std::string second = makeJobHeaders(streamOf(1)).substr(120);
+    const std::string page = makePage(streamOf(1), 1);
+    for (const std::string &headers : {first + first, second + second, second + first, first, second}) {
+        EXPECT_FALSE(print("", identifier + headers + page + "JIDG"));
+        EXPECT_THAT(Bytes(received), BytesAre(resetRecord() + "JIDG" + cancelRecord()));
+        EXPECT_THAT(log.messages(), Contains("ASSERT: sendPages error"));
+    }
+    EXPECT_TRUE(print("", identifier + first + second + page + "JIDG"));
+}
+
 TEST_F(DriverJobTest, AJobIsNotPrintedWhileItsBlocksAreUndelivered) {
     center().isDelivered = false;
     EXPECT_FALSE(print("", makeStream(streamOf(1))));
