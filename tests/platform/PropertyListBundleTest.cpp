@@ -1,6 +1,7 @@
 #include "platform/linux/PropertyListBundle.h"
 
 #include "tests/support/Files.h"
+#include "tests/support/PrivateTmp.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -64,6 +65,16 @@ TEST_F(PropertyListBundleTest, ReadsStringsAndBooleansOfTheInformationDictionary
     EXPECT_EQ(bundle.objectForInfoDictionaryKey("Number"), std::nullopt);
     EXPECT_EQ(bundle.objectForInfoDictionaryKey("List"), std::nullopt);
     EXPECT_EQ(bundle.objectForInfoDictionaryKey("veltrinduplexorder"), std::nullopt);
+    EXPECT_EQ(bundle.infoDictionaryProblem(), std::nullopt);
+}
+
+/// As it is installed. Whoever turns the stack by hand relies on it.
+TEST(InformationDictionary, SaysHowTheStackIsTurned) {
+    PropertyListBundle bundle{{test::hostPath(VELTRIN_BUILT_RESOURCES)}};
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("VeltrinDuplexOrder"), "642135");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("VeltrinManualDuplex"), "true");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("VeltrinDuplexBypass"), "false");
+    EXPECT_EQ(bundle.objectForInfoDictionaryKey("cupsICCProfile"), std::nullopt);
     EXPECT_EQ(bundle.infoDictionaryProblem(), std::nullopt);
 }
 

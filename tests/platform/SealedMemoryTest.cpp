@@ -45,6 +45,18 @@ TEST(SealedMemoryTest, HoldsTheWholeBlock) {
     }
 }
 
+TEST(SealedMemoryTest, IsMappedAsLongAsItsObjectLives) {
+    const auto isMapped = [] {
+        return test::readFile("/proc/self/maps").find("memfd:veltrin-block") != std::string::npos;
+    };
+    const int descriptor = makeSealedMemory(patternOf(5000));
+    auto memory = SealedMemory::map(descriptor);
+    close(descriptor);
+    EXPECT_TRUE(isMapped());
+    memory.reset();
+    EXPECT_FALSE(isMapped());
+}
+
 TEST(SealedMemoryTest, CannotBeChangedAnyMore) {
     const int descriptor = makeSealedMemory(patternOf(100));
     ASSERT_GE(descriptor, 0);

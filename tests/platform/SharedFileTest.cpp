@@ -73,10 +73,14 @@ class SharedFileTest : public testing::Test {
         return status.st_mode & 07777U;
     }
 
+    /// And that nothing of it stays open.
     static void expectRefused(int expectedError) {
+        const int next = dup(STDIN_FILENO);
+        close(next);
         errno = 0;
         EXPECT_EQ(openSharedFileForAppending(path), -1);
         EXPECT_EQ(errno, expectedError);
+        EXPECT_EQ(fcntl(next, F_GETFD), -1);
     }
 };
 
