@@ -83,6 +83,8 @@ TEST(HeaderFields, SizesOfThePaper) {
     EXPECT_EQ(pageSizeCode("iso_dl_110x220mm", 110, 220), 27);
     EXPECT_EQ(pageSizeCode("", 216, 279), 1);
     EXPECT_EQ(pageSizeCode("", 215, 280), 1) << "sizes in points are rounded";
+    EXPECT_EQ(pageSizeCode("", 208, 297), 255);
+    EXPECT_EQ(pageSizeCode("", 210, 299), 255);
     EXPECT_EQ(pageSizeCode("", 200, 200), 255);
     EXPECT_EQ(pageSizeCode("", 0, 0), 255);
 }

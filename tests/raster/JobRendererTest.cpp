@@ -19,6 +19,7 @@
 namespace veltrin::raster {
 namespace {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr std::uint32_t coarse = 75;
@@ -53,14 +54,15 @@ class JobRendererTest : public testing::Test {
     }
 
     /// Renders the raster to its end; what has failed, or nothing.
-    [[nodiscard]] std::string problemOf(const JobLayout &layout, int to) const {
+    [[nodiscard]] std::string problemOf(const JobLayout &layout, int to) {
         RasterReader reader(input);
         if (reader.nextPage() != RasterReader::Result::page) {
             return reader.problem();
         }
         JobTicket ticket;
         ticket.layout = layout;
-        JobRenderer renderer(reader, ticket, CompressMode::zstd, to, [](const std::string &) {});
+        JobRenderer renderer(reader, ticket, CompressMode::zstd, to,
+                             [this](const std::string &line) { told.push_back(line); });
         const bool rendered = renderer.render(identifierFor(JobOptions(), "1"), {});
         EXPECT_EQ(rendered, renderer.problem().empty());
         return renderer.problem();
@@ -74,6 +76,7 @@ class JobRendererTest : public testing::Test {
 
     const int input;
     const int output;
+    std::vector<std::string> told; ///< to the scheduler
 };
 
 TEST_F(JobRendererTest, TakesTheMemoryOfOnePage) {
@@ -87,6 +90,13 @@ TEST_F(JobRendererTest, TakesTheMemoryOfOnePage) {
     // All pages are read, kept, and written once more.
     EXPECT_LT(peakOf(16, {.copies = 2, .collate = true, .twoSided = true}), page + 6 * pageBytes);
     close(nowhere);
+}
+
+TEST_F(JobRendererTest, TellsTheSchedulerOfEachPageAndItsCopies) {
+    useRaster(noisyPages(2));
+    EXPECT_EQ(problemOf({.copies = 3, .collate = true, .twoSided = false}, output), "");
+    EXPECT_THAT(told,
+                ElementsAre("INFO: Rendering page 1.", "PAGE: 1 3", "INFO: Rendering page 2.", "PAGE: 2 3"));
 }
 
 TEST_F(JobRendererTest, PagesThatCannotBeKeptAreAProblem) {

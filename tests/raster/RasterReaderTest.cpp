@@ -7,11 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -218,6 +221,34 @@ TEST(RasterReader, TellsAnInputThatCannotBeRead) {
     const int directory = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     EXPECT_EQ(readingOf(directory).problem, "The raster cannot be read: Is a directory.");
     close(directory);
+}
+
+TEST(RasterReader, GoesOnAfterASignal) {
+    struct sigaction action {};
+
+    struct sigaction before {};
+
+    action.sa_handler = [](int) {}; // without SA_RESTART: it ends a read that has read nothing
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    const std::string text = test::rasterText({smallPage(1), smallPage(2)});
+    std::thread writer([&text, output = ends[1], reader = pthread_self()] {
+        for (const std::string &half : {text.substr(0, text.size() / 2), text.substr(text.size() / 2)}) {
+            for (int i = 0; i < 20; ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                pthread_kill(reader, SIGUSR1);
+            }
+            EXPECT_EQ(write(output, half.data(), half.size()), static_cast<ssize_t>(half.size()));
+        }
+        close(output);
+    });
+    const Reading reading = readingOf(ends[0]);
+    writer.join();
+    close(ends[0]);
+    EXPECT_EQ(reading.problem, "");
+    EXPECT_THAT(reading.pages, ElementsAre(dotsOf(smallPage(1)), dotsOf(smallPage(2))));
+    EXPECT_EQ(sigaction(SIGUSR1, &before, nullptr), 0);
 }
 
 TEST(RasterReader, RefusesWhatTheLibraryTakesForRasterThough) {
