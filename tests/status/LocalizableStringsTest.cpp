@@ -301,6 +301,41 @@ TEST(GermanStrings, HaveOneWordForEachThing) {
     }
 }
 
+/// A text that has slipped to another key names a part that its English text does not.
+TEST(GermanStrings, NameNoPartThatTheEnglishTextDoesNot) {
+    const std::vector<std::pair<std::string, std::string>> parts = {
+        {"Fach 1", "tray 1"},
+        {"Fach 2", "tray 2"},
+        {"Fach 4", "tray 4"},
+        {"Mehrzweckfach", "mp tray"},
+        {"Zusatzfach", "bypass"},
+        {"Duplex", "duplex"},
+        {"Tonerkartusche K ", "k toner cartridge"},
+        {"Tonerkartusche M ", "m toner cartridge"},
+        {"Tonerkartusche C ", "c toner cartridge"},
+        {"Tonerkartusche Y ", "y toner cartridge"},
+        {"Resttonerbehälter", "waste toner box"},
+        {"Fixiereinheit", "fuser"},
+        {"Transferband", "transfer belt"},
+        {"Abdeckung", "cover"},
+        {"leer", "empty"},
+        {"Papierstau", "jam"},
+        {"USB", "usb"},
+    };
+    const std::vector<GermanText> texts = germanTexts();
+    for (const auto &[german, english] : parts) {
+        std::size_t uses = 0;
+        for (const GermanText &text : texts) {
+            if (text.german.find(german) != std::string::npos) {
+                ++uses;
+                EXPECT_NE(text.english.find(english), std::string::npos)
+                    << text.key << " tells of " << german << ": " << text.german;
+            }
+        }
+        EXPECT_GT(uses, 0U) << german;
+    }
+}
+
 TEST(GermanStrings, EndServiceCallsWithTheCodeOfTheError) {
     const Table english = readTable(tableOf("en"));
     std::size_t calls = 0;
