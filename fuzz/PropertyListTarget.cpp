@@ -4,8 +4,8 @@
 #include "fuzz/Input.h"
 #include "fuzz/MemoryFile.h"
 #include "fuzz/Target.h"
-#include "platform/linux/LanguageFallback.h"
 #include "platform/linux/PropertyListBundle.h"
+#include "platform/posix/LanguageFallback.h"
 #include "tests/support/Files.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "platform/linux/PropertyListBundle.h"
 
-#include "platform/linux/LanguageFallback.h"
+#include "platform/posix/LanguageFallback.h"
 
 #include <plist/plist.h>
 

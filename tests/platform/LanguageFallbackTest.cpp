@@ -1,4 +1,4 @@
-#include "platform/linux/LanguageFallback.h"
+#include "platform/posix/LanguageFallback.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -16,10 +16,6 @@ void reserveStandardDescriptors() {
     }
 }
 
-void closeAllButStandardDescriptors() {
-    closefrom(STDERR_FILENO + 1);
-}
-
 bool isAtEnd(int fd) {
     pollfd source{fd, POLLIN, 0};
     return poll(&source, 1, 0) > 0 && (source.revents & POLLIN) == 0;

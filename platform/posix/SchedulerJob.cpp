@@ -4,8 +4,6 @@
 
 #include <charconv>
 #include <csignal>
-#include <fstream>
-#include <vector>
 
 namespace veltrin::platform {
 
@@ -18,16 +16,6 @@ std::optional<unsigned> schedulerJob(std::span<const std::string_view> arguments
     unsigned job = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), job);
     return error == std::errc() && end == text.data() + text.size() ? std::optional(job) : std::nullopt;
-}
-
-std::optional<unsigned> schedulerJob(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/cmdline", std::ios::binary);
-    std::vector<std::string> arguments;
-    for (std::string argument; std::getline(file, argument, '\0');) {
-        arguments.push_back(argument);
-    }
-    const std::vector<std::string_view> views(arguments.begin(), arguments.end());
-    return schedulerJob(views);
 }
 
 std::string objectionToPeer(pid_t process) {
