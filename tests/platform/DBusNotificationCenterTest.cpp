@@ -90,18 +90,6 @@ TEST_F(DBusNotificationCenterTest, ATurnGoesOnBehindWhatItDrops) {
     }
 }
 
-TEST_F(DBusNotificationCenterTest, DeliversOnlyInTurns) {
-    const auto frontend = makeFrontend();
-    const auto backend = makeBackend();
-    introduce(*frontend, *backend);
-    backend->post("readPipe");
-    std::this_thread::sleep_for(50ms);
-    frontend->post("readPipe");
-    EXPECT_THAT(frontend->received, IsEmpty());
-    frontend->center->turn(1s);
-    EXPECT_EQ(frontend->received.size(), 1U);
-}
-
 TEST_F(DBusNotificationCenterTest, RunsQueuedFunctionsInALaterTurnAndThenWaitsAllTheSame) {
     const auto frontend = makeFrontend();
     std::vector<int> order;
