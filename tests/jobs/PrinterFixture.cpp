@@ -4,14 +4,9 @@
 #include "tests/support/Files.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 
 namespace veltrin::test {
-
-PrinterFixture::PrinterFixture(const std::string &busConfiguration) : bus(busConfiguration) {
-    switchLogOn();
-}
 
 void PrinterFixture::startPrinter(const std::string &scenario,
                                   const std::vector<std::string> &moreArguments) {
@@ -32,7 +27,7 @@ void PrinterFixture::startFilter(const FilterJob &job) {
 Command PrinterFixture::filterOnBus(const FilterJob &job) const {
     Command command = filterCommand(job);
     (*command.environment)["DEVICE_URI"] = uri;
-    (*command.environment)["DBUS_SYSTEM_BUS_ADDRESS"] = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    command.environment->merge(bus.environment());
     if (!job.input) {
         std::filesystem::remove("/tmp/job"); // which a filter may still be reading
         writeFile("/tmp/job", job.stream);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/jobs/JobFixture.h"
-#include "tests/support/PrivateBus.h"
+#include "tests/support/PrivateService.h"
 
 #include <nlohmann/json.hpp>
 
@@ -13,14 +13,18 @@
 
 namespace veltrin::test {
 
-/// Runs the filter and a virtual printer as processes on a message bus of the test's own.
+/// Runs the filter and a virtual printer as processes on a notification service of the test's own, the
+/// message bus on Linux.
 class PrinterFixture : public JobFixture {
   protected:
     static constexpr const char *outputFile = "/tmp/printed";
     static constexpr const char *reportFile = "/tmp/report.json";
 
-    /// `busConfiguration` as PrivateBus has it.
-    explicit PrinterFixture(const std::string &busConfiguration = PrivateBus::openPolicy);
+    /// What the service is to be started with, where it takes anything.
+    template <typename... Configuration>
+    explicit PrinterFixture(const Configuration &...configuration) : bus(configuration...) {
+        switchLogOn();
+    }
 
     /// Starts the printer with a scenario of tests/scenarios/, for one job, and waits until it listens.
     void startPrinter(const std::string &scenario,
@@ -73,7 +77,7 @@ class PrinterFixture : public JobFixture {
     [[nodiscard]] static std::vector<std::string> printerLines(const std::string &output);
 
     std::string uri = "socket://printer.example:9100/queue?x='y'";
-    PrivateBus bus;
+    PrivateService bus;
     std::optional<Process> printer;
     std::optional<Process> filter;
 };

@@ -171,7 +171,7 @@ void PrivateBus::start(const std::string &configuration) {
     directory = mkdtemp(path.data());
     // Other users may try to come in: the bus's policy decides, not the directory.
     std::filesystem::permissions(directory, std::filesystem::perms(0755));
-    const std::string address = "unix:path=" + directory + "/socket";
+    address = "unix:path=" + directory + "/socket";
     const std::string configurationFile = directory + "/bus.conf";
     writeFile(configurationFile,
               "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
@@ -180,6 +180,10 @@ void PrivateBus::start(const std::string &configuration) {
                   address + "</listen><auth>EXTERNAL</auth>" + configuration + "</busconfig>\n");
     setenv(addressVariable, address.c_str(), 1);
     busKind() == BusKind::broker ? startBroker(configurationFile) : startDaemon(configurationFile);
+}
+
+std::map<std::string, std::string> PrivateBus::environment() const {
+    return {{addressVariable, address}};
 }
 
 void PrivateBus::startDaemon(const std::string &configurationFile) {

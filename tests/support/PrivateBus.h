@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,9 @@ class PrivateBus {
     PrivateBus &operator=(const PrivateBus &) = delete;
     ~PrivateBus();
 
+    /// By which programs find it; set in the test's own environment as well.
+    [[nodiscard]] std::map<std::string, std::string> environment() const;
+
     /// Ends the bus without a warning.
     void kill();
 
@@ -70,6 +74,7 @@ class PrivateBus {
     void startBroker(const std::string &configurationFile);
 
     std::string directory;
+    std::string address;
     std::vector<pid_t> processes;
     pid_t keeper = -1; // ends several processes together; -1 where there is one
 };
