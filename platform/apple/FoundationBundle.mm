@@ -64,7 +64,8 @@ void FoundationBundle::setPreferredLanguage(const std::string &language) {
     // The system chooses among the bundle's languages itself. The preference is this process's alone: it is
     // not written to disk. GNUstep has no such call, and looks for languages by names of its own.
     if (NSString *name = foundationText(language); name != nil) {
-        CFPreferencesSetAppValue(CFSTR("AppleLanguages"), (CFArrayRef)[NSArray arrayWithObject:name],
+        CFPreferencesSetAppValue(CFSTR("AppleLanguages"),
+                                 reinterpret_cast<CFArrayRef>([NSArray arrayWithObject:name]),
                                  kCFPreferencesCurrentApplication);
     }
 #endif
