@@ -41,10 +41,13 @@ include(CheckPIESupported)
 check_pie_supported()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 check_cxx_compiler_flag(-fcf-protection VELTRIN_HAS_CF_PROTECTION) # of some processors
+# macOS's compiler and linker have no words for some of them: there it is so by itself.
 target_compile_options(
-  veltrin-settings INTERFACE -fstack-protector-strong -fstack-clash-protection
-                             $<$<BOOL:${VELTRIN_HAS_CF_PROTECTION}>:-fcf-protection>)
-target_link_options(veltrin-settings INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
+  veltrin-settings
+  INTERFACE -fstack-protector-strong $<$<NOT:$<PLATFORM_ID:Darwin>>:-fstack-clash-protection>
+            $<$<BOOL:${VELTRIN_HAS_CF_PROTECTION}>:-fcf-protection>)
+target_link_options(veltrin-settings INTERFACE
+                    $<$<NOT:$<PLATFORM_ID:Darwin>>:LINKER:-z,relro,-z,now,-z,noexecstack>)
 
 # Streams may be larger than 2 GiB where `off_t` has 32 bits otherwise.
 target_compile_definitions(veltrin-settings INTERFACE _FILE_OFFSET_BITS=64)

@@ -1,11 +1,11 @@
 #include "platform/StandardDescriptors.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <charconv>
-#include <memory>
-#include <string_view>
+#include <filesystem>
+#include <string>
+#include <system_error>
 #include <vector>
 
 namespace veltrin::platform {
@@ -16,9 +16,10 @@ namespace {
 /// to try.
 std::vector<int> openDescriptors() {
     std::vector<int> numbers;
-    const std::unique_ptr<DIR, int (*)(DIR *)> folder(opendir("/dev/fd"), closedir);
-    while (const dirent *entry = folder ? readdir(folder.get()) : nullptr) {
-        const std::string_view name = entry->d_name;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry("/dev/fd", error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string name = entry->path().filename();
         int number = 0;
         if (std::from_chars(name.data(), name.data() + name.size(), number).ec == std::errc()) {
             numbers.push_back(number);
