@@ -56,9 +56,13 @@ class Journal {
     Journal() {
         std::filesystem::create_directories("/run/systemd/journal");
         const int lines = boundSocket("/run/systemd/journal/socket", SOCK_DGRAM);
+        const pid_t test = getpid();
         reader = fork();
         if (reader == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (getppid() != test) {
+                _exit(EXIT_FAILURE);
+            }
             dup2(lines, STDIN_FILENO);
             close_range(STDIN_FILENO + 1, ~0U, 0); // nobody is to wait for this process to close anything
             char line = '\0';
@@ -73,8 +77,10 @@ class Journal {
     Journal &operator=(const Journal &) = delete;
 
     ~Journal() {
-        ::kill(reader, SIGKILL);
-        waitpid(reader, nullptr, 0);
+        if (reader > 0) { // -1 would be everybody
+            ::kill(reader, SIGKILL);
+            waitpid(reader, nullptr, 0);
+        }
     }
 
   private:
