@@ -28,6 +28,7 @@ class FoundationBundle final : public Bundle {
                                                     const std::string &defaultText) override;
 
   private:
+    [[nodiscard]] std::optional<std::string> textFor(const std::string &key);
     [[nodiscard]] NSDictionary *tableIn(const std::string &language);
 
     Report report;

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <exception>
 #include <span>
 #include <utility>
 
@@ -63,6 +62,22 @@ class HeldBlock final : public HeldNotification {
     Retained<NSData *> block;
 };
 
+/// Has a block be the one that is told of, until the end of its scope.
+class Presence {
+  public:
+    Presence(NSData *&thePresent, NSData *data)
+        : present(thePresent), outer(std::exchange(thePresent, data)) {}
+
+    Presence(const Presence &) = delete;
+    Presence &operator=(const Presence &) = delete;
+
+    ~Presence() { present = outer; }
+
+  private:
+    NSData *&present;
+    NSData *outer;
+};
+
 } // namespace
 
 FoundationInbox::FoundationInbox(NSDistributedNotificationCenter *theCenter, Report theReport)
@@ -91,7 +106,7 @@ void FoundationInbox::stopObserving() noexcept {
         [systemObserver tell:nullptr];
         try {
             [center.get() removeObserver:systemObserver];
-        } catch (...) { // not by a name of Objective-C: see FoundationNotificationCenter.mm
+        } catch (...) { // then it stays, and is deaf
         }
         systemObserver = nil;
     }
@@ -105,8 +120,11 @@ void FoundationInbox::take(NSNotification *notification) noexcept {
         const bool isBlock = [block isKindOfClass:[NSData class]];
         queue.push_back({.object = textOf([notification object]),
                          .data = Retained<NSData *>(isBlock ? static_cast<NSData *>(block) : nil)});
-    } catch (const std::exception &exception) {
-        report(std::string("dropped: a notification that cannot be kept: ") + exception.what());
+    } catch (...) { // of the system, which read it, or for want of memory
+        try {
+            report("dropped: a notification that cannot be read or kept");
+        } catch (...) { // for want of memory
+        }
     }
 }
 
@@ -118,14 +136,15 @@ bool FoundationInbox::deliverNext() {
     queue.pop_front();
     // The observer may stop the observation, itself included.
     const Observer told = observer;
-    NSData *outer = std::exchange(present, heard.data.get());
+    const Presence presence(present, heard.data.get());
     told({.object = heard.object, .data = present != nil ? std::optional(bytesOf(present)) : std::nullopt});
-    present = outer;
     return true;
 }
 
 void FoundationInbox::noteFarewell() {
-    queue.push_back({.object = farewell, .data = {}});
+    if (observer) {
+        queue.push_back({.object = farewell, .data = {}});
+    }
 }
 
 bool FoundationInbox::isFarewellUntold() const {

@@ -3,9 +3,12 @@
 #include "platform/apple/FoundationInbox.h"
 #include "platform/apple/FoundationText.h"
 #include "platform/apple/ReleasePool.h"
+#include "platform/apple/SystemMessages.h"
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -20,28 +23,28 @@ using std::chrono::steady_clock;
 /// How long descriptors are left alone in a turn that watches them: a run loop does not wait for them.
 constexpr microseconds watchInterval = 10ms;
 
-#ifndef __APPLE__
+#ifdef __APPLE__
+/// Of a limit nothing is known.
+constexpr std::optional<std::size_t> largestBlock;
+
+/// A post that fails is a post that failed: the system starts its service anew by itself.
+constexpr bool isLostByException = false;
+#else
 /// GNUstep's daemon takes no message of 32 MiB, and breaks the connection over one: nothing would be heard
 /// any more. This leaves room for what a block is wrapped in.
-constexpr std::size_t largestBlock = (std::size_t{32} << 20) - (std::size_t{64} << 10);
+constexpr std::optional<std::size_t> largestBlock = (std::size_t{32} << 20) - (std::size_t{64} << 10);
+
+/// A daemon that is started in the place of one that has died knows nothing of who observed what.
+constexpr bool isLostByException = true;
 #endif
 
 NSDate *dateIn(microseconds length) {
     return [NSDate dateWithTimeIntervalSinceNow:std::chrono::duration<double>(length).count()];
 }
 
-/// Sends messages to the system, which may answer with an exception.
-///
-/// It is caught by C++'s own words: `@catch` would run no destructor of what it passes by, with one compiler,
-/// and let C++'s exceptions through, with another. `catch (...)` has all of them everywhere, at the price of
-/// not knowing the reason.
 template <typename Messages>
-void send(const char *failure, Messages messages) {
-    try {
-        messages();
-    } catch (...) {
-        throw NotificationError(failure);
-    }
+void sendOrFail(const char *failure, Messages messages) {
+    send(messages, [failure] { throw NotificationError(failure); });
 }
 
 class FoundationNotificationCenter final : public NotificationCenter {
@@ -102,20 +105,21 @@ void FoundationNotificationCenter::startObserving(const std::string &name, const
                   [&] { inbox.startObserving(text, peer.farewell, std::move(observer)); });
 }
 
-/// Sends messages that reach the service itself. It answers them with an exception when it is gone: another
-/// one that is started in its place knows nothing of who observed what, so the connection is at its end for
-/// good, and the peer as good as gone.
+/// Sends messages that reach the service itself. Where an exception says that it is gone, the connection is
+/// at its end for good, and the peer as good as gone.
 template <typename Messages>
 void FoundationNotificationCenter::sendToService(const char *failure, Messages messages) {
     if (isLost) {
         throw NotificationError("the notification service is lost");
     }
     try {
-        send(failure, messages);
+        sendOrFail(failure, messages);
     } catch (const NotificationError &) {
-        isLost = true;
-        inbox.noteFarewell();
-        client.report("the notification service is lost");
+        if (isLostByException) {
+            isLost = true;
+            inbox.noteFarewell();
+            client.report("the notification service is lost");
+        }
         throw;
     }
 }
@@ -158,19 +162,22 @@ void FoundationNotificationCenter::turnUntil(microseconds length, microseconds s
         NSDate *date = dateIn(std::min(left, step));
         // A loop without anything to wait for returns at once.
         if (!runLoopUntil(date)) {
-            [NSThread sleepUntilDate:date];
+            sendOrFail("the thread cannot sleep", [date] { [NSThread sleepUntilDate:date]; });
         }
         if (inbox.size() == 0 && isOver()) {
             return;
         }
         left = std::chrono::duration_cast<microseconds>(end - steady_clock::now());
     } while (left > 0us);
+    // What the last run has brought.
+    const ReleasePool pool;
+    static_cast<void>(inbox.deliverNext());
 }
 
 bool FoundationNotificationCenter::runLoopUntil(NSDate *date) {
     bool hasRun = false;
-    send("the run loop has raised an exception",
-         [&] { hasRun = [[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode beforeDate:date]; });
+    sendOrFail("the run loop has raised an exception",
+               [&] { hasRun = [[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode beforeDate:date]; });
     return hasRun;
 }
 
@@ -181,8 +188,9 @@ bool FoundationNotificationCenter::runLoopUntil(NSDate *date) {
 bool FoundationNotificationCenter::post(const std::string &name, const std::string &object,
                                         std::optional<std::span<const std::byte>> data) {
     const ReleasePool pool;
-    takeIn();
-    if (!isLost && inbox.isFarewellUntold()) {
+    sendToService("cannot see what has come: the notification service has raised an exception",
+                  [this] { takeIn(); });
+    if (inbox.isFarewellUntold()) {
         return false;
     }
     NSString *foundationName = foundationText(name);
@@ -190,11 +198,9 @@ bool FoundationNotificationCenter::post(const std::string &name, const std::stri
     if (foundationName == nil || foundationObject == nil) {
         throw NotificationError("a name or object cannot be carried: it is not UTF-8");
     }
-#ifndef __APPLE__
-    if (data && data->size() > largestBlock) {
+    if (data && largestBlock && data->size() > *largestBlock) {
         throw NotificationError("cannot post: the block is larger than the notification service takes");
     }
-#endif
     sendToService("cannot post: the notification service has raised an exception", [&] {
         if (!data) {
             [center.get() postNotificationName:foundationName object:foundationObject];
@@ -229,11 +235,9 @@ void FoundationNotificationCenter::takeIn() {
 std::unique_ptr<NotificationCenter> connectToFoundation(NotificationCenterClient client,
                                                         std::string &problem) {
     const ReleasePool pool;
-    NSDistributedNotificationCenter *center = nil;
-    try {
-        center = [NSDistributedNotificationCenter defaultCenter];
-    } catch (...) {
-    }
+    NSDistributedNotificationCenter *center =
+        send([] { return [NSDistributedNotificationCenter defaultCenter]; },
+             [] { return static_cast<NSDistributedNotificationCenter *>(nil); });
     if (center == nil) {
         problem = "the system has no distributed notification center";
         return nullptr;

@@ -1,6 +1,7 @@
 #include "platform/Platform.h"
 #include "platform/apple/FoundationBundle.h"
 #include "platform/apple/FoundationNotificationCenter.h"
+#include "platform/apple/SystemMessages.h"
 #include "platform/apple/SystemVersion.h"
 
 #include <utility>
@@ -21,14 +22,21 @@ class FoundationPlatform final : public Platform {
     [[nodiscard]] std::int32_t systemVersion(std::uint32_t &version) override {
 #ifdef __APPLE__
         const ReleasePool pool;
-        const NSOperatingSystemVersion system = [[NSProcessInfo processInfo] operatingSystemVersion];
-        version = versionAsDecimalDigits(system.majorVersion, system.minorVersion, system.patchVersion);
+        constexpr std::int32_t notTold = -1;
+        return send(
+            [&version] {
+                const NSOperatingSystemVersion system = [[NSProcessInfo processInfo] operatingSystemVersion];
+                version =
+                    versionAsDecimalDigits(system.majorVersion, system.minorVersion, system.patchVersion);
+                return std::int32_t{0};
+            },
+            [] { return notTold; });
 #else
         // GNUstep stands on systems with versions of other kinds; their renderers repeat both sides of a
         // sheet together.
         version = versionAsDecimalDigits(10, 4, 0);
-#endif
         return 0;
+#endif
     }
 
     [[nodiscard]] std::unique_ptr<NotificationCenter> makeNotificationCenter(NotificationCenterClient client,

@@ -16,6 +16,9 @@ namespace veltrin::platform {
     }
     NSString *text = object;
     NSData *bytes = [text dataUsingEncoding:NSUTF8StringEncoding];
+    if (bytes == nil) { // half a character
+        return std::nullopt;
+    }
     return std::string(static_cast<const char *>([bytes bytes]), [bytes length]);
 }
 

@@ -1,6 +1,7 @@
 #include "platform/SchedulerJob.h"
 #include "platform/apple/FoundationText.h"
 #include "platform/apple/ReleasePool.h"
+#include "platform/apple/SystemMessages.h"
 
 #include <unistd.h>
 
@@ -18,10 +19,14 @@ std::optional<unsigned> schedulerJob(pid_t process) {
     }
     const ReleasePool pool;
     std::vector<std::string> arguments;
-    NSArray *texts = [[NSProcessInfo processInfo] arguments];
-    for (NSUInteger i = 0; i < [texts count]; ++i) {
-        arguments.push_back(textOf([texts objectAtIndex:i]).value_or(""));
-    }
+    send(
+        [&arguments] {
+            NSArray *texts = [[NSProcessInfo processInfo] arguments];
+            for (NSUInteger i = 0; i < [texts count]; ++i) {
+                arguments.push_back(textOf([texts objectAtIndex:i]).value_or(""));
+            }
+        },
+        [&arguments] { arguments.clear(); });
     const std::vector<std::string_view> views(arguments.begin(), arguments.end());
     return schedulerJob(views);
 }

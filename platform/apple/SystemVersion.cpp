@@ -5,11 +5,15 @@
 namespace veltrin::platform {
 
 std::uint32_t versionAsDecimalDigits(std::int64_t major, std::int64_t minor, std::int64_t patch) {
-    const auto upTo = [](std::int64_t largest, std::int64_t part) {
-        return static_cast<std::uint32_t>(std::clamp<std::int64_t>(part, 0, largest));
+    bool hasNoRoom = false;
+    const auto upTo = [&hasNoRoom](std::int64_t largest, std::int64_t part) {
+        hasNoRoom = hasNoRoom || part > largest;
+        return static_cast<std::uint32_t>(hasNoRoom ? largest : std::max<std::int64_t>(part, 0));
     };
     const std::uint32_t first = upTo(99, major);
-    return (first / 10) << 12 | (first % 10) << 8 | upTo(9, minor) << 4 | upTo(9, patch);
+    const std::uint32_t second = upTo(9, minor);
+    const std::uint32_t third = upTo(9, patch);
+    return (first / 10) << 12 | (first % 10) << 8 | second << 4 | third;
 }
 
 } // namespace veltrin::platform
