@@ -18,6 +18,12 @@ using Json = nlohmann::json;
 constexpr double longestSeconds = 86'400;
 constexpr double fastestPagesPerMinute = 60'000;
 
+/// A name as the file may have it between quotes, in ASCII: it goes to a terminal.
+std::string escaped(const std::string &name) {
+    const std::string quoted = Json(name).dump(-1, ' ', true);
+    return quoted.substr(1, quoted.size() - 2);
+}
+
 /// A value and its place in the file, such as "events[2].for". The first problem found is kept; what is read
 /// after it counts for nothing.
 struct Member {
@@ -39,7 +45,7 @@ struct Member {
         }
         for (const auto &[name, ignored] : value->items()) {
             if (std::find(names.begin(), names.end(), name) == names.end()) {
-                child(name, *value).refuse("is not a member of a scenario");
+                child(escaped(name), *value).refuse("is not a member of a scenario");
             }
         }
     }

@@ -258,6 +258,12 @@ TEST(Scenario, NamesTheMemberAtFault) {
     }
 }
 
+TEST(Scenario, NamesAMemberInWhatATerminalShows) {
+    std::string problem;
+    EXPECT_FALSE(parseScenario(R"({"description": "x", "a\n\u001b[2J\u007f": 1})", problem));
+    EXPECT_EQ(problem, R"(a\n\u001b[2J\u007f is not a member of a scenario)");
+}
+
 TEST(Scenario, RefusesWhatIsNoScenarioAtAll) {
     std::string problem;
     EXPECT_FALSE(parseScenario("[]", problem));
