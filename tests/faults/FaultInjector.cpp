@@ -363,6 +363,31 @@ int countedMain(int argc, char **argv, char **environment) {
     return result;
 }
 
+/// Whether the call is to fail. A short one is not, but has less to move.
+bool fails(FaultKind kind, const char *call, int descriptor, std::size_t &size) {
+    if (!strikes(kind, call, nullptr, descriptor)) {
+        return false;
+    }
+    if (fault.isShort) {
+        size = half(size);
+    }
+    return !fault.isShort;
+}
+
+/// A call for several blocks. A short one moves a part of the first.
+template <typename Function>
+ssize_t vectored(Function real, FaultKind kind, const char *call, int descriptor, const iovec *blocks,
+                 int count) {
+    if (!strikes(kind, call, nullptr, descriptor)) {
+        return real(descriptor, blocks, count);
+    }
+    if (!fault.isShort) {
+        return -1;
+    }
+    const iovec first{blocks[0].iov_base, half(blocks[0].iov_len)};
+    return real(descriptor, &first, 1);
+}
+
 } // namespace
 
 extern "C" {
@@ -479,11 +504,8 @@ int cupsTempFd(char *name, int size) {
 // ---- Reading and writing
 
 ssize_t read(int descriptor, void *buffer, std::size_t size) {
-    if (strikes(FaultKind::read, "read", nullptr, descriptor)) {
-        if (!fault.isShort) {
-            return -1;
-        }
-        size = half(size);
+    if (fails(FaultKind::read, "read", descriptor, size)) {
+        return -1;
     }
     REAL(read);
     return real(descriptor, buffer, size);
@@ -497,22 +519,12 @@ ssize_t __read_chk(int descriptor, void *buffer, std::size_t size, std::size_t /
 
 ssize_t readv(int descriptor, const iovec *blocks, int count) {
     REAL(readv);
-    if (!strikes(FaultKind::read, "read", nullptr, descriptor)) {
-        return real(descriptor, blocks, count);
-    }
-    if (!fault.isShort) {
-        return -1;
-    }
-    const iovec first{blocks[0].iov_base, half(blocks[0].iov_len)};
-    return real(descriptor, &first, 1);
+    return vectored(real, FaultKind::read, "read", descriptor, blocks, count);
 }
 
 ssize_t write(int descriptor, const void *buffer, std::size_t size) {
-    if (strikes(FaultKind::write, "write", nullptr, descriptor)) {
-        if (!fault.isShort) {
-            return -1;
-        }
-        size = half(size);
+    if (fails(FaultKind::write, "write", descriptor, size)) {
+        return -1;
     }
     REAL(write);
     return real(descriptor, buffer, size);
@@ -520,23 +532,13 @@ ssize_t write(int descriptor, const void *buffer, std::size_t size) {
 
 ssize_t writev(int descriptor, const iovec *blocks, int count) {
     REAL(writev);
-    if (!strikes(FaultKind::write, "write", nullptr, descriptor)) {
-        return real(descriptor, blocks, count);
-    }
-    if (!fault.isShort) {
-        return -1;
-    }
-    const iovec first{blocks[0].iov_base, half(blocks[0].iov_len)};
-    return real(descriptor, &first, 1);
+    return vectored(real, FaultKind::write, "write", descriptor, blocks, count);
 }
 
 #define POSITIONED_FUNCTION(kind, call, name, pointer, offset)                                               \
     ssize_t name(int descriptor, pointer buffer, std::size_t size, offset position) {                        \
-        if (strikes(FaultKind::kind, call, nullptr, descriptor)) {                                           \
-            if (!fault.isShort) {                                                                            \
-                return -1;                                                                                   \
-            }                                                                                                \
-            size = half(size);                                                                               \
+        if (fails(FaultKind::kind, call, descriptor, size)) {                                                \
+            return -1;                                                                                       \
         }                                                                                                    \
         REAL(name);                                                                                          \
         return real(descriptor, buffer, size, position);                                                     \
@@ -556,11 +558,8 @@ ssize_t __pread64_chk(int descriptor, void *buffer, std::size_t size, off64_t po
 
 ssize_t splice(int from, off64_t *fromPosition, int to, off64_t *toPosition, std::size_t size,
                unsigned flags) {
-    if (strikes(FaultKind::write, "splice", nullptr, to)) {
-        if (!fault.isShort) {
-            return -1;
-        }
-        size = half(size);
+    if (fails(FaultKind::write, "splice", to, size)) {
+        return -1;
     }
     REAL(splice);
     return real(from, fromPosition, to, toPosition, size, flags);
